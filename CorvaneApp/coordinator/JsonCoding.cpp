@@ -1,0 +1,13 @@
+#include "CorvaneApp/coordinator/JsonCoding.h"
+
+namespace corvane {
+
+Json parseJson(std::string_view text) {
+    try {
+        return Json::parse(text.begin(), text.end());
+    } catch (const Json::parse_error& error) {
+        throw DecodingError(std::string("The data couldn't be read because it isn't valid JSON (") + error.what() + ")");
+    }
+}
+
+}  // namespace corvane

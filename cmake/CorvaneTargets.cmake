@@ -1,0 +1,41 @@
+# Helpers that give every target of ours the same warnings and sanitizer flags.
+
+function(corvane_compile_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror)
+endfunction()
+
+if(CORVANE_SANITIZE STREQUAL "address")
+  add_compile_options(-O1 -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(CORVANE_SANITIZE STREQUAL "thread")
+  add_compile_options(-O1 -fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT CORVANE_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "CORVANE_SANITIZE must be empty, 'address' or 'thread'")
+endif()
+
+# corvane_library(NAME SOURCES ... DEPS ...): one static library per subsystem, headers found
+# from the repository root ("CorvaneApp/worker/WorkerController.h").
+function(corvane_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+  corvane_compile_options(${name})
+endfunction()
+
+# corvane_test(NAME SOURCES ... DEPS ... [CONCURRENCY]): one GoogleTest executable, its cases
+# registered with CTest one by one. CONCURRENCY marks a suite that also runs under TSan.
+function(corvane_test name)
+  cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} corvane_test_support GTest::gmock GTest::gtest GTest::gtest_main)
+  corvane_compile_options(${name})
+  set(labels ${name})
+  if(ARG_CONCURRENCY)
+    list(APPEND labels concurrency)
+    add_dependencies(concurrency_tests ${name})
+  endif()
+  include(GoogleTest)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${labels}" TIMEOUT 300)
+endfunction()

@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# Shared helpers for the setup, run and test scripts: installs what is missing, builds whisper.cpp once.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+DEPS="$ROOT/.deps"
+
+APT_PACKAGES=(
+  cmake ninja-build ccache g++ pkg-config git ca-certificates
+  libcurl4-openssl-dev nlohmann-json3-dev libssl-dev
+  libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
+  libsecret-1-dev libspdlog-dev libfmt-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
+  libxss-dev libx11-dev libicu-dev libsystemd-dev
+  qt6-base-dev qt6-charts-dev
+)
+TEST_APT_PACKAGES=(espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# Installs only the packages that are not installed yet, so a second run costs one dpkg query.
+ensure_apt() {
+  local missing=()
+  local p
+  for p in "$@"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+      missing+=("$p")
+    fi
+  done
+  if [ ${#missing[@]} -gt 0 ]; then
+    echo "installing: ${missing[*]}"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  fi
+}
+
+WHISPER_NPM_PACKAGE="nodejs-whisper@0.3.1"
+WHISPER_SHA256="92041caf2b26c74b7f489fedf37bd093f216eebd61df512045ec2d19d0531d37"
+
+# whisper.cpp 1.9.1 from a pinned, digest-checked source tree, built once into .deps/whisper.
+# Only the whisper library and the ggml libraries it needs are built and copied: that source
+# tree carries other libraries we do not use, and its own install step would want them too.
+ensure_whisper() {
+  local prefix="$DEPS/whisper"
+  if [ -f "$prefix/.built-$WHISPER_SHA256" ]; then return 0; fi
+  if [ -z "${CORVANE_BUILD_WHISPER:-}" ] && [ -f /usr/include/whisper.h ] \
+     && ls /usr/lib/*/libwhisper.so >/dev/null 2>&1; then
+    echo "using the system whisper.cpp"; return 0
+  fi
+  command -v npm >/dev/null 2>&1 || ensure_apt npm
+  local work="$DEPS/src"
+  mkdir -p "$work"
+  local tarball="$work/nodejs-whisper-0.3.1.tgz"
+  if [ ! -f "$tarball" ] || ! echo "$WHISPER_SHA256  $tarball" | sha256sum -c --status; then
+    rm -f "$tarball"
+    (cd "$work" && npm pack --silent "$WHISPER_NPM_PACKAGE" >/dev/null)
+  fi
+  if ! echo "$WHISPER_SHA256  $tarball" | sha256sum -c --status; then
+    echo "whisper.cpp source digest mismatch for $tarball" >&2
+    exit 1
+  fi
+  echo "building whisper.cpp 1.9.1 into $prefix"
+  rm -rf "$work/package" "$work/whisper-build"
+  tar -xzf "$tarball" -C "$work"
+  local src="$work/package/cpp/whisper.cpp"
+  cmake -S "$src" -B "$work/whisper-build" -G Ninja \
+    -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON \
+    -DWHISPER_BUILD_EXAMPLES=OFF -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_SERVER=OFF \
+    -DGGML_NATIVE=OFF -DCMAKE_INSTALL_RPATH='$ORIGIN' -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
+    -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
+  cmake --build "$work/whisper-build" --target whisper -j"$(nproc)" >/dev/null
+  rm -rf "$prefix"
+  mkdir -p "$prefix/lib" "$prefix/include" "$prefix/bin"
+  cp -a "$work/whisper-build/bin/"libwhisper.so* "$work/whisper-build/bin/"libggml*.so* "$prefix/lib/"
+  cp "$src/include/whisper.h" "$src/ggml/include/"*.h "$prefix/include/"
+  rm -rf "$work/package" "$work/whisper-build"
+  touch "$prefix/.built-$WHISPER_SHA256"
+}

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs every test: the whole suite under ASan+UBSan, then the concurrency
+# suites under TSan. Idempotent; build trees are reused when present.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+bash "$ROOT/scripts/setup.sh" --tests
+
+export CCACHE_DIR="${CCACHE_DIR:-$ROOT/.cache/ccache}"
+export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
+jobs="$(nproc)"
+
+configure() {  # configure DIR SANITIZER
+  cmake -S "$ROOT" -B "$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCORVANE_SANITIZE="$2" \
+    -DCORVANE_BUILD_UI="${CORVANE_BUILD_UI:-ON}" >/dev/null
+}
+
+echo "== ASan+UBSan: every suite"
+configure "$ROOT/build-asan" address
+cmake --build "$ROOT/build-asan" -j"$jobs"
+ctest --test-dir "$ROOT/build-asan" -j"$jobs" --output-on-failure --timeout 600
+
+echo "== TSan: concurrency suites"
+configure "$ROOT/build-tsan" thread
+cmake --build "$ROOT/build-tsan" --target concurrency_tests -j"$jobs"
+ctest --test-dir "$ROOT/build-tsan" -L concurrency -j"$jobs" --output-on-failure --timeout 600
