@@ -14,10 +14,14 @@ elseif(NOT CORVANE_SANITIZE STREQUAL "")
   message(FATAL_ERROR "CORVANE_SANITIZE must be empty, 'address' or 'thread'")
 endif()
 
-# corvane_library(NAME SOURCES ... DEPS ...): one static library per subsystem, headers found
-# from the repository root ("CorvaneApp/worker/WorkerController.h").
+# corvane_library(NAME [SOURCES ...] DEPS ...): one static library per subsystem, headers found
+# from the repository root ("CorvaneApp/worker/WorkerController.h"). Without SOURCES, every .cpp
+# of the calling folder is taken.
 function(corvane_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  if(NOT ARG_SOURCES)
+    file(GLOB ARG_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  endif()
   add_library(${name} STATIC ${ARG_SOURCES})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${ARG_DEPS})
