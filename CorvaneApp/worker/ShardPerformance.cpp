@@ -1,0 +1,69 @@
+#include "CorvaneApp/worker/ShardPerformance.h"
+
+#include <algorithm>
+
+namespace corvane {
+
+void ShardStageAccumulator::add(WorkerControllerEvent::Stage stage, double seconds) {
+    auto addTo = [seconds](std::optional<double>& field) { field = field.value_or(0) + seconds; };
+    switch (stage) {
+        case WorkerControllerEvent::Stage::download: addTo(download); break;
+        case WorkerControllerEvent::Stage::decode: addTo(decode); break;
+        case WorkerControllerEvent::Stage::inference: addTo(inference); break;
+        default: break;
+    }
+}
+
+SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
+    SubmitPerformanceBody body;
+    const auto& meta = in.meta;
+    body.wallClockSeconds = in.wallSeconds;
+    body.sampleCount = in.aggregate.sampleCount;
+    if (in.aggregate.sampleCount >= 1) {
+        body.cpuAvgPercent = in.aggregate.avgCpuPercent;
+        body.ramPeakGB = static_cast<double>(in.aggregate.peakRamBytes) / (1024.0 * 1024.0 * 1024.0);
+        body.cpuPerfAvgPct = in.aggregate.avgCpuPerfPct;
+        body.cpuEffAvgPct = in.aggregate.avgCpuEffPct;
+    }
+    if (in.startSeconds && in.endSeconds) body.audioSeconds = std::max(0.0, *in.endSeconds - *in.startSeconds);
+    body.chip = meta.chip;
+    body.memoryGB = meta.memoryGB;
+    body.quantization = meta.quantization;
+    body.resourcePresetPercent = meta.resourcePresetPercent;
+    body.userPercent = meta.userPercent;
+    body.effectivePercent = meta.effectivePercent;
+    body.maxShardsInFlight = meta.maxShardsInFlight;
+    body.resourceMode = meta.resourceMode;
+    body.cpuCountTotal = meta.cpuCountTotal;
+    body.cpuCountPerf = meta.cpuCountPerf;
+    body.cpuCountEfficiency = meta.cpuCountEfficiency;
+
+    body.threadLimit = meta.threadLimit;
+    if (in.strategy) {
+        const auto& suggested = in.strategy->threadLimit;
+        if (!meta.threadLimit) {
+            body.threadLimit = suggested;
+        } else if (suggested) {
+            body.threadLimit = std::max<std::int64_t>(1, std::min(*meta.threadLimit, *suggested));
+        }
+    }
+    if (in.stages) {
+        body.downloadSeconds = in.stages->download;
+        body.decodeSeconds = in.stages->decode;
+        body.inferenceSeconds = in.stages->inference;
+    }
+    if (in.rtt && in.rtt->pollCount > 0) body.pollRttMs = in.rtt->pollSumMs / static_cast<double>(in.rtt->pollCount);
+    body.submitRttMs = in.lastSubmitRttMs;
+    if (body.audioSeconds && in.wallSeconds > 0) body.audioRealtimeFactor = *body.audioSeconds / in.wallSeconds;
+    if (in.stages && in.stages->inference && *in.stages->inference > 0) {
+        body.segmentsPerSecond = static_cast<double>(in.segmentCount) / *in.stages->inference;
+    }
+    if (in.cache) {
+        body.cacheHit = in.cache->hit;
+        body.cacheLoadSeconds = in.cache->loadSeconds;
+    }
+    if (in.strategy) body.strategyVersion = in.strategy->strategyVersion;
+    return body;
+}
+
+}  // namespace corvane
