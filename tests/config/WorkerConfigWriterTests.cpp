@@ -1,0 +1,185 @@
+#include "CorvaneApp/config/WorkerConfigWriter.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "CorvaneApp/config/ConfigLines.h"
+#include "CorvaneApp/config/ConfigScanners.h"
+#include "CorvaneApp/config/WorkerConfig.h"
+#include "tests/config/ConfigTempDir.h"
+
+namespace corvane {
+namespace {
+
+namespace cl = configlines;
+
+// 2026-11-16T21:00:53Z
+const Date kNow = dateFromUnixSeconds(1'794'862'853);
+
+class WorkerConfigWriterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (const char* tz = std::getenv("TZ")) savedTZ_ = tz;
+        ::setenv("TZ", "UTC", 1);
+        ::tzset();
+    }
+    void TearDown() override {
+        if (savedTZ_) {
+            ::setenv("TZ", savedTZ_->c_str(), 1);
+        } else {
+            ::unsetenv("TZ");
+        }
+        ::tzset();
+    }
+
+    static WorkerConfigWriter writer(std::string url = "https://coordinator.example:8443",
+                                     std::string id = "w-42") {
+        OnboardingConfiguration configuration;
+        configuration.minIdleMinutes = 7;
+        configuration.requireACPower = false;
+        configuration.preset = OnboardingSchedulePreset::custom;
+        configuration.schedule = {true, dateFromUnixSeconds(22 * 3600), dateFromUnixSeconds(6 * 3600 + 30 * 60)};
+        return WorkerConfigWriter{std::move(url), std::move(id), {"Svc (h)", "w-42"}, configuration,
+                                  [] { return kNow; }};
+    }
+
+    testing::ConfigTempDir dir_;
+
+private:
+    std::optional<std::string> savedTZ_;
+};
+
+TEST_F(WorkerConfigWriterTest, RendersTheTemplateLineForLine) {
+    auto lines = cl::split(writer("https://o'brien.example").renderYAML());
+    ASSERT_EQ(lines.size(), 31u);
+    EXPECT_EQ(lines.back(), "");
+    const std::pair<size_t, std::string> expected[] = {
+        {0, "coordinator_url: 'https://o''brien.example'"},
+        {1, "worker_id: 'w-42'"},
+        {2, "onboarding_completed_at: '2026-11-16T21:00:53Z'"},
+        {3, "worker_token_keychain:"},
+        {4, "  service: 'Svc (h)'"},
+        {5, "  account: 'w-42'"},
+        {10, "    quantization: '4bit'"},
+        {12, "    prewarm_model_on_startup: true"},
+        {16, "      - 'large-v3'"},
+        {18, "  min_idle_minutes: 7"},
+        {19, "  require_ac_power: false"},
+        {23, "  idle_interval_seconds: 60"},
+        {25, "  level_percent: 75"},
+        {27, "  enabled: true"},
+        {28, "  start_time: '22:00'"},
+        {29, "  end_time: '06:30'"},
+    };
+    for (const auto& [index, text] : expected) EXPECT_EQ(lines[index], text) << index;
+    EXPECT_EQ(configyaml::extractTranscribeQuantization(writer().renderYAML()), "4bit");
+    EXPECT_EQ(writer().buildYAML(" \n\t\r\n"), writer().renderYAML());
+}
+
+TEST_F(WorkerConfigWriterTest, BuildYAMLUpdatesOnlyTheIdentityLines) {
+    const std::string base =
+        "# my notes\n"
+        "worker_id_old: 'keep'\n"
+        "worker_id: 'old' # previous\n"
+        "idle_detection:\n"
+        "  min_idle_minutes: 12\n"
+        "worker_token_keychain: {}\n"
+        "  service: 'old'\n"
+        "  account: 'old'\n"
+        "  extra: 'old'\n"
+        "\n"
+        "unknown_key: [1, 2]\n";
+    auto lines = cl::split(writer().buildYAML(base));
+    const std::vector<std::string> expected{
+        "onboarding_completed_at: '2026-11-16T21:00:53Z'",
+        "coordinator_url: 'https://coordinator.example:8443'",
+        "# my notes",
+        "worker_id_old: 'keep'",
+        "worker_id: 'w-42'",
+        "idle_detection:",
+        "  min_idle_minutes: 12",
+        "worker_token_keychain:",
+        "  service: 'Svc (h)'",
+        "  account: 'w-42'",
+        "",
+        "unknown_key: [1, 2]",
+        "",
+    };
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(WorkerConfigWriterTest, TokenBlockIsAppendedBeforeTheFinalNewline) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"a: 1\n", "a: 1\nworker_token_keychain:\n  service: 'Svc (h)'\n  account: 'w-42'\n"},
+        {"a: 1", "a: 1\nworker_token_keychain:\n  service: 'Svc (h)'\n  account: 'w-42'"},
+        {"a: 1\r\n", "a: 1\r\nworker_token_keychain:\r\n  service: 'Svc (h)'\r\n  account: 'w-42'\r\n"},
+    };
+    for (const auto& [base, after] : rows) {
+        auto lines = cl::split(base);
+        writer().replaceWorkerTokenKeychainBlock(lines);
+        EXPECT_EQ(cl::join(lines), after);
+    }
+    std::vector<std::string> empty;
+    writer().replaceWorkerTokenKeychainBlock(empty);
+    EXPECT_EQ(empty.size(), 3u);
+}
+
+TEST_F(WorkerConfigWriterTest, SetOrInsertMatchesTheWholeKey) {
+    auto lines = cl::split("worker_id_old: 1\n  worker_id: nested\nworker_id:\n");
+    WorkerConfigWriter::setOrInsertTopLevelScalar("worker_id", "'x'", lines);
+    EXPECT_EQ(cl::join(lines), "worker_id_old: 1\n  worker_id: nested\nworker_id: 'x'\n");
+    auto noMatch = cl::split("worker_idx: 1\n");
+    WorkerConfigWriter::setOrInsertTopLevelScalar("worker_id", "'x'", noMatch);
+    EXPECT_EQ(cl::join(noMatch), "worker_id: 'x'\nworker_idx: 1\n");
+}
+
+TEST_F(WorkerConfigWriterTest, WriteCreatesAPrivateFileAndKeepsAnExistingOnesMode) {
+    auto path = dir_ / "home/.varnix-compute/config.yaml";
+    EXPECT_EQ(writer().write(path), path);
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    auto config = WorkerConfig::load(path);
+    ASSERT_TRUE(config);
+    EXPECT_EQ(config->workerID, "w-42");
+    EXPECT_EQ(config->onboardingCompletedAt, "2026-11-16T21:00:53Z");
+
+    // Re-enrolment keeps the owner's settings and the file's mode.
+    ::chmod(path.c_str(), 0640);
+    auto text = *readFile(path);
+    writeFileAtomically(path, text + "payout_method: paypal\n");
+    writer("https://other.example", "w-43").write(path);
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+    EXPECT_EQ(configyaml::scalarFlat("payout_method", *readFile(path)), "paypal");
+    EXPECT_EQ(WorkerConfig::load(path)->workerID, "w-43");
+}
+
+TEST_F(WorkerConfigWriterTest, BadInputThrowsAndLeavesTheFileAlone) {
+    auto path = dir_.write("config.yaml", "worker_id: 'keep'\n");
+    // A line break would let a value write keys of its own.
+    EXPECT_THROW(writer("https://x\nworker_id: 'evil'").write(path), std::invalid_argument);
+    EXPECT_THROW(writer("https://x", "w\r1").renderYAML(), std::invalid_argument);
+    EXPECT_EQ(*readFile(path), "worker_id: 'keep'\n");
+
+    ::chmod(path.c_str(), 0444);
+    try {
+        writer().write(path);
+        ADD_FAILURE() << "a read-only config was replaced";
+    } catch (const std::system_error& error) {
+        EXPECT_NE(std::string(error.what()).find("read-only"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(*readFile(path), "worker_id: 'keep'\n");
+
+    // Something that can't be read is not a blank base to be overwritten by the template.
+    auto folder = dir_ / "folder.yaml";
+    std::filesystem::create_directories(folder);
+    EXPECT_THROW(writer().write(folder), std::system_error);
+    EXPECT_TRUE(std::filesystem::is_directory(folder));
+}
+
+}  // namespace
+}  // namespace corvane
