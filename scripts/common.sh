@@ -14,7 +14,7 @@ APT_PACKAGES=(
   libxss-dev libx11-dev libicu-dev libsystemd-dev
   qt6-base-dev qt6-charts-dev
 )
-TEST_APT_PACKAGES=(espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
+TEST_APT_PACKAGES=(clang espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
 
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi

@@ -1,6 +1,7 @@
 #pragma once
 // An unbounded, thread-safe queue of events with one reader; emission order is kept.
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -35,6 +36,14 @@ public:
     std::optional<T> next(std::stop_token stop = {}) {
         std::unique_lock lock(mutex_);
         ready_.wait(lock, stop, [this] { return !queue_.empty() || closed_; });
+        return popLocked();
+    }
+
+    // Like next(), giving up after `limit`.
+    template <typename Rep, typename Period>
+    std::optional<T> nextFor(std::chrono::duration<Rep, Period> limit) {
+        std::unique_lock lock(mutex_);
+        ready_.wait_for(lock, limit, [this] { return !queue_.empty() || closed_; });
         return popLocked();
     }
 

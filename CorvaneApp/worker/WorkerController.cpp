@@ -551,6 +551,7 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
 
 WorkerController::SwapResult WorkerController::swapHandlerIfNeeded(const ModelIdentifier& target, const std::string& key,
                                                                    std::exception_ptr& error, std::stop_token stop) {
+    std::lock_guard swapping(swapMutex_);
     std::optional<ModelIdentifier> from;
     if (auto current = deps_.handlerLookup ? deps_.handlerLookup(target) : nullptr) {
         from = current->modelIdentifier();

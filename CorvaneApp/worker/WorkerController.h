@@ -133,6 +133,9 @@ private:
 
     const Dependencies deps_;
     EventStream<WorkerControllerEvent> events_;
+    // Held across a model load (never with mutex_), so that shards wanting the same model wait
+    // for the one load instead of each loading it again.
+    std::mutex swapMutex_;
 
     mutable std::mutex mutex_;
     // Everything below is guarded by mutex_.
