@@ -13,8 +13,9 @@ bool TaskSleepProvider::sleep(double seconds, std::stop_token stop) {
     std::condition_variable_any wake;
     std::unique_lock lock(mutex);
     auto duration = std::chrono::duration<double>(std::max(0.0, seconds));
-    // wait_for returns the predicate: true only when stop was requested.
-    return !wake.wait_for(lock, stop, duration, [] { return false; });
+    // Nothing notifies this variable: only the time or a stop request ends the wait.
+    wake.wait_for(lock, stop, duration, [] { return false; });
+    return !stop.stop_requested();
 }
 
 }  // namespace corvane
