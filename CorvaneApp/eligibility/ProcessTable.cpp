@@ -1,0 +1,99 @@
+#include "CorvaneApp/eligibility/ProcessTable.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <memory>
+
+#include "CorvaneApp/eligibility/ProcText.h"
+
+namespace corvane {
+namespace {
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+using Dir = std::unique_ptr<DIR, DirCloser>;
+
+std::optional<int> parseProcessID(const char* name) {
+    std::string_view text(name);
+    if (text.empty()) return std::nullopt;
+    int value = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < 1) return std::nullopt;
+    return value;
+}
+
+// The `index`th space-separated field of `text` (0-based).
+std::string_view field(std::string_view text, int index) {
+    std::size_t pos = 0;
+    for (int i = 0; i <= index; ++i) {
+        while (pos < text.size() && text[pos] == ' ') ++pos;
+        std::size_t end = text.find(' ', pos);
+        if (end == std::string_view::npos) end = text.size();
+        if (i == index) return text.substr(pos, end - pos);
+        pos = end;
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<ProcessTable::Process> ProcessTable::parseStat(int processID, std::string_view line) {
+    std::size_t open = line.find('(');
+    std::size_t close = line.rfind(')');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
+        return std::nullopt;
+    }
+    Process process;
+    process.processID = processID;
+    process.name = std::string(line.substr(open + 1, close - open - 1));
+    // After ") ": state is field 0, utime 11, stime 12, rss 21 (fields 3, 14, 15 and 24 of stat).
+    std::string_view rest = line.substr(close + 1);
+    std::string_view state = field(rest, 0);
+    auto utime = ProcText::parseUnsigned(field(rest, 11));
+    auto stime = ProcText::parseUnsigned(field(rest, 12));
+    auto rss = ProcText::parseUnsigned(field(rest, 21));
+    if (state.size() != 1 || !utime || !stime || !rss) return std::nullopt;
+    process.state = state[0];
+    process.cpuTicks = *utime + *stime;
+    process.residentPages = *rss;
+    return process;
+}
+
+std::optional<ProcessTable::Process> ProcessTable::process(int processID) const {
+    std::string path = (root_ / std::to_string(processID) / "stat").string();
+    ProcText::Buffer<1024> text;
+    if (!ProcText::readInto(path.c_str(), text)) return std::nullopt;
+    return parseStat(processID, ProcText::trimmed(text.view()));
+}
+
+void ProcessTable::forEach(const std::function<bool(const Process&)>& visit) const {
+    Dir dir(::opendir(root_.c_str()));
+    if (!dir) return;
+    while (dirent* entry = ::readdir(dir.get())) {
+        auto processID = parseProcessID(entry->d_name);
+        if (!processID) continue;
+        auto found = process(*processID);
+        if (found && !visit(*found)) return;
+    }
+}
+
+void ProcessTable::forEachOpenFile(int processID,
+                                   const std::function<bool(std::string_view)>& visit) const {
+    std::string folder = (root_ / std::to_string(processID) / "fd").string();
+    Dir dir(::opendir(folder.c_str()));
+    if (!dir) return;  // gone, or another user's
+    std::string path;
+    char target[512];
+    while (dirent* entry = ::readdir(dir.get())) {
+        if (entry->d_name[0] == '.') continue;
+        path.assign(folder).append("/").append(entry->d_name);
+        ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;
+        if (!visit(std::string_view(target, static_cast<std::size_t>(length)))) return;
+    }
+}
+
+}  // namespace corvane

@@ -1,0 +1,142 @@
+#include "CorvaneApp/eligibility/SdBusClient.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstring>
+
+namespace corvane {
+namespace {
+
+struct MessageDeleter {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
+
+// Frees the error's texts whatever path leaves the scope.
+struct ScopedError {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    ~ScopedError() { sd_bus_error_free(&error); }
+};
+
+// Reads one unsigned integer of type "u" or "t" at the reader's position (inside a variant when
+// `inVariant`).
+std::optional<std::uint64_t> readUnsigned(sd_bus_message* reply, bool inVariant) {
+    char type = 0;
+    const char* contents = nullptr;
+    if (inVariant) {
+        if (sd_bus_message_peek_type(reply, &type, &contents) <= 0 || type != 'v' || !contents) {
+            return std::nullopt;
+        }
+        std::string inner = contents;
+        if (sd_bus_message_enter_container(reply, 'v', inner.c_str()) <= 0) return std::nullopt;
+        type = inner.size() == 1 ? inner[0] : 0;
+    } else if (sd_bus_message_peek_type(reply, &type, &contents) <= 0) {
+        return std::nullopt;
+    }
+    if (type == 'u') {
+        std::uint32_t value = 0;
+        if (sd_bus_message_read_basic(reply, 'u', &value) <= 0) return std::nullopt;
+        return value;
+    }
+    if (type == 't') {
+        std::uint64_t value = 0;
+        if (sd_bus_message_read_basic(reply, 't', &value) <= 0) return std::nullopt;
+        return value;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void SdBusClient::BusDeleter::operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+
+SdBusClient::SdBusClient(Bus bus, double callTimeoutSeconds)
+    : bus_(bus), timeoutMicros_(static_cast<std::uint64_t>(callTimeoutSeconds * 1e6)) {}
+
+SdBusClient::SdBusClient(std::string address, double callTimeoutSeconds)
+    : address_(std::move(address)),
+      timeoutMicros_(static_cast<std::uint64_t>(callTimeoutSeconds * 1e6)) {}
+
+SdBusClient::~SdBusClient() = default;
+
+sd_bus* SdBusClient::connection() {
+    dropIfClosed();
+    if (connection_) return connection_.get();
+    sd_bus* raw = nullptr;
+    int result = -1;
+    if (bus_ == Bus::session) {
+        result = sd_bus_open_user(&raw);
+    } else if (bus_ == Bus::system) {
+        result = sd_bus_open_system(&raw);
+    } else {
+        result = sd_bus_new(&raw);
+        if (result >= 0) {
+            std::unique_ptr<sd_bus, BusDeleter> fresh(raw);
+            raw = nullptr;
+            if (sd_bus_set_address(fresh.get(), address_.c_str()) >= 0 &&
+                sd_bus_set_bus_client(fresh.get(), 1) >= 0 && sd_bus_start(fresh.get()) >= 0) {
+                raw = fresh.release();
+            }
+            result = raw ? 0 : -1;
+        }
+    }
+    if (result < 0 || !raw) return nullptr;
+    connection_.reset(raw);
+    sd_bus_set_method_call_timeout(raw, timeoutMicros_);
+    return raw;
+}
+
+void SdBusClient::dropIfClosed() {
+    if (connection_ && sd_bus_is_open(connection_.get()) <= 0) connection_.reset();
+}
+
+std::optional<std::uint64_t> SdBusClient::callUnsigned(const DBusObject& object,
+                                                       const std::string& method) {
+    sd_bus* bus = connection();
+    if (!bus) return std::nullopt;
+    ScopedError error;
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
+                                    object.interface.c_str(), method.c_str(), &error.error, &raw, "");
+    Message reply(raw);
+    if (result < 0) {
+        dropIfClosed();
+        return std::nullopt;
+    }
+    return readUnsigned(reply.get(), false);
+}
+
+std::optional<std::uint64_t> SdBusClient::unsignedProperty(const DBusObject& object,
+                                                           const std::string& property) {
+    sd_bus* bus = connection();
+    if (!bus) return std::nullopt;
+    ScopedError error;
+    sd_bus_message* raw = nullptr;
+    // Properties.Get by hand: the reply's variant may hold either width of integer.
+    int result = sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
+                                    "org.freedesktop.DBus.Properties", "Get", &error.error, &raw,
+                                    "ss", object.interface.c_str(), property.c_str());
+    Message reply(raw);
+    if (result < 0) {
+        dropIfClosed();
+        return std::nullopt;
+    }
+    return readUnsigned(reply.get(), true);
+}
+
+std::optional<bool> SdBusClient::boolProperty(const DBusObject& object, const std::string& property) {
+    sd_bus* bus = connection();
+    if (!bus) return std::nullopt;
+    ScopedError error;
+    int value = 0;
+    int result = sd_bus_get_property_trivial(bus, object.destination.c_str(), object.path.c_str(),
+                                             object.interface.c_str(), property.c_str(),
+                                             &error.error, 'b', &value);
+    if (result < 0) {
+        dropIfClosed();
+        return std::nullopt;
+    }
+    return value != 0;
+}
+
+}  // namespace corvane

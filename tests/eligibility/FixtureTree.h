@@ -1,0 +1,60 @@
+#pragma once
+// A throw-away folder tree for the probes of /proc, /sys and /dev: files, symlinks and
+// "unreadable" entries (a folder where a file is expected, which fails to read even as root).
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+namespace corvane::testing {
+
+class FixtureTree {
+public:
+    FixtureTree() {
+        std::random_device random;
+        root_ = std::filesystem::temp_directory_path() /
+                ("corvane-elig-" + std::to_string(::getpid()) + "-" + std::to_string(random()));
+        std::filesystem::create_directories(root_);
+    }
+    ~FixtureTree() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    FixtureTree(const FixtureTree&) = delete;
+    FixtureTree& operator=(const FixtureTree&) = delete;
+
+    const std::filesystem::path& root() const { return root_; }
+    std::filesystem::path path(const std::string& relative) const { return root_ / relative; }
+
+    std::filesystem::path write(const std::string& relative, const std::string& contents) {
+        auto target = path(relative);
+        std::filesystem::create_directories(target.parent_path());
+        std::ofstream(target, std::ios::binary | std::ios::trunc) << contents;
+        return target;
+    }
+    std::filesystem::path folder(const std::string& relative) {
+        auto target = path(relative);
+        std::filesystem::create_directories(target);
+        return target;
+    }
+    // Where a file should be, a folder: every read of it fails.
+    void unreadable(const std::string& relative) {
+        std::error_code ignored;
+        std::filesystem::remove(path(relative), ignored);
+        folder(relative);
+    }
+    void symlink(const std::string& relative, const std::filesystem::path& target) {
+        auto link = path(relative);
+        std::filesystem::create_directories(link.parent_path());
+        std::filesystem::create_symlink(target, link);
+    }
+    void remove(const std::string& relative) { std::filesystem::remove_all(path(relative)); }
+
+private:
+    std::filesystem::path root_;
+};
+
+}  // namespace corvane::testing
