@@ -13,7 +13,11 @@ namespace {
 
 TEST(ByteRangeTest, ResolvesHeadersAgainstTheBodySize) {
     using K = RangeRequest::Kind;
-    struct Row { std::optional<std::string> header; std::uint64_t size; RangeRequest expected; };
+    struct Row {
+        std::optional<std::string> header;
+        std::uint64_t size;
+        RangeRequest expected;
+    };
     const std::vector<Row> rows = {
         {{}, 10, {}},
         {"bytes=0-0", 10, {K::part, {0, 0}}},
@@ -45,30 +49,37 @@ TEST(ShardSpecListTest, DecodesShardsAndNamesTheFaultyEntry) {
          "model_identifier": {"backend": "b", "model": "m", "version": "1"}, "job_type": "other"},
         {"job_id": "j2", "audio_file": "b.wav"}])"));
     ASSERT_EQ(specs.size(), 2u);
-    EXPECT_EQ(specs[0], (ShardSpec{"j1", "s1", "a.wav", 1.0, 2.5, ModelIdentifier{"b", "m", "1"}, "other"}));
+    EXPECT_EQ(specs[0],
+              (ShardSpec{"j1", "s1", "a.wav", 1.0, 2.5, ModelIdentifier{"b", "m", "1"}, "other"}));
     EXPECT_EQ(specs[1], (ShardSpec{"j2", {}, "b.wav"}));
 
-    struct Row { std::string text, fragment; };
+    struct Row {
+        std::string text, fragment;
+    };
     const std::vector<Row> rows = {
         {R"({"job_id": "j"})", "list"},
         {R"([{"job_id": "j"}])", "shard 0: The data couldn't be read: key \"audio_file\""},
         {R"([{"job_id": "j", "audio_file": "a"}, {"job_id": 3, "audio_file": "a"}])", "shard 1:"},
         {R"([{"job_id": "j", "audio_file": "a", "start_seconds": "1"}])", "start_seconds"},
-        {R"([{"job_id": "j", "audio_file": "a", "model_identifier": {"backend": "b"}}])", "model_identifier"},
-        {R"([{"job_id": "j", "audio_file": "a", "shard_id": null}, 7])", "shard 1: The data couldn't be read: expected"},
+        {R"([{"job_id": "j", "audio_file": "a", "model_identifier": {"backend": "b"}}])",
+         "model_identifier"},
+        {R"([{"job_id": "j", "audio_file": "a", "shard_id": null}, 7])",
+         "shard 1: The data couldn't be read: expected"},
     };
     for (const Row& row : rows) {
         try {
             decodeShardSpecs(parseJson(row.text));
             ADD_FAILURE() << "accepted " << row.text;
         } catch (const DecodingError& error) {
-            EXPECT_NE(std::string(error.what()).find(row.fragment), std::string::npos) << error.what();
+            EXPECT_NE(std::string(error.what()).find(row.fragment), std::string::npos)
+                << error.what();
         }
     }
 }
 
 TEST(ShardSpecListTest, LoadRefusesMissingAndTruncatedFiles) {
-    const auto file = std::filesystem::temp_directory_path() / ("devcoord-jobs-" + std::to_string(::getpid()) + ".json");
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("devcoord-jobs-" + std::to_string(::getpid()) + ".json");
     EXPECT_THROW(loadShardSpecs(file), DecodingError);
     std::ofstream(file) << R"([{"job_id": "j", "audio_f)";
     try {

@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 using Kind = http::TransportError::Kind;
 
 class DevCoordinatorTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         dir_ = std::filesystem::temp_directory_path() /
                ("devcoord-" + std::to_string(::getpid()) + "-" +
@@ -72,7 +72,9 @@ protected:
 TEST_F(DevCoordinatorTest, TokenGuardsWorkerEndpointsButNotAudio) {
     start();
     const std::vector<std::vector<std::pair<std::string, std::string>>> refused = {
-        {}, {{"Authorization", "Bearer wrong"}}, {{"Authorization", "dev-token"}},
+        {},
+        {{"Authorization", "Bearer wrong"}},
+        {{"Authorization", "dev-token"}},
         {{"Authorization", "Bearer dev-token-2"}}};
     for (const auto& headers : refused) {
         auto response = send("GET", "/api/v1/workers/poll?max_shards=1", headers);
@@ -87,9 +89,11 @@ TEST_F(DevCoordinatorTest, TokenGuardsWorkerEndpointsButNotAudio) {
 
 TEST_F(DevCoordinatorTest, PollHandsOutClaimsOnceAndRecordsCapabilities) {
     ModelIdentifier parakeet{"speech-engine-native", "parakeet-tdt-0.6b-v2", "1"};
-    auto& coordinator = start({{"j1", "s1", "clip.wav", 1.5, 9.0, parakeet}, {"j2", {}, "a b.wav"}}, 3);
-    auto first = send("GET", "/api/v1/workers/poll?max_shards=1",
-                      {{"Authorization", "Bearer dev-token"}, {"X-Worker-Capabilities", R"({"ram_gb":16})"}});
+    auto& coordinator =
+        start({{"j1", "s1", "clip.wav", 1.5, 9.0, parakeet}, {"j2", {}, "a b.wav"}}, 3);
+    auto first = send(
+        "GET", "/api/v1/workers/poll?max_shards=1",
+        {{"Authorization", "Bearer dev-token"}, {"X-Worker-Capabilities", R"({"ram_gb":16})"}});
     ASSERT_EQ(first.status, 200);
     EXPECT_EQ(first.headers.find("X-Suggested-Max-Shards"), "3");
     auto items = parseJson(first.body).at("items");
@@ -102,7 +106,8 @@ TEST_F(DevCoordinatorTest, PollHandsOutClaimsOnceAndRecordsCapabilities) {
     EXPECT_EQ(claim.startSeconds, 1.5);
     EXPECT_EQ(claim.endSeconds, 9.0);
     EXPECT_EQ(claim.modelIdentifier, parakeet);
-    EXPECT_EQ(coordinator.requests().back().headers.at("x-worker-capabilities"), R"({"ram_gb":16})");
+    EXPECT_EQ(coordinator.requests().back().headers.at("x-worker-capabilities"),
+              R"({"ram_gb":16})");
 
     auto second = parseJson(authed("GET", "/api/v1/workers/poll?max_shards=5").body).at("items");
     ASSERT_EQ(second.size(), 1u);
@@ -113,7 +118,8 @@ TEST_F(DevCoordinatorTest, PollHandsOutClaimsOnceAndRecordsCapabilities) {
     EXPECT_EQ(empty.headers.find("X-Suggested-Max-Shards"), "3");
     EXPECT_EQ(coordinator.pendingShardCount(), 0u);
     for (const char* bad : {"0", "-1", "two", "1.5", ""}) {
-        EXPECT_EQ(authed("GET", std::string("/api/v1/workers/poll?max_shards=") + bad).status, 422) << bad;
+        EXPECT_EQ(authed("GET", std::string("/api/v1/workers/poll?max_shards=") + bad).status, 422)
+            << bad;
     }
 }
 
@@ -121,22 +127,26 @@ TEST_F(DevCoordinatorTest, ReportsFollowTheShardThroughItsLife) {
     auto& coordinator = start({{"j1", "s1", "clip.wav"}, {"j2", {}, "clip.wav"}});
     ASSERT_EQ(authed("GET", "/api/v1/workers/poll?max_shards=2").status, 200);
     const std::string s1 = "/api/v1/jobs/j1/";
-    struct Row { std::string method, path, body, worker; int status; };
+    struct Row {
+        std::string method, path, body, worker;
+        int status;
+    };
     const std::vector<Row> rows = {
         {"POST", s1 + "heartbeat?shard_id=s1", "", "w1", 200},
-        {"POST", s1 + "heartbeat?shard_id=s1", "", "w2", 404},       // another worker
-        {"POST", s1 + "heartbeat", "", "w1", 404},                   // shard id missing
+        {"POST", s1 + "heartbeat?shard_id=s1", "", "w2", 404},               // another worker
+        {"POST", s1 + "heartbeat", "", "w1", 404},                           // shard id missing
         {"POST", s1 + "result?shard_id=s1", "{\"transcript\":", "w1", 422},  // truncated JSON
         {"POST", s1 + "result?shard_id=s1", "[1]", "w1", 422},
         {"POST", s1 + "result?shard_id=s1", R"({"transcript":"hi"})", "w1", 200},
         {"POST", s1 + "result?shard_id=s1", R"({"transcript":"again"})", "w1", 409},
-        {"POST", s1 + "heartbeat?shard_id=s1", "", "w1", 404},       // ended
+        {"POST", s1 + "heartbeat?shard_id=s1", "", "w1", 404},  // ended
         {"POST", "/api/v1/jobs/j2/fail", R"({"reason":"x"})", "w1", 422},
         {"POST", "/api/v1/jobs/j2/fail", R"({"error":"code=handler_error"})", "w1", 200},
         {"POST", "/api/v1/jobs/j3/fail", R"({"error":"e"})", "w1", 404},  // never handed out
     };
     for (const Row& row : rows) {
-        EXPECT_EQ(authed(row.method, row.path, row.body, row.worker).status, row.status) << row.path;
+        EXPECT_EQ(authed(row.method, row.path, row.body, row.worker).status, row.status)
+            << row.path;
     }
     ASSERT_EQ(coordinator.heartbeats().size(), 1u);
     EXPECT_EQ(coordinator.heartbeats()[0].shardID, "s1");
@@ -168,12 +178,17 @@ TEST_F(DevCoordinatorTest, WorkerClientRoundTripsIdsWithSlashesAndSpaces) {
     ASSERT_EQ(coordinator.results().size(), 1u);
     EXPECT_EQ(coordinator.results()[0].jobID, "job/with space");
     EXPECT_EQ(coordinator.results()[0].body.at("transcript"), "hello");
-    EXPECT_EQ(coordinator.failures().at(0).error, "code=handler_error; retryable=true; message=late");
+    EXPECT_EQ(coordinator.failures().at(0).error,
+              "code=handler_error; retryable=true; message=late");
 }
 
 TEST_F(DevCoordinatorTest, AudioAnswersRangesAndMissingFiles) {
     start();
-    struct Row { std::optional<std::string> range; long status; std::string body, contentRange; };
+    struct Row {
+        std::optional<std::string> range;
+        long status;
+        std::string body, contentRange;
+    };
     const std::vector<Row> rows = {
         {{}, 200, audio_, ""},
         {"bytes=2-4", 206, audio_.substr(2, 3), "bytes 2-4/100"},
@@ -229,7 +244,8 @@ TEST_F(DevCoordinatorTest, AudioFaultsIgnoreRangesDropAndReplace) {
 TEST_F(DevCoordinatorTest, ScriptedRepliesReplaceHandlingOncePerPrefixInOrder) {
     auto& coordinator = start({{"j1", {}, "clip.wav"}});
     coordinator.enqueueReply("/api/v1/", {.status = 503, .headers = {{"Retry-After", "7"}}});
-    coordinator.enqueueReply("/api/v1/workers/poll", {.status = 429, .body = R"({"detail":"slow"})"});
+    coordinator.enqueueReply("/api/v1/workers/poll",
+                             {.status = 429, .body = R"({"detail":"slow"})"});
     coordinator.enqueueReply("/api/v1/workers/poll", {.status = 409});
     EXPECT_EQ(send("GET", "/api/v1/workers/poll").status, 429);  // longest prefix, before the token
     EXPECT_EQ(send("GET", "/api/v1/workers/poll").status, 409);

@@ -9,8 +9,10 @@ namespace corvane::dev {
 namespace {
 
 std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
     return text;
 }
 
@@ -68,6 +70,8 @@ std::string contentRangeValue(const ByteRange& range, std::uint64_t size) {
            std::to_string(size);
 }
 
-std::string unsatisfiedRangeValue(std::uint64_t size) { return "bytes */" + std::to_string(size); }
+std::string unsatisfiedRangeValue(std::uint64_t size) {
+    return "bytes */" + std::to_string(size);
+}
 
 }  // namespace corvane::dev

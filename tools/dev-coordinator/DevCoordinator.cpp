@@ -89,7 +89,8 @@ DevCoordinator::DevCoordinator(Options options)
       suggestedMaxShards_(options.suggestedMaxShards),
       routes_{
           {"GET", PathPattern("/api/v1/workers/poll"), true, &DevCoordinator::handlePoll},
-          {"POST", PathPattern("/api/v1/jobs/{}/heartbeat"), true, &DevCoordinator::handleHeartbeat},
+          {"POST", PathPattern("/api/v1/jobs/{}/heartbeat"), true,
+           &DevCoordinator::handleHeartbeat},
           {"POST", PathPattern("/api/v1/jobs/{}/result"), true, &DevCoordinator::handleResult},
           {"POST", PathPattern("/api/v1/jobs/{}/fail"), true, &DevCoordinator::handleFail},
           {"GET", PathPattern("/audio/{}"), false, &DevCoordinator::handleAudio},
@@ -157,7 +158,8 @@ DevCoordinator::~DevCoordinator() {
 
 std::string DevCoordinator::baseURL() const {
     const bool anyAddress = host_ == "0.0.0.0" || host_ == "::" || host_.empty();
-    return "http://" + (anyAddress ? std::string("127.0.0.1") : host_) + ":" + std::to_string(port_);
+    return "http://" + (anyAddress ? std::string("127.0.0.1") : host_) + ":" +
+           std::to_string(port_);
 }
 
 void DevCoordinator::addShard(ShardSpec spec) {
@@ -407,6 +409,13 @@ void DevCoordinator::handleJobReport(const httplib::Request& request, httplib::R
         }
         noteChange();
     }
+    // What the worker reported is what a developer running by hand wants to read.
+    if (kind != ReportKind::heartbeat && standing != ShardBook::Standing::notHeld) {
+        log::get("DevCoordinator")
+            ->info("{} of job {}{}: {}", kind == ReportKind::result ? "result" : "failure", jobID,
+                   shardID ? " shard " + *shardID : "",
+                   kind == ReportKind::result ? body.dump() : body["error"].get<std::string>());
+    }
     if (standing == ShardBook::Standing::held) {
         answerJSON(response, 200, {{"ok", true}});
     } else if (standing == ShardBook::Standing::alreadyEnded && kind != ReportKind::heartbeat) {
@@ -468,12 +477,13 @@ void DevCoordinator::handleAudio(const httplib::Request& request, httplib::Respo
 
     // The body streams from the file (or the replacement) in chunks; a drop fault stops the
     // stream after its byte count, which closes the connection short of the announced length.
-    const std::uint64_t limit = std::min<std::uint64_t>(length, faults.dropAfterBytes.value_or(length));
+    const std::uint64_t limit =
+        std::min<std::uint64_t>(length, faults.dropAfterBytes.value_or(length));
     auto file = std::make_shared<std::ifstream>();
     response.set_content_provider(
         length, type,
-        [file, path, first, limit, replacement = faults.replaceBody](
-            size_t offset, size_t wanted, httplib::DataSink& sink) {
+        [file, path, first, limit, replacement = faults.replaceBody](size_t offset, size_t wanted,
+                                                                     httplib::DataSink& sink) {
             if (offset >= limit) return false;
             const size_t count = static_cast<size_t>(
                 std::min<std::uint64_t>({wanted, audioChunkBytes, limit - offset}));

@@ -40,7 +40,7 @@ namespace corvane::dev {
 // an ended shard gets 404. A result body that is not a JSON object, or a failure body without
 // an "error" string, gets 422 and changes nothing.
 class DevCoordinator {
-public:
+  public:
     struct Options {
         std::string host = "127.0.0.1";
         int port = 0;  // 0 = pick a free port
@@ -77,7 +77,7 @@ public:
                    std::chrono::milliseconds limit);
     size_t pendingShardCount() const;
 
-private:
+  private:
     // The handler gets the text of the path's placeholder.
     using Handler = void (DevCoordinator::*)(const httplib::Request&, httplib::Response&,
                                              const std::string&);
@@ -100,7 +100,8 @@ private:
     bool waitUnlessStopping(double seconds);
     void noteChange();  // with mutex_ held
 
-    void handlePoll(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handlePoll(const httplib::Request& request, httplib::Response& response,
+                    const std::string&);
     void handleHeartbeat(const httplib::Request& request, httplib::Response& response,
                          const std::string& jobID);
     void handleResult(const httplib::Request& request, httplib::Response& response,

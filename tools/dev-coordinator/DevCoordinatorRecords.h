@@ -41,15 +41,15 @@ struct ScriptedReply {
 
 // Faults of the audio files. They stay until replaced.
 struct AudioFaults {
-    bool ignoreRange = false;               // answer 200 with the whole file
-    std::optional<size_t> dropAfterBytes{};   // close after this many bytes of the body
-    std::optional<std::string> replaceBody{}; // served instead of the file's bytes, file or not
+    bool ignoreRange = false;                  // answer 200 with the whole file
+    std::optional<size_t> dropAfterBytes{};    // close after this many bytes of the body
+    std::optional<std::string> replaceBody{};  // served instead of the file's bytes, file or not
 };
 
 struct RecordedRequest {
     std::string method{};
-    std::string path{};   // as sent, still percent-encoded
-    std::string query{};  // raw, without '?'
+    std::string path{};                            // as sent, still percent-encoded
+    std::string query{};                           // raw, without '?'
     std::map<std::string, std::string> headers{};  // lower-cased names
     std::string body{};
 };

@@ -9,14 +9,14 @@
 namespace corvane::dev {
 
 class PathPattern {
-public:
+  public:
     explicit PathPattern(std::string_view pattern);
 
     // The placeholder's text (empty for a pattern without one), or absent when `path` does not
     // fit.
     std::optional<std::string> match(std::string_view path) const;
 
-private:
+  private:
     std::string head_;
     std::string tail_;
     bool hasPlaceholder_ = false;

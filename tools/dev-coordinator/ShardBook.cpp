@@ -5,7 +5,9 @@
 
 namespace corvane::dev {
 
-void ShardBook::add(ShardSpec spec) { entries_.push_back({std::move(spec), State::pending, {}}); }
+void ShardBook::add(ShardSpec spec) {
+    entries_.push_back({std::move(spec), State::pending, {}});
+}
 
 std::vector<ShardSpec> ShardBook::claim(size_t limit, const std::string& workerID) {
     std::vector<ShardSpec> claimed;
@@ -40,7 +42,8 @@ ShardBook::Standing ShardBook::standing(const std::string& jobID,
     return Standing::notHeld;
 }
 
-ShardBook::Standing ShardBook::end(const std::string& jobID, const std::optional<std::string>& shardID,
+ShardBook::Standing ShardBook::end(const std::string& jobID,
+                                   const std::optional<std::string>& shardID,
                                    const std::string& workerID) {
     if (auto index = find(jobID, shardID, workerID, State::held)) {
         entries_[*index].state = State::ended;
@@ -50,9 +53,9 @@ ShardBook::Standing ShardBook::end(const std::string& jobID, const std::optional
 }
 
 size_t ShardBook::pendingCount() const {
-    return static_cast<size_t>(std::count_if(entries_.begin(), entries_.end(), [](const Entry& entry) {
-        return entry.state == State::pending;
-    }));
+    return static_cast<size_t>(
+        std::count_if(entries_.begin(), entries_.end(),
+                      [](const Entry& entry) { return entry.state == State::pending; }));
 }
 
 }  // namespace corvane::dev

@@ -12,7 +12,7 @@
 namespace corvane::dev {
 
 class ShardBook {
-public:
+  public:
     enum class Standing {
         held,          // the worker holds the shard
         notHeld,       // never claimed by this worker
@@ -31,7 +31,7 @@ public:
                  const std::string& workerID);
     size_t pendingCount() const;
 
-private:
+  private:
     enum class State { pending, held, ended };
     struct Entry {
         ShardSpec spec;

@@ -18,7 +18,8 @@ ShardSpec decodeShardSpec(const Json& object) {
     if (const Json* model = json::member(object, "model_identifier")) {
         spec.modelIdentifier = ModelIdentifier::decodeLeniently(*model);
         if (!spec.modelIdentifier) {
-            json::wrongType("model_identifier", "an object with \"backend\", \"model\" and \"version\"");
+            json::wrongType("model_identifier",
+                            "an object with \"backend\", \"model\" and \"version\"");
         }
     }
     if (auto jobType = json::optionalString(object, "job_type")) spec.jobType = *jobType;

@@ -19,7 +19,8 @@ namespace {
 
 constexpr const char* usage =
     "usage: corvane-dev-coordinator [--port N] [--host ADDRESS] [--audio-dir DIR]\n"
-    "                               [--jobs jobs.json] [--token TOKEN] [--suggested-max-shards N]\n";
+    "                               [--jobs jobs.json] [--token TOKEN] [--suggested-max-shards "
+    "N]\n";
 
 struct Arguments {
     corvane::dev::DevCoordinator::Options options;
@@ -67,7 +68,8 @@ int main(int argc, char** argv) {
     Arguments arguments;
     try {
         arguments = parseArguments(argc, argv);
-        if (arguments.jobs) arguments.options.shards = corvane::dev::loadShardSpecs(*arguments.jobs);
+        if (arguments.jobs)
+            arguments.options.shards = corvane::dev::loadShardSpecs(*arguments.jobs);
     } catch (const std::invalid_argument& error) {
         if (*error.what()) std::cerr << error.what() << "\n";
         std::cerr << usage;
@@ -78,7 +80,8 @@ int main(int argc, char** argv) {
     }
     for (const auto& shard : arguments.options.shards) {
         std::error_code error;
-        if (!std::filesystem::is_regular_file(arguments.options.audioDir / shard.audioFile, error)) {
+        if (!std::filesystem::is_regular_file(arguments.options.audioDir / shard.audioFile,
+                                              error)) {
             std::cerr << "warning: " << shard.audioFile << " is not in "
                       << arguments.options.audioDir.string() << "; its audio will answer 404\n";
         }
