@@ -12,41 +12,14 @@
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/config/WorkerConfigWriter.h"
 #include "CorvaneApp/platform/AtomicFile.h"
+#include "tests/config/ConfigLineDiff.h"
 
 namespace corvane {
 namespace {
 
 namespace cl = configlines;
 using Lines = std::vector<std::string>;
-
-struct Diff {
-    Lines removed;
-    Lines added;
-};
-
-// Longest common subsequence of lines; what is outside it was removed or added.
-Diff diffLines(const Lines& before, const Lines& after) {
-    size_t n = before.size(), m = after.size();
-    std::vector<std::vector<int>> common(n + 1, std::vector<int>(m + 1, 0));
-    for (size_t i = n; i-- > 0;) {
-        for (size_t j = m; j-- > 0;) {
-            common[i][j] = before[i] == after[j] ? common[i + 1][j + 1] + 1
-                                                 : std::max(common[i + 1][j], common[i][j + 1]);
-        }
-    }
-    Diff diff;
-    size_t i = 0, j = 0;
-    while (i < n || j < m) {
-        if (i < n && j < m && before[i] == after[j]) {
-            ++i, ++j;
-        } else if (j < m && (i == n || common[i][j + 1] >= common[i + 1][j])) {
-            diff.added.push_back(after[j++]);
-        } else {
-            diff.removed.push_back(before[i++]);
-        }
-    }
-    return diff;
-}
+using testing::diffLines;
 
 bool isTopLevelKey(std::string_view line, std::string_view key) {
     return cl::isTopLevelLineWithKey(line, key);

@@ -1,0 +1,49 @@
+#pragma once
+// A BackgroundRunner for tests: bodies wait until the test runs them, on the test's thread.
+
+#include <deque>
+#include <memory>
+#include <stop_token>
+
+#include "CorvaneApp/config/BackgroundRunner.h"
+
+namespace corvane::testing {
+
+class ManualBackgroundRunner final : public BackgroundRunner {
+public:
+    std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) override {
+        auto pending = std::make_shared<Pending>();
+        pending->body = std::move(body);
+        queue_.push_back(pending);
+        return std::make_unique<Job>(pending);
+    }
+
+    size_t pendingCount() const { return queue_.size(); }
+    // Runs the oldest waiting body; false when none waits.
+    bool runNext() {
+        if (queue_.empty()) return false;
+        auto pending = queue_.front();
+        queue_.pop_front();
+        pending->body(pending->stop.get_token());
+        return true;
+    }
+    bool nextIsCancelled() const { return !queue_.empty() && queue_.front()->stop.stop_requested(); }
+
+private:
+    struct Pending {
+        std::function<void(std::stop_token)> body;
+        std::stop_source stop;
+    };
+    class Job final : public BackgroundJob {
+    public:
+        explicit Job(std::shared_ptr<Pending> pending) : pending_(std::move(pending)) {}
+        ~Job() override { cancel(); }
+        void cancel() override { pending_->stop.request_stop(); }
+
+    private:
+        std::shared_ptr<Pending> pending_;
+    };
+    std::deque<std::shared_ptr<Pending>> queue_;
+};
+
+}  // namespace corvane::testing
