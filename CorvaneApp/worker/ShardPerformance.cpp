@@ -5,7 +5,9 @@
 namespace corvane {
 
 void ShardStageAccumulator::add(WorkerControllerEvent::Stage stage, double seconds) {
-    auto addTo = [seconds](std::optional<double>& field) { field = field.value_or(0) + seconds; };
+    // A clock set back mid-stage gives a negative span; it counts as 0 rather than eating others.
+    const double span = seconds > 0 ? seconds : 0;
+    auto addTo = [span](std::optional<double>& field) { field = field.value_or(0) + span; };
     switch (stage) {
         case WorkerControllerEvent::Stage::download: addTo(download); break;
         case WorkerControllerEvent::Stage::decode: addTo(decode); break;
@@ -17,7 +19,9 @@ void ShardStageAccumulator::add(WorkerControllerEvent::Stage stage, double secon
 SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
     SubmitPerformanceBody body;
     const auto& meta = in.meta;
-    body.wallClockSeconds = in.wallSeconds;
+    // Spans measured across a clock set back are held at 0, never reported negative.
+    const double wall = std::max(0.0, in.wallSeconds);
+    body.wallClockSeconds = wall;
     body.sampleCount = in.aggregate.sampleCount;
     if (in.aggregate.sampleCount >= 1) {
         body.cpuAvgPercent = in.aggregate.avgCpuPercent;
@@ -53,8 +57,8 @@ SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
         body.inferenceSeconds = in.stages->inference;
     }
     if (in.rtt && in.rtt->pollCount > 0) body.pollRttMs = in.rtt->pollSumMs / static_cast<double>(in.rtt->pollCount);
-    body.submitRttMs = in.lastSubmitRttMs;
-    if (body.audioSeconds && in.wallSeconds > 0) body.audioRealtimeFactor = *body.audioSeconds / in.wallSeconds;
+    if (in.lastSubmitRttMs) body.submitRttMs = std::max(0.0, *in.lastSubmitRttMs);
+    if (body.audioSeconds && wall > 0) body.audioRealtimeFactor = *body.audioSeconds / wall;
     if (in.stages && in.stages->inference && *in.stages->inference > 0) {
         body.segmentsPerSecond = static_cast<double>(in.segmentCount) / *in.stages->inference;
     }

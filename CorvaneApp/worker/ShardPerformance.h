@@ -23,9 +23,10 @@ struct ShardStageAccumulator {
 struct ShardRTTAccumulator {
     std::int64_t pollCount = 0;
     double pollSumMs = 0;
+    // A clock set back during the poll gives a negative span; it counts as 0.
     void add(double ms) {
         ++pollCount;
-        pollSumMs += ms;
+        pollSumMs += ms > 0 ? ms : 0;
     }
 };
 
