@@ -14,7 +14,7 @@ using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
 
 // Frees the error's texts whatever path leaves the scope.
 struct ScopedError {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};  // all-null, as SD_BUS_ERROR_NULL spells it in C
     ~ScopedError() { sd_bus_error_free(&error); }
 };
 
