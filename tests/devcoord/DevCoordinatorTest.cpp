@@ -127,6 +127,7 @@ TEST_F(DevCoordinatorTest, ReportsFollowTheShardThroughItsLife) {
     auto& coordinator = start({{"j1", "s1", "clip.wav"}, {"j2", {}, "clip.wav"}});
     ASSERT_EQ(authed("GET", "/api/v1/workers/poll?max_shards=2").status, 200);
     const std::string s1 = "/api/v1/jobs/j1/";
+    const std::string longText(200'000, 'w');  // large enough for "Expect: 100-continue"
     struct Row {
         std::string method, path, body, worker;
         int status;
@@ -137,7 +138,7 @@ TEST_F(DevCoordinatorTest, ReportsFollowTheShardThroughItsLife) {
         {"POST", s1 + "heartbeat", "", "w1", 404},                           // shard id missing
         {"POST", s1 + "result?shard_id=s1", "{\"transcript\":", "w1", 422},  // truncated JSON
         {"POST", s1 + "result?shard_id=s1", "[1]", "w1", 422},
-        {"POST", s1 + "result?shard_id=s1", R"({"transcript":"hi"})", "w1", 200},
+        {"POST", s1 + "result?shard_id=s1", "{\"transcript\":\"" + longText + "\"}", "w1", 200},
         {"POST", s1 + "result?shard_id=s1", R"({"transcript":"again"})", "w1", 409},
         {"POST", s1 + "heartbeat?shard_id=s1", "", "w1", 404},  // ended
         {"POST", "/api/v1/jobs/j2/fail", R"({"reason":"x"})", "w1", 422},
@@ -151,7 +152,7 @@ TEST_F(DevCoordinatorTest, ReportsFollowTheShardThroughItsLife) {
     ASSERT_EQ(coordinator.heartbeats().size(), 1u);
     EXPECT_EQ(coordinator.heartbeats()[0].shardID, "s1");
     ASSERT_EQ(coordinator.results().size(), 2u);
-    EXPECT_EQ(coordinator.results()[0].body.at("transcript"), "hi");
+    EXPECT_EQ(coordinator.results()[0].body.at("transcript"), longText);
     EXPECT_EQ(coordinator.results()[1].body.at("transcript"), "again");
     ASSERT_EQ(coordinator.failures().size(), 1u);
     EXPECT_EQ(coordinator.failures()[0].jobID, "j2");

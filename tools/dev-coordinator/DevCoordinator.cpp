@@ -87,6 +87,7 @@ DevCoordinator::DevCoordinator(Options options)
       audioDir_(std::move(options.audioDir)),
       token_(std::move(options.token)),
       suggestedMaxShards_(options.suggestedMaxShards),
+      enrollmentToken_(std::move(options.enrollmentToken)),
       routes_{
           {"GET", PathPattern("/api/v1/workers/poll"), true, &DevCoordinator::handlePoll},
           {"POST", PathPattern("/api/v1/jobs/{}/heartbeat"), true,
@@ -94,6 +95,7 @@ DevCoordinator::DevCoordinator(Options options)
           {"POST", PathPattern("/api/v1/jobs/{}/result"), true, &DevCoordinator::handleResult},
           {"POST", PathPattern("/api/v1/jobs/{}/fail"), true, &DevCoordinator::handleFail},
           {"GET", PathPattern("/audio/{}"), false, &DevCoordinator::handleAudio},
+          {"POST", PathPattern("/api/v1/workers/register"), false, &DevCoordinator::handleRegister},
       },
       server_(std::make_unique<httplib::Server>()) {
     for (ShardSpec& spec : options.shards) book_.add(std::move(spec));
@@ -414,7 +416,9 @@ void DevCoordinator::handleJobReport(const httplib::Request& request, httplib::R
         log::get("DevCoordinator")
             ->info("{} of job {}{}: {}", kind == ReportKind::result ? "result" : "failure", jobID,
                    shardID ? " shard " + *shardID : "",
-                   kind == ReportKind::result ? body.dump() : body["error"].get<std::string>());
+                   kind == ReportKind::result
+                       ? body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
+                       : body["error"].get<std::string>());
     }
     if (standing == ShardBook::Standing::held) {
         answerJSON(response, 200, {{"ok", true}});

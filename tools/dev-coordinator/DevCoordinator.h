@@ -31,14 +31,18 @@ namespace corvane::dev {
 
 // Worker endpoints: GET "/api/v1/workers/poll?max_shards=N", POST "/api/v1/jobs/{id}/heartbeat",
 // ".../result" and ".../fail" with an optional "?shard_id=", all behind the bearer token; and
-// GET "/audio/<file>" without it.
+// GET "/audio/<file>" without it; and POST "/api/v1/workers/register" without it, which hands
+// out the worker token.
 //
 // Answers: a wrong or missing token gets 401 {"detail": ...}. A poll gets 200 {"items": [...]}
 // or 204 when nothing waits. A report about a shard that this worker (by "X-Worker-ID") does not
 // hold gets 404 and is not recorded. A result or failure ends the shard; a second one for the
 // same shard is recorded as well, so tests see the duplicate, and answered 409. A heartbeat on
 // an ended shard gets 404. A result body that is not a JSON object, or a failure body without
-// an "error" string, gets 422 and changes nothing.
+// an "error" string, gets 422 and changes nothing. A registration needs a JSON object with a
+// "worker_id" string (else 422), the right "X-Enrollment-Token" when `enrollmentToken` is set
+// (else 401), and a worker id not registered before (else 403, "already registered"); it is
+// answered {"worker_id", "worker_token", "message"}. All its refusals carry {"error": ...}.
 class DevCoordinator {
   public:
     struct Options {
@@ -48,6 +52,7 @@ class DevCoordinator {
         std::string token = "dev-token";
         std::vector<ShardSpec> shards{};
         std::optional<int> suggestedMaxShards{};  // sent as X-Suggested-Max-Shards on polls
+        std::optional<std::string> enrollmentToken{};  // required of registrations when set
     };
 
     // Listens before returning; throws std::runtime_error when the address cannot be bound.
@@ -70,6 +75,7 @@ class DevCoordinator {
     std::vector<ResultRecord> results() const;
     std::vector<FailureRecord> failures() const;
     std::vector<HeartbeatRecord> heartbeats() const;
+    std::vector<RegistrationRecord> registrations() const;
 
     // Blocks until the predicate holds or `limit` passes; returns whether it held. The
     // predicate runs without the coordinator's lock, so it may call the accessors above.
@@ -113,11 +119,13 @@ class DevCoordinator {
                          const std::string& jobID, ReportKind kind);
     void handleAudio(const httplib::Request& request, httplib::Response& response,
                      const std::string& fileName);
+    void handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;
     const std::string token_;
     const std::optional<int> suggestedMaxShards_;
+    const std::optional<std::string> enrollmentToken_;
     const std::vector<Route> routes_;
 
     mutable std::mutex mutex_;
@@ -131,6 +139,7 @@ class DevCoordinator {
     std::vector<ResultRecord> results_;                          // guarded by mutex_
     std::vector<FailureRecord> failures_;                        // guarded by mutex_
     std::vector<HeartbeatRecord> heartbeats_;                    // guarded by mutex_
+    std::vector<RegistrationRecord> registrations_;              // guarded by mutex_
 
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;

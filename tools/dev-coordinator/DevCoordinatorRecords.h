@@ -66,6 +66,13 @@ struct FailureRecord {
     std::string error{};  // the "error" string
 };
 
+// One accepted registration: the machine's request body as sent.
+struct RegistrationRecord {
+    std::string workerID{};
+    bool sentEnrollmentToken = false;
+    nlohmann::json body{};
+};
+
 struct HeartbeatRecord {
     std::string jobID{};
     std::optional<std::string> shardID{};
