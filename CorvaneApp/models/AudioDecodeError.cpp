@@ -25,6 +25,6 @@ struct Describe {
 
 }  // namespace
 
-AudioDecodeError::AudioDecodeError(Case value) : value_(std::move(value)), description_(std::visit(Describe{}, value_)) {}
+AudioDecodeError::AudioDecodeError(Case value) : CaseError(value, std::visit(Describe{}, value)) {}
 
 }  // namespace corvane

@@ -1,5 +1,7 @@
 #include "tests/models/AudioFixtures.h"
 
+#include "tests/models/TestFolder.h"
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -27,19 +29,6 @@ std::filesystem::path made(const std::string& name, Make make) {
     make(temporary);
     std::filesystem::rename(temporary, path);
     return path;
-}
-
-std::string readAll(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
-void writeAll(const std::filesystem::path& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
 }  // namespace
@@ -121,11 +110,11 @@ std::filesystem::path AudioFixtures::copyAs(const std::filesystem::path& source,
 
 std::filesystem::path AudioFixtures::truncated(const std::filesystem::path& source, const std::string& name,
                                                size_t bytes) {
-    return made(name, [&](const std::filesystem::path& temporary) { writeAll(temporary, readAll(source).substr(0, bytes)); });
+    return made(name, [&](const std::filesystem::path& temporary) { writeFile(temporary, readFile(source).substr(0, bytes)); });
 }
 
 std::filesystem::path AudioFixtures::bytes(const std::string& name, const std::string& content) {
-    return made(name, [&](const std::filesystem::path& temporary) { writeAll(temporary, content); });
+    return made(name, [&](const std::filesystem::path& temporary) { writeFile(temporary, content); });
 }
 
 }  // namespace corvane::testing
