@@ -79,7 +79,7 @@ bool IdleEligibilityMonitor::systemIsOnACPower() {
     return isOnACPower("/sys/class/power_supply");
 }
 
-bool IdleEligibilityMonitor::isOnACPower(const std::string& powerSupplyRoot) {
+bool IdleEligibilityMonitor::isOnACPower(const std::filesystem::path& powerSupplyRoot) {
     auto reading = PowerSupplyReader(powerSupplyRoot).read();
     if (!reading.folderReadable) {
         log::get("IdleEligibilityMonitor")

@@ -2,6 +2,7 @@
 // Every five seconds, folds the weekly schedule, the power source and the time since the last
 // input into the gate's schedule input, with the reason when it says no.
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -52,7 +53,7 @@ public:
     static std::optional<std::pair<int, int>> localDayAndHour(Date at);
     // On mains power, from /sys/class/power_supply; true (with an error logged) when unknown.
     static bool systemIsOnACPower();
-    static bool isOnACPower(const std::string& powerSupplyRoot);
+    static bool isOnACPower(const std::filesystem::path& powerSupplyRoot);
 
 private:
     std::shared_ptr<EligibilityGate> gate_;

@@ -8,14 +8,9 @@
 
 namespace corvane {
 
-std::optional<double> MemoryAdmissionProbes::machineRAMUsedGB() {
-    return machineRAMUsedGB("/proc/meminfo");
-}
-
-std::optional<double> MemoryAdmissionProbes::machineRAMUsedGB(const std::filesystem::path& meminfo) {
-    // A stack buffer: this runs on every claim pass and must not allocate.
+std::optional<double> MemoryAdmissionProbes::machineRAMUsedGB(const char* meminfoPath) {
     ProcText::Buffer<4096> text;
-    if (!ProcText::readInto(meminfo.c_str(), text)) return std::nullopt;
+    if (!ProcText::readInto(meminfoPath, text)) return std::nullopt;
     auto total = ProcText::meminfoKilobytes(text.view(), "MemTotal");
     auto available = ProcText::meminfoKilobytes(text.view(), "MemAvailable");
     if (!total || !available || *total == 0 || *available > *total) return std::nullopt;

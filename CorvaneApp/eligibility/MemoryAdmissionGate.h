@@ -2,7 +2,6 @@
 // Admits one more shard only while measured machine-wide RAM use plus the room one shard needs
 // stays under the ceiling. Fails closed: when RAM use can't be read, nothing is admitted.
 
-#include <filesystem>
 #include <functional>
 #include <optional>
 
@@ -20,8 +19,8 @@ struct MemoryAdmissionProbes {
 
     // Machine-wide RAM in use, in GB: MemTotal minus MemAvailable of /proc/meminfo, so that page
     // cache the kernel can reclaim doesn't count. Absent when the file can't be read or parsed.
-    static std::optional<double> machineRAMUsedGB();
-    static std::optional<double> machineRAMUsedGB(const std::filesystem::path& meminfo);
+    // Allocates nothing: it runs on every pass of the run loop that might claim.
+    static std::optional<double> machineRAMUsedGB(const char* meminfoPath = "/proc/meminfo");
 };
 
 class MemoryAdmissionGate final : public MemoryGate {

@@ -38,7 +38,7 @@ struct Transition {
 };
 
 std::ostream& operator<<(std::ostream& out, const Transition& t) {
-    return out << t.time << " " << (t.eligible ? "eligible" : "paused") << " " << t.reason.value_or("-");
+    return out << t.time << (t.eligible ? " eligible " : " paused ") << t.reason.value_or("-");
 }
 
 // A day of one computer, driven by the fake clock: every watcher runs on its own timer against
@@ -89,22 +89,19 @@ protected:
                              },
                              [] { return true; }};
 
-    class DaySampler final : public HeavyAppDetector::Sampling {
-    public:
-        explicit DaySampler(EligibilityDayTest* day) : day_(day) {}
-        std::optional<HeavyAppDetector::ForegroundAppSample> sampleForegroundApp() override {
-            double t = day_->secondsOfDay();
-            if (!day_->blenderHeavy.contains(t) && !day_->blenderLight.contains(t)) return std::nullopt;
-            double cpu = day_->blenderHeavy.contains(t) ? 80 : 10;
-            return HeavyAppDetector::ForegroundAppSample{
-                4242, "blender", "Blender", cpu, 12, HeavyAppDetector::TriggerStrategy::sustainedEverySample};
-        }
-
-    private:
-        EligibilityDayTest* day_;
+    using Sample = HeavyAppDetector::ForegroundAppSample;
+    struct DaySampler final : HeavyAppDetector::Sampling {
+        explicit DaySampler(std::function<std::optional<Sample>()> f) : sample(std::move(f)) {}
+        std::optional<Sample> sampleForegroundApp() override { return sample(); }
+        std::function<std::optional<Sample>()> sample;
     };
-    HeavyAppDetector heavy{gate, executor, [] { return true; }, std::make_shared<DaySampler>(this),
-                           nullptr};
+    std::shared_ptr<DaySampler> blender = std::make_shared<DaySampler>([this]() -> std::optional<Sample> {
+        double t = secondsOfDay();
+        if (!blenderHeavy.contains(t) && !blenderLight.contains(t)) return std::nullopt;
+        return Sample{4242, "blender", "Blender", blenderHeavy.contains(t) ? 80.0 : 10.0, 12,
+                      HeavyAppDetector::TriggerStrategy::sustainedEverySample};
+    });
+    HeavyAppDetector heavy{gate, executor, [] { return true; }, blender, nullptr};
 };
 
 TEST_F(EligibilityDayTest, EveryPauseAndResumeOfTheDayInOrder) {

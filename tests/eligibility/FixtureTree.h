@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -52,6 +53,14 @@ public:
         std::filesystem::create_symlink(target, link);
     }
     void remove(const std::string& relative) { std::filesystem::remove_all(path(relative)); }
+
+    // proc/<pid>/stat as the kernel writes it: CPU in clock ticks (user time), RSS in pages.
+    void process(int pid, const std::string& name, char state = 'S', std::uint64_t ticks = 0,
+                 std::uint64_t rssPages = 0) {
+        write("proc/" + std::to_string(pid) + "/stat",
+              std::to_string(pid) + " (" + name + ") " + state + " 1 1 1 0 -1 0 0 0 0 0 " + std::to_string(ticks) +
+                  " 0 0 0 20 0 1 0 100 1000 " + std::to_string(rssPages) + " 0\n");
+    }
 
 private:
     std::filesystem::path root_;

@@ -1,5 +1,5 @@
 #pragma once
-// A private dbus-daemon for one test, and a tiny service on it that answers like GNOME's idle
+// A private dbus-daemon for one test, with a tiny service on it that answers like GNOME's idle
 // monitor and logind's manager, so that the real sd-bus client is tested end to end.
 
 #include <signal.h>
@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -19,84 +19,59 @@ class PrivateBus {
 public:
     // Starts dbus-daemon; address() is empty when it can't run here.
     explicit PrivateBus(const std::filesystem::path& folder) {
+        auto config = folder / "bus.conf";
+        std::ofstream(config) << "<busconfig><type>session</type><listen>unix:path=" << (folder / "bus").string()
+                              << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
+                                 "send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                                 "<allow own=\"*\"/></policy></busconfig>\n";
+        std::string configArgument = "--config-file=" + config.string();
         int fds[2];
         if (::pipe(fds) != 0) return;
-        std::string config = "--config-file=" + writeConfig(folder).string();
         pid_ = ::fork();
         if (pid_ == 0) {
             ::dup2(fds[1], STDOUT_FILENO);
-            ::close(fds[0]);
-            ::execlp("dbus-daemon", "dbus-daemon", config.c_str(), "--nofork", "--print-address",
+            ::execlp("dbus-daemon", "dbus-daemon", configArgument.c_str(), "--nofork", "--print-address",
                      static_cast<char*>(nullptr));
             ::_exit(127);
         }
         ::close(fds[1]);
-        // The daemon prints its address once it listens: reading it is the wait for readiness.
+        // The daemon prints its address once it listens: this read is the wait for readiness.
         char buffer[512];
-        ssize_t got = pid_ > 0 ? ::read(fds[0], buffer, sizeof buffer - 1) : -1;
+        ssize_t got = pid_ > 0 ? ::read(fds[0], buffer, sizeof buffer) : -1;
         ::close(fds[0]);
-        if (got > 0) {
-            address_.assign(buffer, static_cast<std::size_t>(got));
-            while (!address_.empty() && (address_.back() == '\n')) address_.pop_back();
-        }
+        if (got > 1) address_.assign(buffer, static_cast<std::size_t>(got) - 1);  // without '\n'
     }
     ~PrivateBus() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            ::waitpid(pid_, nullptr, 0);
-        }
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGTERM);
+        ::waitpid(pid_, nullptr, 0);
     }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-
     const std::string& address() const { return address_; }
 
 private:
-    static std::filesystem::path writeConfig(const std::filesystem::path& folder) {
-        auto path = folder / "bus.conf";
-        std::string text =
-            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
-            "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n<busconfig>"
-            "<type>session</type><listen>unix:path=" +
-            (folder / "bus").string() +
-            "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
-            "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
-        FILE* file = std::fopen(path.c_str(), "w");
-        std::fputs(text.c_str(), file);
-        std::fclose(file);
-        return path;
-    }
-
     pid_t pid_ = -1;
     std::string address_;
 };
 
-// Serves org.gnome.Mutter.IdleMonitor.GetIdletime and logind's IdleHint/IdleSinceHint on its own
-// thread until destroyed.
+// Serves Mutter's GetIdletime and logind's IdleHint/IdleSinceHint from its own thread.
 class FakeIdleService {
 public:
-    std::atomic<std::uint64_t> idleMilliseconds{0};
+    std::atomic<std::uint64_t> idleMilliseconds{0}, idleSinceMicros{0};
     std::atomic<bool> idleHint{false};
-    std::atomic<std::uint64_t> idleSinceMicros{0};
 
     explicit FakeIdleService(const std::string& address) {
         sd_bus_new(&bus_);
         sd_bus_set_address(bus_, address.c_str());
         sd_bus_set_bus_client(bus_, 1);
         if (sd_bus_start(bus_) < 0) return;
-        sd_bus_add_object_vtable(bus_, nullptr, "/org/gnome/Mutter/IdleMonitor/Core",
-                                 "org.gnome.Mutter.IdleMonitor", kMutterTable, this);
-        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/login1",
-                                 "org.freedesktop.login1.Manager", kLogindTable, this);
-        sd_bus_request_name(bus_, "org.gnome.Mutter.IdleMonitor", 0);
-        sd_bus_request_name(bus_, "org.freedesktop.login1", 0);
-        ready_ = true;
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/gnome/Mutter/IdleMonitor/Core", "org.gnome.Mutter.IdleMonitor",
+                                 kMutter, this);
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", kLogind,
+                                 this);
+        ready_ = sd_bus_request_name(bus_, "org.gnome.Mutter.IdleMonitor", 0) >= 0 &&
+                 sd_bus_request_name(bus_, "org.freedesktop.login1", 0) >= 0;
         thread_ = std::thread([this] {
-            while (!stop_) {
-                int r = sd_bus_process(bus_, nullptr);
-                if (r < 0) break;
-                if (r == 0) sd_bus_wait(bus_, 20'000);  // wakes on traffic; the bound only ends the loop
-            }
+            while (!stop_ && sd_bus_process(bus_, nullptr) >= 0) sd_bus_wait(bus_, 20'000);
         });
     }
     ~FakeIdleService() {
@@ -107,30 +82,22 @@ public:
     bool ready() const { return ready_; }
 
 private:
-    static int getIdletime(sd_bus_message* call, void* self, sd_bus_error*) {
-        return sd_bus_reply_method_return(call, "t",
-                                          static_cast<std::uint64_t>(static_cast<FakeIdleService*>(self)->idleMilliseconds));
+    static FakeIdleService& self(void* data) { return *static_cast<FakeIdleService*>(data); }
+    static int idletime(sd_bus_message* call, void* data, sd_bus_error*) {
+        return sd_bus_reply_method_return(call, "t", self(data).idleMilliseconds.load());
     }
-    static int getHint(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* self,
-                       sd_bus_error*) {
-        int value = static_cast<FakeIdleService*>(self)->idleHint ? 1 : 0;
-        return sd_bus_message_append(reply, "b", value);
+    static int hint(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*) {
+        return sd_bus_message_append(reply, "b", self(data).idleHint.load() ? 1 : 0);
     }
-    static int getSince(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* self,
-                        sd_bus_error*) {
-        return sd_bus_message_append(reply, "t",
-                                     static_cast<std::uint64_t>(static_cast<FakeIdleService*>(self)->idleSinceMicros));
+    static int since(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*) {
+        return sd_bus_message_append(reply, "t", self(data).idleSinceMicros.load());
     }
-
-    static constexpr sd_bus_vtable kMutterTable[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("GetIdletime", "", "t", getIdletime, SD_BUS_VTABLE_UNPRIVILEGED),
+    static constexpr sd_bus_vtable kMutter[] = {
+        SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetIdletime", "", "t", idletime, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END};
-    static constexpr sd_bus_vtable kLogindTable[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_PROPERTY("IdleHint", "b", getHint, 0, 0),
-        SD_BUS_PROPERTY("IdleSinceHint", "t", getSince, 0, 0),
-        SD_BUS_VTABLE_END};
+    static constexpr sd_bus_vtable kLogind[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("IdleHint", "b", hint, 0, 0),
+                                                SD_BUS_PROPERTY("IdleSinceHint", "t", since, 0, 0),
+                                                SD_BUS_VTABLE_END};
 
     sd_bus* bus_ = nullptr;
     bool ready_ = false;
