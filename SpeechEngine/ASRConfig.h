@@ -16,8 +16,9 @@ struct ASRConfig {
     int streamingThreshold = 480000;
 
     ASRConfig() = default;
-    ASRConfig(int sampleRate, TdtConfig tdtConfig, int encoderHiddenSize, int parallelChunkConcurrency,
-              bool streamingEnabled = true, int streamingThreshold = 480000)
+    ASRConfig(int sampleRate, TdtConfig tdtConfig, int encoderHiddenSize,
+              int parallelChunkConcurrency, bool streamingEnabled = true,
+              int streamingThreshold = 480000)
         : sampleRate(sampleRate),
           tdtConfig(std::move(tdtConfig)),
           encoderHiddenSize(encoderHiddenSize),

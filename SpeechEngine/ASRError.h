@@ -7,10 +7,16 @@
 namespace speech {
 
 class ASRError : public std::exception {
-public:
+  public:
     enum class Kind {
-        processingFailed, unsupportedPlatform, streamingConversionFailed, fileAccessFailed,
-        notInitialized, invalidAudioData, modelLoadFailed, modelCompilationFailed
+        processingFailed,
+        unsupportedPlatform,
+        streamingConversionFailed,
+        fileAccessFailed,
+        notInitialized,
+        invalidAudioData,
+        modelLoadFailed,
+        modelCompilationFailed
     };
 
     static ASRError processingFailed(const std::string& message);
@@ -26,8 +32,9 @@ public:
     const std::string& errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
-    ASRError(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+  private:
+    ASRError(Kind kind, std::string description)
+        : kind_(kind), description_(std::move(description)) {}
 
     Kind kind_;
     std::string description_;

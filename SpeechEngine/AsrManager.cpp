@@ -4,6 +4,7 @@
 
 #include "CorvaneApp/platform/Log.h"
 #include "SpeechEngine/ASRError.h"
+#include "SpeechEngine/AudioConverterError.h"
 #include "SpeechEngine/AudioSampleSource.h"
 #include "SpeechEngine/Cancellation.h"
 #include "SpeechEngine/ChunkProcessor.h"
@@ -30,7 +31,10 @@ const MultiArray& requireOutput(const FeatureMap& outputs, const char* name, con
 }  // namespace
 
 AsrManager::AsrManager(ASRConfig config, corvane::NowFunction now)
-    : config_(std::move(config)), now_(std::move(now)), logger_(corvane::log::get("AsrManager")) {}
+    : config_(std::move(config)),
+      now_(std::move(now)),
+      logger_(corvane::log::get("AsrManager")),
+      audioConverter_(config_.sampleRate) {}
 
 AsrManager::AsrManager(ASRConfig config, AsrModels models, corvane::NowFunction now)
     : AsrManager(std::move(config), std::move(now)) {
@@ -76,7 +80,9 @@ void AsrManager::setLanguageFilter(std::shared_ptr<const TokenLanguageFilter> fi
     if (loaded_) loaded_ = std::make_shared<const Loaded>(Loaded{loaded_->models, languageFilter_});
 }
 
-void AsrManager::reset() { progress_.reset(); }
+void AsrManager::reset() {
+    progress_.reset();
+}
 
 void AsrManager::cleanup() {
     std::lock_guard lock(mutex_);
@@ -97,8 +103,28 @@ ASRResult AsrManager::transcribe(std::span<const float> samples, TdtDecoderState
     }
 }
 
-ASRResult AsrManager::transcribeWithState(std::span<const float> samples, TdtDecoderState& decoderState,
-                                          const std::optional<std::string>& language, std::stop_token stop) {
+ASRResult AsrManager::transcribe(const std::filesystem::path& audioFile,
+                                 TdtDecoderState& decoderState,
+                                 const std::optional<std::string>& language, std::stop_token stop) {
+    std::vector<float> samples;
+    try {
+        samples = audioConverter_.resampleAudioFile(audioFile);
+    } catch (const AudioConverterError& error) {
+        throw ASRError::fileAccessFailed(audioFile.string(), error.what());
+    }
+    return transcribe(std::span<const float>(samples), decoderState, language, stop);
+}
+
+ASRResult AsrManager::transcribe(const AudioBuffer& buffer, TdtDecoderState& decoderState,
+                                 const std::optional<std::string>& language, std::stop_token stop) {
+    auto samples = audioConverter_.resampleBuffer(buffer);
+    return transcribe(std::span<const float>(samples), decoderState, language, stop);
+}
+
+ASRResult AsrManager::transcribeWithState(std::span<const float> samples,
+                                          TdtDecoderState& decoderState,
+                                          const std::optional<std::string>& language,
+                                          std::stop_token stop) {
     if (!isAvailable()) throw ASRError::notInitialized();
     auto minimum = static_cast<std::size_t>(config_.sampleRate * 0.3);
     if (samples.size() < minimum) throw ASRError::invalidAudioData();
@@ -106,8 +132,11 @@ ASRResult AsrManager::transcribeWithState(std::span<const float> samples, TdtDec
 
     if (samples.size() > static_cast<std::size_t>(windowSamples)) {
         ArraySampleSource source(samples);
-        ChunkProcessor processor(source, static_cast<std::int64_t>(samples.size()), 2.0, frameSamples);
-        return processor.process(*this, started, [this](double fraction) { progress_.report(fraction); }, language, stop);
+        ChunkProcessor processor(source, static_cast<std::int64_t>(samples.size()), 2.0,
+                                 frameSamples);
+        return processor.process(
+            *this, started, [this](double fraction) { progress_.report(fraction); }, language,
+            stop);
     }
 
     auto count = static_cast<int>(samples.size());
@@ -117,24 +146,28 @@ ASRResult AsrManager::transcribeWithState(std::span<const float> samples, TdtDec
     std::vector<float> padded(static_cast<std::size_t>(windowSamples), 0.0f);
     std::copy(samples.begin(), samples.end(), padded.begin());
 
-    auto inference = executeMLInferenceWithTimings(padded, aligned, std::nullopt, decoderState, 0, true, 0, language, stop);
+    auto inference = executeMLInferenceWithTimings(padded, aligned, std::nullopt, decoderState, 0,
+                                                   true, 0, language, stop);
     const auto& hypothesis = inference.hypothesis;
 
     ASRResult result;
     result.text = convertTokensToText(hypothesis.ySequence);
-    result.tokenTimings = createTokenTimings(hypothesis.ySequence, hypothesis.timestamps, hypothesis.tokenConfidences,
-                                             hypothesis.tokenDurations);
+    result.tokenTimings =
+        createTokenTimings(hypothesis.ySequence, hypothesis.timestamps, hypothesis.tokenConfidences,
+                           hypothesis.tokenDurations);
     result.duration = static_cast<double>(count) / config_.sampleRate;
     result.processingTime = corvane::secondsBetween(started, now_());
     result.confidence = TranscriptAssembly::calculateConfidence(
-        hypothesis.ySequence.size(), TranscriptAssembly::trimmed(result.text).empty(), hypothesis.tokenConfidences);
+        hypothesis.ySequence.size(), TranscriptAssembly::trimmed(result.text).empty(),
+        hypothesis.tokenConfidences);
     return result;
 }
 
 AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
-    std::span<const float> paddedSamples, std::optional<int> originalLength, std::optional<int> actualAudioFrames,
-    TdtDecoderState& decoderState, int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
-    const std::optional<std::string>& language, std::stop_token stop) {
+    std::span<const float> paddedSamples, std::optional<int> originalLength,
+    std::optional<int> actualAudioFrames, TdtDecoderState& decoderState, int contextFrameAdjustment,
+    bool isLastChunk, int globalFrameOffset, const std::optional<std::string>& language,
+    std::stop_token stop) {
     auto loaded = snapshot();
     if (!loaded) throw ASRError::notInitialized();
     const AsrModels& models = loaded->models;
@@ -142,9 +175,12 @@ AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
 
     FeatureMap preprocessorInputs;
     auto sampleCount = static_cast<std::int64_t>(paddedSamples.size());
-    preprocessorInputs.set("audio_signal",
-                           MultiArray::of({1, sampleCount}, std::vector<float>(paddedSamples.begin(), paddedSamples.end())));
-    preprocessorInputs.set("audio_length", MultiArray::scalarInt(originalLength.value_or(static_cast<int>(sampleCount))));
+    preprocessorInputs.set(
+        "audio_signal", MultiArray::of({1, sampleCount}, std::vector<float>(paddedSamples.begin(),
+                                                                            paddedSamples.end())));
+    preprocessorInputs.set(
+        "audio_length",
+        MultiArray::scalarInt(originalLength.value_or(static_cast<int>(sampleCount))));
 
     checkCancellation(stop);
     FeatureMap preprocessorOutputs;
@@ -156,14 +192,17 @@ AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
         FeatureMap encoderInputs;
         const auto& wanted = models.encoder->description().inputNames;
         if (wanted.empty()) {
-            logger_->info("Encoder names no inputs; fallback inputs: {}", preprocessorOutputs.namesText());
-            for (const auto& name : preprocessorOutputs.names()) encoderInputs.set(name, *preprocessorOutputs.find(name));
+            logger_->info("Encoder names no inputs; fallback inputs: {}",
+                          preprocessorOutputs.namesText());
+            for (const auto& name : preprocessorOutputs.names())
+                encoderInputs.set(name, *preprocessorOutputs.find(name));
         }
         for (const auto& name : wanted) {
             const auto* array = preprocessorOutputs.find(name);
             if (!array) {
-                throw ASRError::processingFailed("Missing required encoder input: " + name +
-                                                 ". Available inputs: " + preprocessorOutputs.namesText());
+                throw ASRError::processingFailed(
+                    "Missing required encoder input: " + name +
+                    ". Available inputs: " + preprocessorOutputs.namesText());
             }
             encoderInputs.set(name, *array);
         }
@@ -173,7 +212,8 @@ AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
     }
 
     const auto& encoder = requireOutput(*last, "encoder", "Invalid encoder output");
-    const auto& encoderLength = requireOutput(*last, "encoder_length", "Invalid encoder output length");
+    const auto& encoderLength =
+        requireOutput(*last, "encoder_length", "Invalid encoder output length");
     float frames = encoderLength.flat(0);
     if (!std::isfinite(frames) || frames < 0 || frames > static_cast<float>(encoder.count())) {
         throw ASRError::processingFailed("Invalid encoder output length");
@@ -182,27 +222,34 @@ AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
 
     std::optional<std::string> hint = language;
     if (models.version == AsrModelVersion::ctcZhCn) {
-        throw ASRError::processingFailed("CTC-only model .ctcZhCn does not support TDT decoding. Use CtcZhCnManager instead.");
+        throw ASRError::processingFailed(
+            "CTC-only model .ctcZhCn does not support TDT decoding. Use CtcZhCnManager instead.");
     }
     if (hint && models.version == AsrModelVersion::tdtJa) {
-        logger_->info("Ignoring `language` hint for tdtJa: TokenLanguageFilter currently supports Latin/Cyrillic only; "
-                      "Japanese output is always kept.");
+        logger_->info(
+            "Ignoring `language` hint for tdtJa: TokenLanguageFilter currently supports "
+            "Latin/Cyrillic only; "
+            "Japanese output is always kept.");
         hint.reset();
     } else if (hint && models.version != AsrModelVersion::v3) {
-        logger_->info("Ignoring `language` hint: script filtering requires the v3 joint decoder; loaded model is {}",
-                      name(models.version));
+        logger_->info(
+            "Ignoring `language` hint: script filtering requires the v3 joint decoder; loaded "
+            "model is {}",
+            name(models.version));
         hint.reset();
     }
 
     int frameLimit = actualAudioFrames.value_or(encoderSequenceLength);
     auto decode = [&](const TdtDecoderV3& decoder) {
-        return decoder.decodeWithTimings(encoder, encoderSequenceLength, frameLimit, *models.decoder, *models.joint,
-                                         decoderState, contextFrameAdjustment, isLastChunk, globalFrameOffset, hint, stop);
+        return decoder.decodeWithTimings(
+            encoder, encoderSequenceLength, frameLimit, *models.decoder, *models.joint,
+            decoderState, contextFrameAdjustment, isLastChunk, globalFrameOffset, hint, stop);
     };
     InferenceResult result;
     const auto* filter = loaded->languageFilter.get();
-    result.hypothesis = models.version == AsrModelVersion::v2 ? decode(TdtDecoderV2(config_, filter))
-                                                              : decode(TdtDecoderV3(config_, filter));
+    result.hypothesis = models.version == AsrModelVersion::v2
+                            ? decode(TdtDecoderV2(config_, filter))
+                            : decode(TdtDecoderV3(config_, filter));
     result.encoderSequenceLength = encoderSequenceLength;
     return result;
 }
@@ -210,16 +257,19 @@ AsrManager::InferenceResult AsrManager::executeMLInferenceWithTimings(
 std::string AsrManager::convertTokensToText(std::span<const int> tokens) const {
     auto loaded = snapshot();
     static const Vocabulary empty;
-    return TranscriptAssembly::convertTokensToText(tokens, loaded && loaded->models.vocabulary ? *loaded->models.vocabulary : empty);
+    return TranscriptAssembly::convertTokensToText(
+        tokens, loaded && loaded->models.vocabulary ? *loaded->models.vocabulary : empty);
 }
 
-std::vector<TokenTiming> AsrManager::createTokenTimings(std::span<const int> tokenIds, std::span<const int> timestamps,
+std::vector<TokenTiming> AsrManager::createTokenTimings(std::span<const int> tokenIds,
+                                                        std::span<const int> timestamps,
                                                         std::span<const float> confidences,
                                                         std::span<const int> durations) const {
     auto loaded = snapshot();
     static const Vocabulary empty;
-    return TranscriptAssembly::createTokenTimings(tokenIds, timestamps, confidences, durations,
-                                                  loaded && loaded->models.vocabulary ? *loaded->models.vocabulary : empty);
+    return TranscriptAssembly::createTokenTimings(
+        tokenIds, timestamps, confidences, durations,
+        loaded && loaded->models.vocabulary ? *loaded->models.vocabulary : empty);
 }
 
 }  // namespace speech

@@ -16,6 +16,7 @@
 #include "SpeechEngine/ASRConfig.h"
 #include "SpeechEngine/ASRResult.h"
 #include "SpeechEngine/AsrModels.h"
+#include "SpeechEngine/AudioConverter.h"
 #include "SpeechEngine/ProgressEmitter.h"
 #include "SpeechEngine/TdtDecoderState.h"
 #include "SpeechEngine/TdtHypothesis.h"
@@ -28,7 +29,7 @@ class logger;
 namespace speech {
 
 class AsrManager {
-public:
+  public:
     static constexpr int windowSamples = 240000;  // what one encoder run takes: 15 s
     static constexpr int frameSamples = 1280;     // one encoder frame: 0.08 s
 
@@ -37,7 +38,8 @@ public:
         int encoderSequenceLength = 0;
     };
 
-    explicit AsrManager(ASRConfig config = ASRConfig::defaultConfig(), corvane::NowFunction now = corvane::systemNow);
+    explicit AsrManager(ASRConfig config = ASRConfig::defaultConfig(),
+                        corvane::NowFunction now = corvane::systemNow);
     // Ready at once with `models`.
     AsrManager(ASRConfig config, AsrModels models, corvane::NowFunction now = corvane::systemNow);
     AsrManager(const AsrManager&) = delete;
@@ -57,26 +59,42 @@ public:
     // in place; longer input goes through the chunked path with a state per chunk. Throws
     // ASRError, CancellationError, or a network's own error.
     ASRResult transcribe(std::span<const float> samples, TdtDecoderState& decoderState,
-                         const std::optional<std::string>& language = std::nullopt, std::stop_token stop = {});
+                         const std::optional<std::string>& language = std::nullopt,
+                         std::stop_token stop = {});
+
+    // The same for an audio file of any format FFmpeg reads, or a buffer of any rate and
+    // channel count, converted first. A file that can't be read or decoded throws
+    // ASRError::fileAccessFailed; a buffer that can't be converted, the converter's error.
+    ASRResult transcribe(const std::filesystem::path& audioFile, TdtDecoderState& decoderState,
+                         const std::optional<std::string>& language = std::nullopt,
+                         std::stop_token stop = {});
+    ASRResult transcribe(const AudioBuffer& buffer, TdtDecoderState& decoderState,
+                         const std::optional<std::string>& language = std::nullopt,
+                         std::stop_token stop = {});
 
     // Runs the networks on one padded window and decodes it.
-    InferenceResult executeMLInferenceWithTimings(std::span<const float> paddedSamples, std::optional<int> originalLength,
-                                                  std::optional<int> actualAudioFrames, TdtDecoderState& decoderState,
-                                                  int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
-                                                  const std::optional<std::string>& language, std::stop_token stop = {});
+    InferenceResult executeMLInferenceWithTimings(
+        std::span<const float> paddedSamples, std::optional<int> originalLength,
+        std::optional<int> actualAudioFrames, TdtDecoderState& decoderState,
+        int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
+        const std::optional<std::string>& language, std::stop_token stop = {});
 
     std::string convertTokensToText(std::span<const int> tokens) const;
-    std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds, std::span<const int> timestamps,
-                                                std::span<const float> confidences, std::span<const int> durations) const;
+    std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds,
+                                                std::span<const int> timestamps,
+                                                std::span<const float> confidences,
+                                                std::span<const int> durations) const;
 
     // Progress of transcriptions longer than one window.
-    std::shared_ptr<ProgressEmitter::Stream> transcriptionProgressStream() { return progress_.stream(); }
+    std::shared_ptr<ProgressEmitter::Stream> transcriptionProgressStream() {
+        return progress_.stream();
+    }
     // Ends any progress session.
     void reset();
     // Releases the networks; the manager needs loadModels() again.
     void cleanup();
 
-private:
+  private:
     struct Loaded;
     std::shared_ptr<const Loaded> snapshot() const;
     ASRResult transcribeWithState(std::span<const float> samples, TdtDecoderState& decoderState,
@@ -86,6 +104,7 @@ private:
     const corvane::NowFunction now_;
     std::shared_ptr<spdlog::logger> logger_;
     ProgressEmitter progress_;
+    const AudioConverter audioConverter_;
 
     mutable std::mutex mutex_;
     std::shared_ptr<const Loaded> loaded_;                       // guarded by mutex_

@@ -11,7 +11,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::shared_ptr<spdlog::logger> logger() { return corvane::log::get("AsrModels"); }
+std::shared_ptr<spdlog::logger> logger() {
+    return corvane::log::get("AsrModels");
+}
 
 std::vector<std::string> networkNames(const AsrModelFiles& files) {
     std::vector<std::string> names{files.preprocessor};
@@ -32,7 +34,8 @@ ModelConfiguration AsrModels::defaultConfiguration() {
     return ModelConfiguration{ComputeUnits::cpuAndNeuralEngine, true};
 }
 
-ModelConfiguration AsrModels::optimizedConfiguration(bool enableFP16, const EnvironmentLookup& environment) {
+ModelConfiguration AsrModels::optimizedConfiguration(bool enableFP16,
+                                                     const EnvironmentLookup& environment) {
     ModelConfiguration configuration{ComputeUnits::cpuAndNeuralEngine, enableFP16};
     if (environment && environment("CI")) configuration.computeUnits = ComputeUnits::cpuOnly;
     return configuration;
@@ -56,32 +59,41 @@ bool AsrModels::modelsExist(const fs::path& directory, AsrModelVersion version) 
 
 AsrModelVersion AsrModels::versionForPath(const fs::path& directory) {
     std::string path = directory.string();
-    std::transform(path.begin(), path.end(), path.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    for (auto version : {AsrModelVersion::tdtCtc110m, AsrModelVersion::v2, AsrModelVersion::v3, AsrModelVersion::tdtJa}) {
+    std::transform(path.begin(), path.end(), path.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (auto version : {AsrModelVersion::tdtCtc110m, AsrModelVersion::v2, AsrModelVersion::v3,
+                         AsrModelVersion::tdtJa}) {
         if (path.find(repoFor(version).folderName()) != std::string::npos) return version;
     }
     return AsrModelVersion::v3;
 }
 
-bool AsrModels::modelsExist(const fs::path& directory) { return modelsExist(directory, versionForPath(directory)); }
+bool AsrModels::modelsExist(const fs::path& directory) {
+    return modelsExist(directory, versionForPath(directory));
+}
 
-fs::path AsrModels::download(DownloadUtils& downloads, const fs::path& directory, bool force, AsrModelVersion version,
-                             const DownloadProgressHandler& progress, std::stop_token stop) {
+fs::path AsrModels::download(DownloadUtils& downloads, const fs::path& directory, bool force,
+                             AsrModelVersion version, const DownloadProgressHandler& progress,
+                             std::stop_token stop) {
     if (version == AsrModelVersion::ctcZhCn) {
-        throw AsrModelsError::downloadFailed(".ctcZhCn must be downloaded via its dedicated model class (e.g., CtcZhCnModels)");
+        throw AsrModelsError::downloadFailed(
+            ".ctcZhCn must be downloaded via its dedicated model class (e.g., CtcZhCnModels)");
     }
     logger()->info("Downloading ASR models to: {}", directory.string());
     fs::path folder = modelFolder(directory, version);
     if (force) {
         std::error_code error;
         fs::remove_all(folder, error);
-        if (error) throw AsrModelsError::downloadFailed("cannot delete " + folder.string() + ": " + error.message());
+        if (error)
+            throw AsrModelsError::downloadFailed("cannot delete " + folder.string() + ": " +
+                                                 error.message());
     } else if (modelsExist(directory, version)) {
         logger()->info("ASR models already present at: {}", folder.string());
         return folder;
     }
     auto names = networkNames(modelFiles(version));
-    downloads.loadModels(repoFor(version), names, folder.parent_path(), defaultConfiguration().computeUnits, progress, stop);
+    downloads.loadModels(repoFor(version), names, folder.parent_path(),
+                         defaultConfiguration().computeUnits, progress, stop);
     logger()->info("Successfully downloaded ASR models");
     return folder;
 }
@@ -90,7 +102,8 @@ AsrModels AsrModels::load(DownloadUtils& downloads, const fs::path& directory,
                           std::optional<ModelConfiguration> configuration, AsrModelVersion version,
                           const DownloadProgressHandler& progress, std::stop_token stop) {
     if (version == AsrModelVersion::ctcZhCn) {
-        throw AsrModelsError::loadingFailed(".ctcZhCn must be loaded via its dedicated manager class (e.g., CtcZhCnManager)");
+        throw AsrModelsError::loadingFailed(
+            ".ctcZhCn must be loaded via its dedicated manager class (e.g., CtcZhCnManager)");
     }
     fs::path folder = modelFolder(directory, version);
     logger()->info("Loading ASR models from: {}", folder.string());
@@ -127,22 +140,28 @@ AsrModels AsrModels::load(DownloadUtils& downloads, const fs::path& directory,
     result.configuration = config;
     result.version = version;
     result.preprocessor = take(loaded, files.preprocessor);
-    if (!result.preprocessor) throw AsrModelsError::loadingFailed("Failed to load preprocessor model");
+    if (!result.preprocessor)
+        throw AsrModelsError::loadingFailed("Failed to load preprocessor model");
     if (files.encoder) {
         result.encoder = take(loaded, *files.encoder);
-        if (!result.encoder) throw AsrModelsError::loadingFailed("Failed to load encoder model (required for split frontend)");
+        if (!result.encoder)
+            throw AsrModelsError::loadingFailed(
+                "Failed to load encoder model (required for split frontend)");
     }
     result.decoder = take(loaded, files.decoder);
     result.joint = take(loaded, files.joint);
-    if (!result.decoder || !result.joint) throw AsrModelsError::loadingFailed("Failed to load decoder or joint model");
+    if (!result.decoder || !result.joint)
+        throw AsrModelsError::loadingFailed("Failed to load decoder or joint model");
     for (const auto& [name, units] : unitsByName) {
         logger()->info("Loaded {} with compute units: {}", name, speech::name(units));
     }
-    result.vocabulary = std::make_shared<const Vocabulary>(loadVocabulary(folder / files.vocabulary));
+    result.vocabulary =
+        std::make_shared<const Vocabulary>(loadVocabulary(folder / files.vocabulary));
     return result;
 }
 
-bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory, AsrModelVersion version) {
+bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory,
+                             AsrModelVersion version) {
     if (!modelsExist(directory, version)) {
         logger()->error("Model validation failed: model files not found");
         return false;
@@ -150,7 +169,8 @@ bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory
     try {
         auto files = modelFiles(version);
         fs::path folder = modelFolder(directory, version);
-        for (const auto& name : networkNames(files)) downloads.runtime().load(folder / name, defaultConfiguration());
+        for (const auto& name : networkNames(files))
+            downloads.runtime().load(folder / name, defaultConfiguration());
         return true;
     } catch (const std::exception& error) {
         logger()->error("Model validation failed: {}", error.what());

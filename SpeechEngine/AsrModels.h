@@ -31,11 +31,13 @@ struct AsrModels {
 
     static ModelConfiguration defaultConfiguration();
     // "CI" in the environment keeps everything on the CPU.
-    static ModelConfiguration optimizedConfiguration(bool enableFP16, const EnvironmentLookup& environment);
+    static ModelConfiguration optimizedConfiguration(bool enableFP16,
+                                                     const EnvironmentLookup& environment);
 
     // The folder a version's files lie in: next to `directory`, named after the repository
     // without "-coreml". For v2 that is <parent>/parakeet-tdt-0.6b-v2.
-    static std::filesystem::path modelFolder(const std::filesystem::path& directory, AsrModelVersion version);
+    static std::filesystem::path modelFolder(const std::filesystem::path& directory,
+                                             AsrModelVersion version);
 
     // True when the version's networks and vocabulary all exist; nothing is opened.
     static bool modelsExist(const std::filesystem::path& directory, AsrModelVersion version);
@@ -44,15 +46,18 @@ struct AsrModels {
     static AsrModelVersion versionForPath(const std::filesystem::path& directory);
 
     // Fetches what is missing and proves every network loads; returns the version's folder.
-    static std::filesystem::path download(DownloadUtils& downloads, const std::filesystem::path& directory,
-                                          bool force, AsrModelVersion version,
-                                          const DownloadProgressHandler& progress = {}, std::stop_token stop = {});
+    static std::filesystem::path download(DownloadUtils& downloads,
+                                          const std::filesystem::path& directory, bool force,
+                                          AsrModelVersion version,
+                                          const DownloadProgressHandler& progress = {},
+                                          std::stop_token stop = {});
     // Loads the version's networks (fetching them if needed, with one recovery) and vocabulary.
     static AsrModels load(DownloadUtils& downloads, const std::filesystem::path& directory,
                           std::optional<ModelConfiguration> configuration, AsrModelVersion version,
                           const DownloadProgressHandler& progress = {}, std::stop_token stop = {});
     // Whether the version's files in `directory` are present and load; failures are logged.
-    static bool isModelValid(DownloadUtils& downloads, const std::filesystem::path& directory, AsrModelVersion version);
+    static bool isModelValid(DownloadUtils& downloads, const std::filesystem::path& directory,
+                             AsrModelVersion version);
 };
 
 }  // namespace speech

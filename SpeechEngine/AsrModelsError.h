@@ -7,7 +7,7 @@
 namespace speech {
 
 class AsrModelsError : public std::exception {
-public:
+  public:
     enum class Kind { modelNotFound, downloadFailed, loadingFailed, modelCompilationFailed };
 
     static AsrModelsError modelNotFound(const std::string& name, const std::string& path) {
@@ -20,16 +20,17 @@ public:
         return {Kind::loadingFailed, "Failed to load ASR models: " + message};
     }
     static AsrModelsError modelCompilationFailed(const std::string& message) {
-        return {Kind::modelCompilationFailed,
-                "Failed to compile ASR models: " + message + ". Try deleting the models and re-downloading."};
+        return {Kind::modelCompilationFailed, "Failed to compile ASR models: " + message +
+                                                  ". Try deleting the models and re-downloading."};
     }
 
     Kind kind() const { return kind_; }
     const std::string& errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
-    AsrModelsError(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+  private:
+    AsrModelsError(Kind kind, std::string description)
+        : kind_(kind), description_(std::move(description)) {}
 
     Kind kind_;
     std::string description_;

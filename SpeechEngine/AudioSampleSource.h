@@ -10,7 +10,7 @@
 namespace speech {
 
 class AudioSampleSource {
-public:
+  public:
     virtual ~AudioSampleSource() = default;
     virtual std::int64_t sampleCount() const = 0;
     // Copies destination.size() samples starting at `offset`. Throws std::out_of_range when the
@@ -20,20 +20,21 @@ public:
 
 // Samples already in memory; the caller keeps them alive while the source is used.
 class ArraySampleSource final : public AudioSampleSource {
-public:
+  public:
     explicit ArraySampleSource(std::span<const float> samples) : samples_(samples) {}
 
     std::int64_t sampleCount() const override { return static_cast<std::int64_t>(samples_.size()); }
     void copySamples(std::span<float> destination, std::int64_t offset) const override {
         if (offset < 0 || offset + static_cast<std::int64_t>(destination.size()) > sampleCount()) {
-            throw std::out_of_range("samples " + std::to_string(offset) + "+" + std::to_string(destination.size()) +
-                                    " outside a source of " + std::to_string(sampleCount()));
+            throw std::out_of_range("samples " + std::to_string(offset) + "+" +
+                                    std::to_string(destination.size()) + " outside a source of " +
+                                    std::to_string(sampleCount()));
         }
         auto from = samples_.subspan(static_cast<std::size_t>(offset), destination.size());
         std::copy(from.begin(), from.end(), destination.begin());
     }
 
-private:
+  private:
     std::span<const float> samples_;
 };
 

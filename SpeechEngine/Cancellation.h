@@ -7,7 +7,7 @@
 namespace speech {
 
 class CancellationError : public std::runtime_error {
-public:
+  public:
     CancellationError() : std::runtime_error("cancelled") {}
 };
 

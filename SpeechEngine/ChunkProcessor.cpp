@@ -24,7 +24,9 @@ constexpr std::int64_t safetyMargin = 160;
 constexpr double sampleRate = 16000.0;
 constexpr double frameSeconds = TranscriptAssembly::frameSeconds;
 
-std::int64_t floorToFrame(std::int64_t samples) { return samples / frame * frame; }
+std::int64_t floorToFrame(std::int64_t samples) {
+    return samples / frame * frame;
+}
 
 ChunkProcessor::IndexedToken indexed(std::size_t index, const ChunkProcessor::Token& token) {
     double start = token.timestamp * frameSeconds;
@@ -37,15 +39,16 @@ TdtDecoderState freshDecoderState(int layers) {
         state.reset();
         return state;
     } catch (const std::exception& error) {
-        corvane::log::get("ChunkProcessor")->critical("Failed to allocate decoder state: {}", error.what());
+        corvane::log::get("ChunkProcessor")
+            ->critical("Failed to allocate decoder state: {}", error.what());
         std::abort();
     }
 }
 
 }  // namespace
 
-ChunkProcessor::ChunkProcessor(const AudioSampleSource& source, std::int64_t totalSamples, double overlapSeconds,
-                               int melContextSamples)
+ChunkProcessor::ChunkProcessor(const AudioSampleSource& source, std::int64_t totalSamples,
+                               double overlapSeconds, int melContextSamples)
     : source_(source),
       totalSamples_(totalSamples),
       overlapSeconds_(overlapSeconds),
@@ -66,10 +69,12 @@ ChunkProcessor::Geometry ChunkProcessor::geometry() const {
 std::vector<ChunkProcessor::ChunkPlan> ChunkProcessor::plan() const {
     auto g = geometry();
     std::vector<ChunkPlan> chunks;
-    for (std::int64_t start = 0; totalSamples_ >= 1 && start < totalSamples_; start += g.strideSamples) {
+    for (std::int64_t start = 0; totalSamples_ >= 1 && start < totalSamples_;
+         start += g.strideSamples) {
         std::int64_t end = std::min(start + g.chunkSamples, totalSamples_);
         if (start >= end) break;
-        std::int64_t context = chunks.empty() ? 0 : std::min<std::int64_t>(melContextSamples_, start);
+        std::int64_t context =
+            chunks.empty() ? 0 : std::min<std::int64_t>(melContextSamples_, start);
         chunks.push_back({start, end, context, start + g.chunkSamples >= totalSamples_});
     }
     return chunks;
@@ -81,7 +86,8 @@ ChunkProcessor::WorkerPool ChunkProcessor::makeWorkerPool(AsrManager& manager, i
     count = std::max(1, count);
     if (auto models = manager.asrModels(); models && count > 1) {
         for (int i = 1; i < count; ++i) {
-            pool.owned.push_back(std::make_unique<AsrManager>(manager.config(), *models, [&manager] { return manager.now(); }));
+            pool.owned.push_back(std::make_unique<AsrManager>(
+                manager.config(), *models, [&manager] { return manager.now(); }));
             pool.workers.push_back(pool.owned.back().get());
         }
         logger_->info("ChunkProcessor using worker pool of size {}", pool.workers.size());
@@ -89,18 +95,19 @@ ChunkProcessor::WorkerPool ChunkProcessor::makeWorkerPool(AsrManager& manager, i
     return pool;
 }
 
-std::vector<ChunkProcessor::Token> ChunkProcessor::runChunk(AsrManager& worker, std::vector<float> samples,
-                                                            const ChunkPlan& chunk,
-                                                            const std::optional<std::string>& language,
-                                                            std::stop_token stop) const {
+std::vector<ChunkProcessor::Token> ChunkProcessor::runChunk(
+    AsrManager& worker, std::vector<float> samples, const ChunkPlan& chunk,
+    const std::optional<std::string>& language, std::stop_token stop) const {
     // Chunks share no decoder state: that is what lets them run side by side.
     TdtDecoderState state = freshDecoderState(worker.decoderLayerCount());
     auto count = static_cast<std::int64_t>(samples.size());
     if (count < window) samples.resize(static_cast<std::size_t>(window), 0.0f);
-    auto actualFrames = static_cast<int>(std::ceil(static_cast<double>(count - chunk.context) / static_cast<double>(frame)));
-    auto result = worker.executeMLInferenceWithTimings(samples, static_cast<int>(count), actualFrames, state,
-                                                       static_cast<int>(chunk.context / frame), chunk.isLastChunk,
-                                                       static_cast<int>(chunk.start / frame), language, stop);
+    auto actualFrames = static_cast<int>(
+        std::ceil(static_cast<double>(count - chunk.context) / static_cast<double>(frame)));
+    auto result = worker.executeMLInferenceWithTimings(
+        samples, static_cast<int>(count), actualFrames, state,
+        static_cast<int>(chunk.context / frame), chunk.isLastChunk,
+        static_cast<int>(chunk.start / frame), language, stop);
     const auto& hypothesis = result.hypothesis;
     if (hypothesis.isEmpty() || hypothesis.timestamps.empty()) return {};
     std::size_t n = hypothesis.ySequence.size();
@@ -111,14 +118,17 @@ std::vector<ChunkProcessor::Token> ChunkProcessor::runChunk(AsrManager& worker, 
     std::vector<Token> tokens;
     tokens.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
-        tokens.push_back({hypothesis.ySequence[i], hypothesis.timestamps[i], hypothesis.tokenConfidences[i],
+        tokens.push_back({hypothesis.ySequence[i], hypothesis.timestamps[i],
+                          hypothesis.tokenConfidences[i],
                           haveDurations ? hypothesis.tokenDurations[i] : 0});
     }
     return tokens;
 }
 
-ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, const std::function<void(double)>& progress,
-                                  const std::optional<std::string>& language, std::stop_token stop) const {
+ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime,
+                                  const std::function<void(double)>& progress,
+                                  const std::optional<std::string>& language,
+                                  std::stop_token stop) const {
     auto chunks = plan();
     auto pool = makeWorkerPool(manager, manager.config().parallelChunkConcurrency);
     std::deque<AsrManager*> freeWorkers(pool.workers.begin(), pool.workers.end());
@@ -143,7 +153,8 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, 
     struct StopGroupOnExit {
         std::stop_source& source;
         ~StopGroupOnExit() { source.request_stop(); }
-    } stopOnExit{groupStop};  // destroyed before `tasks`, so an early exit stops and then joins them
+    } stopOnExit{
+        groupStop};  // destroyed before `tasks`, so an early exit stops and then joins them
 
     auto collectOne = [&] {
         Finished done;
@@ -166,7 +177,8 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, 
     for (std::size_t index = 0; index < chunks.size() && !firstError; ++index) {
         checkCancellation(stop);
         const ChunkPlan& chunk = chunks[index];
-        std::vector<float> samples(static_cast<std::size_t>(chunk.end - chunk.start + chunk.context));
+        std::vector<float> samples(
+            static_cast<std::size_t>(chunk.end - chunk.start + chunk.context));
         source_.copySamples(samples, chunk.start - chunk.context);
 
         if (freeWorkers.empty() && running > 0) collectOne();
@@ -192,7 +204,8 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, 
             }));
 
         if (progress && !chunk.isLastChunk) {
-            progress(std::clamp(static_cast<double>(chunk.end) / static_cast<double>(totalSamples_), 0.0, 1.0));
+            progress(std::clamp(static_cast<double>(chunk.end) / static_cast<double>(totalSamples_),
+                                0.0, 1.0));
         }
     }
     while (running > 0) collectOne();
@@ -202,7 +215,8 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, 
     std::vector<Token> merged = slots.empty() ? std::vector<Token>{} : slots.front();
     for (std::size_t i = 1; i < slots.size(); ++i) merged = mergeChunks(merged, slots[i]);
     if (merged.size() >= 2) {
-        std::stable_sort(merged.begin(), merged.end(), [](const Token& a, const Token& b) { return a.timestamp < b.timestamp; });
+        std::stable_sort(merged.begin(), merged.end(),
+                         [](const Token& a, const Token& b) { return a.timestamp < b.timestamp; });
     }
 
     std::vector<int> ids, timestamps, durations;
@@ -216,15 +230,15 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime, 
     ASRResult result;
     result.text = manager.convertTokensToText(ids);
     result.tokenTimings = manager.createTokenTimings(ids, timestamps, confidences, durations);
-    result.confidence = TranscriptAssembly::calculateConfidence(ids.size(), TranscriptAssembly::trimmed(result.text).empty(),
-                                                                confidences);
+    result.confidence = TranscriptAssembly::calculateConfidence(
+        ids.size(), TranscriptAssembly::trimmed(result.text).empty(), confidences);
     result.duration = static_cast<double>(totalSamples_) / sampleRate;
     result.processingTime = corvane::secondsBetween(startTime, manager.now());
     return result;
 }
 
-std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(const std::vector<Token>& left,
-                                                               const std::vector<Token>& right) const {
+std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(
+    const std::vector<Token>& left, const std::vector<Token>& right) const {
     if (left.empty()) return right;
     if (right.empty()) return left;
 
@@ -269,7 +283,8 @@ std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(const std::vector
     // Keeps the left chunk's copy of every matched token, the longer side of each gap between
     // matches (the left one at equal length), and the right chunk after the last match.
     auto mergeWithPairs = [&](const std::vector<std::pair<std::size_t, std::size_t>>& pairs) {
-        std::vector<Token> result(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(pairs.front().first));
+        std::vector<Token> result(left.begin(),
+                                  left.begin() + static_cast<std::ptrdiff_t>(pairs.front().first));
         for (std::size_t p = 0; p < pairs.size(); ++p) {
             result.push_back(left[pairs[p].first]);
             if (p + 1 < pairs.size()) {
@@ -286,12 +301,15 @@ std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(const std::vector
                 }
             }
         }
-        result.insert(result.end(), right.begin() + static_cast<std::ptrdiff_t>(pairs.back().second + 1), right.end());
+        result.insert(result.end(),
+                      right.begin() + static_cast<std::ptrdiff_t>(pairs.back().second + 1),
+                      right.end());
         return result;
     };
     auto toTokenIndices = [&](const std::vector<std::pair<std::size_t, std::size_t>>& positions) {
         std::vector<std::pair<std::size_t, std::size_t>> pairs;
-        for (auto [i, j] : positions) pairs.emplace_back(overlapLeft[i].index, overlapRight[j].index);
+        for (auto [i, j] : positions)
+            pairs.emplace_back(overlapLeft[i].index, overlapRight[j].index);
         return pairs;
     };
 
@@ -300,7 +318,8 @@ std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(const std::vector
     for (std::size_t i = 0; i < overlapLeft.size(); ++i) {
         for (std::size_t j = 0; j < overlapRight.size(); ++j) {
             std::size_t k = 0;
-            while (i + k < overlapLeft.size() && j + k < overlapRight.size() && agree(i + k, j + k)) ++k;
+            while (i + k < overlapLeft.size() && j + k < overlapRight.size() && agree(i + k, j + k))
+                ++k;
             if (k > bestLength) {
                 bestLength = k;
                 bestLeft = i;
@@ -310,11 +329,13 @@ std::vector<ChunkProcessor::Token> ChunkProcessor::mergeChunks(const std::vector
     }
     if (bestLength >= minimum && bestLength > 0) {
         std::vector<std::pair<std::size_t, std::size_t>> positions;
-        for (std::size_t k = 0; k < bestLength; ++k) positions.emplace_back(bestLeft + k, bestRight + k);
+        for (std::size_t k = 0; k < bestLength; ++k)
+            positions.emplace_back(bestLeft + k, bestRight + k);
         return mergeWithPairs(toTokenIndices(positions));
     }
 
-    auto common = SequenceMatcher::findLongestCommonSubsequence(overlapLeft.size(), overlapRight.size(), agree);
+    auto common = SequenceMatcher::findLongestCommonSubsequence(overlapLeft.size(),
+                                                                overlapRight.size(), agree);
     if (common.empty()) return cutAtMidpoint();
     return mergeWithPairs(toTokenIndices(common));
 }

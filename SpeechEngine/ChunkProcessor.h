@@ -24,7 +24,7 @@ namespace speech {
 class AsrManager;
 
 class ChunkProcessor {
-public:
+  public:
     // One recognised token, with its frame in the whole recording and its jump in frames.
     struct Token {
         int token = 0;
@@ -67,8 +67,8 @@ public:
     };
 
     // `source` must outlive the processor.
-    ChunkProcessor(const AudioSampleSource& source, std::int64_t totalSamples, double overlapSeconds = 2.0,
-                   int melContextSamples = 1280);
+    ChunkProcessor(const AudioSampleSource& source, std::int64_t totalSamples,
+                   double overlapSeconds = 2.0, int melContextSamples = 1280);
 
     Geometry geometry() const;
     // The chunks of the recording, in order.
@@ -78,16 +78,19 @@ public:
     // recording scheduled so far. A failing chunk fails the whole call.
     ASRResult process(AsrManager& manager, corvane::Date startTime,
                       const std::function<void(double)>& progress = {},
-                      const std::optional<std::string>& language = std::nullopt, std::stop_token stop = {}) const;
+                      const std::optional<std::string>& language = std::nullopt,
+                      std::stop_token stop = {}) const;
 
     WorkerPool makeWorkerPool(AsrManager& manager, int count) const;
 
     // Joins two token lists whose ends may overlap in time, keeping one copy of the overlap.
-    std::vector<Token> mergeChunks(const std::vector<Token>& left, const std::vector<Token>& right) const;
+    std::vector<Token> mergeChunks(const std::vector<Token>& left,
+                                   const std::vector<Token>& right) const;
 
-private:
-    std::vector<Token> runChunk(AsrManager& worker, std::vector<float> samples, const ChunkPlan& chunk,
-                                const std::optional<std::string>& language, std::stop_token stop) const;
+  private:
+    std::vector<Token> runChunk(AsrManager& worker, std::vector<float> samples,
+                                const ChunkPlan& chunk, const std::optional<std::string>& language,
+                                std::stop_token stop) const;
 
     const AudioSampleSource& source_;
     std::int64_t totalSamples_;

@@ -1,5 +1,6 @@
 #include "SpeechEngine/DownloadUtils.h"
 
+#include <sys/utsname.h>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -7,7 +8,6 @@
 #include <fstream>
 #include <system_error>
 #include <thread>
-#include <sys/utsname.h>
 
 #include <nlohmann/json.hpp>
 
@@ -23,8 +23,12 @@ namespace {
 
 constexpr int maxListingDepth = 16;  // a tree deeper than any model folder is a broken listing
 
-bool isSuccess(long status) { return status >= 200 && status <= 299; }
-bool isRateLimit(long status) { return status == 429 || status == 503; }
+bool isSuccess(long status) {
+    return status >= 200 && status <= 299;
+}
+bool isRateLimit(long status) {
+    return status == 429 || status == 503;
+}
 
 std::string joined(const std::vector<std::string>& names) {
     std::string text;
@@ -36,7 +40,8 @@ bool looksLikeHTML(const std::string& body) {
     auto start = body.find_first_not_of(" \t\r\n");
     if (start == std::string::npos) return false;
     std::string head = body.substr(start, 15);
-    std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(head.begin(), head.end(), head.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return head.starts_with("<!doctype html") || head.starts_with("<html");
 }
 
@@ -55,7 +60,9 @@ std::string stripPrefix(const std::string& path, const std::optional<std::string
     return path.starts_with(prefix) ? path.substr(prefix.size()) : path;
 }
 
-bool isModelFolderName(const std::string& name) { return name.ends_with(".mlmodelc"); }
+bool isModelFolderName(const std::string& name) {
+    return name.ends_with(".mlmodelc");
+}
 
 bool directoryIsNeeded(const std::string& path, const std::vector<std::string>& required) {
     return std::any_of(required.begin(), required.end(), [&](const std::string& name) {
@@ -94,8 +101,9 @@ http::SessionConfig DownloadUtils::sessionConfig() {
     return config;
 }
 
-DownloadUtils::DownloadUtils(const http::Session& session, const NeuralRuntime& runtime, EnvironmentLookup environment,
-                             corvane::SleepProvider& sleeper, std::string repoOwner)
+DownloadUtils::DownloadUtils(const http::Session& session, const NeuralRuntime& runtime,
+                             EnvironmentLookup environment, corvane::SleepProvider& sleeper,
+                             std::string repoOwner)
     : session_(session),
       runtime_(runtime),
       environment_(std::move(environment)),
@@ -124,9 +132,11 @@ http::Request DownloadUtils::makeRequest(const std::string& url) const {
 void DownloadUtils::logSystemInformationOnce() {
     std::call_once(systemInformationLogged_, [this] {
         utsname system{};
-        std::string kernel = ::uname(&system) == 0 ? std::string(system.sysname) + " " + system.release + " " + system.machine
+        std::string kernel = ::uname(&system) == 0 ? std::string(system.sysname) + " " +
+                                                         system.release + " " + system.machine
                                                    : std::string("unknown system");
-        logger_->info("System information: {}, {} hardware threads", kernel, std::thread::hardware_concurrency());
+        logger_->info("System information: {}, {} hardware threads", kernel,
+                      std::thread::hardware_concurrency());
     });
 }
 
@@ -144,23 +154,26 @@ void DownloadUtils::createDirectoryRobustly(const fs::path& path) const {
     }
 }
 
-std::vector<DownloadUtils::TreeEntry> DownloadUtils::listDirectory(const Repo& repo, const std::string& path,
+std::vector<DownloadUtils::TreeEntry> DownloadUtils::listDirectory(const Repo& repo,
+                                                                   const std::string& path,
                                                                    std::stop_token stop) {
     std::string tree = path.empty() ? "tree/main" : "tree/main/" + path;
     http::Response response;
     try {
-        response = session_.send(makeRequest(registry_.apiModels(repo.remotePath(repoOwner_), tree)), stop);
+        response = session_.send(
+            makeRequest(registry_.apiModels(repo.remotePath(repoOwner_), tree)), stop);
     } catch (const http::TransportError& error) {
         rethrowTransport(error);
     }
     if (isRateLimit(response.status)) {
-        throw HuggingFaceDownloadError::rateLimited(path.empty() ? "Rate limited while listing files"
-                                                                 : "Rate limited while listing files in " + path);
+        throw HuggingFaceDownloadError::rateLimited(
+            path.empty() ? "Rate limited while listing files"
+                         : "Rate limited while listing files in " + path);
     }
     if (!isSuccess(response.status)) throw HuggingFaceDownloadError::invalidResponse();
     if (looksLikeHTML(response.body)) {
-        throw HuggingFaceDownloadError::htmlInsteadOfJSON(path.empty() ? repo.remotePath(repoOwner_) : path,
-                                                          response.body.substr(0, 200));
+        throw HuggingFaceDownloadError::htmlInsteadOfJSON(
+            path.empty() ? repo.remotePath(repoOwner_) : path, response.body.substr(0, 200));
     }
 
     std::vector<TreeEntry> entries;
@@ -168,13 +181,14 @@ std::vector<DownloadUtils::TreeEntry> DownloadUtils::listDirectory(const Repo& r
         auto document = nlohmann::json::parse(response.body);
         if (!document.is_array()) throw HuggingFaceDownloadError::invalidResponse();
         for (const auto& item : document) {
-            if (!item.is_object() || !item.contains("path") || !item["path"].is_string() || !item.contains("type") ||
-                !item["type"].is_string()) {
+            if (!item.is_object() || !item.contains("path") || !item["path"].is_string() ||
+                !item.contains("type") || !item["type"].is_string()) {
                 throw HuggingFaceDownloadError::invalidResponse();
             }
             TreeEntry entry{item["path"].get<std::string>(), item["type"].get<std::string>(), 0};
             if (item.contains("size")) {
-                if (!item["size"].is_number_unsigned()) throw HuggingFaceDownloadError::invalidResponse();
+                if (!item["size"].is_number_unsigned())
+                    throw HuggingFaceDownloadError::invalidResponse();
                 entry.size = item["size"].get<std::uint64_t>();
             }
             if (!isSafeRelativePath(entry.path)) throw HuggingFaceDownloadError::invalidResponse();
@@ -186,21 +200,24 @@ std::vector<DownloadUtils::TreeEntry> DownloadUtils::listDirectory(const Repo& r
     return entries;
 }
 
-void DownloadUtils::walk(const Repo& repo, const std::string& path, const std::vector<std::string>& required,
-                         std::vector<TreeEntry>& files, int depth, std::stop_token stop) {
+void DownloadUtils::walk(const Repo& repo, const std::string& path,
+                         const std::vector<std::string>& required, std::vector<TreeEntry>& files,
+                         int depth, std::stop_token stop) {
     if (depth > maxListingDepth) throw HuggingFaceDownloadError::invalidResponse();
     for (auto& entry : listDirectory(repo, path, stop)) {
         checkCancellation(stop);
         std::string relative = stripPrefix(entry.path, repo.subPath());
         if (entry.type == "directory") {
-            if (directoryIsNeeded(relative, required)) walk(repo, entry.path, required, files, depth + 1, stop);
+            if (directoryIsNeeded(relative, required))
+                walk(repo, entry.path, required, files, depth + 1, stop);
         } else if (entry.type == "file") {
             if (fileIsNeeded(relative, required)) files.push_back(std::move(entry));
         }
     }
 }
 
-std::vector<DownloadUtils::TreeEntry> DownloadUtils::listRepoFiles(const Repo& repo, std::stop_token stop) {
+std::vector<DownloadUtils::TreeEntry> DownloadUtils::listRepoFiles(const Repo& repo,
+                                                                   std::stop_token stop) {
     std::vector<TreeEntry> files;
     walk(repo, repo.subPath().value_or(""), repo.requiredModelNames(), files, 0, stop);
     return files;
@@ -208,7 +225,8 @@ std::vector<DownloadUtils::TreeEntry> DownloadUtils::listRepoFiles(const Repo& r
 
 DownloadUtils::DownloadedFile DownloadUtils::downloadWithProgress(
     const http::Request& request, const fs::path& temporaryFolder,
-    const std::function<void(std::uint64_t, std::optional<std::uint64_t>)>& onProgress, std::stop_token stop) {
+    const std::function<void(std::uint64_t, std::optional<std::uint64_t>)>& onProgress,
+    std::stop_token stop) {
     DownloadedFile result{TemporaryFile(temporaryFolder, "download"), 0, {}};
     int writeError = 0;
     http::StreamCallbacks callbacks;
@@ -223,7 +241,8 @@ DownloadUtils::DownloadedFile DownloadUtils::downloadWithProgress(
         response = session_.stream(request, callbacks, stop);
     } catch (const http::TransportError& error) {
         if (error.kind() == http::TransportError::Kind::writeFailed && writeError != 0) {
-            throw std::system_error(writeError, std::generic_category(), "cannot write " + result.file.path().string());
+            throw std::system_error(writeError, std::generic_category(),
+                                    "cannot write " + result.file.path().string());
         }
         rethrowTransport(error);
     }
@@ -232,8 +251,8 @@ DownloadUtils::DownloadedFile DownloadUtils::downloadWithProgress(
     return result;
 }
 
-void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory, const DownloadProgressHandler& progress,
-                                 std::stop_token stop) {
+void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory,
+                                 const DownloadProgressHandler& progress, std::stop_token stop) {
     logger_->info("Downloading {} from HuggingFace...", repo.name());
     fs::path folder = directory / repo.folderName();
     createDirectoryRobustly(folder);
@@ -247,7 +266,8 @@ void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory, co
     std::uint64_t doneBytes = 0;
     auto report = [&](std::uint64_t current) {
         if (progress && totalBytes > 0) {
-            double fraction = static_cast<double>(std::min(doneBytes + current, totalBytes)) / static_cast<double>(totalBytes);
+            double fraction = static_cast<double>(std::min(doneBytes + current, totalBytes)) /
+                              static_cast<double>(totalBytes);
             progress({fraction * 0.5, DownloadProgress::Phase::downloading});
         }
     };
@@ -272,11 +292,13 @@ void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory, co
             request, destination.parent_path(),
             [&](std::uint64_t received, std::optional<std::uint64_t>) { report(received); }, stop);
         if (isRateLimit(downloaded.status)) {
-            throw HuggingFaceDownloadError::rateLimited("Rate limited while downloading " + relative);
+            throw HuggingFaceDownloadError::rateLimited("Rate limited while downloading " +
+                                                        relative);
         }
         if (!isSuccess(downloaded.status)) throw HTTPStatusError(downloaded.status);
         // A body shorter or longer than the listing says is a broken transfer, not a model file.
-        if (downloaded.file.bytesWritten() != entry.size) throw HuggingFaceDownloadError::downloadFailed(relative);
+        if (downloaded.file.bytesWritten() != entry.size)
+            throw HuggingFaceDownloadError::downloadFailed(relative);
         downloaded.file.moveTo(destination);
         doneBytes += entry.size;
         report(0);
@@ -284,14 +306,15 @@ void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory, co
 
     for (const auto& name : repo.requiredModelNames()) {
         std::error_code error;
-        if (!fs::exists(folder / name, error)) throw HuggingFaceDownloadError::modelNotFound((folder / name).string());
+        if (!fs::exists(folder / name, error))
+            throw HuggingFaceDownloadError::modelNotFound((folder / name).string());
     }
     logger_->info("Downloaded all required models for {}", repo.name());
 }
 
-DownloadUtils::LoadedModels DownloadUtils::loadModelsOnce(const Repo& repo, const std::vector<std::string>& modelNames,
-                                                          const fs::path& directory, ComputeUnits computeUnits,
-                                                          const DownloadProgressHandler& progress, std::stop_token stop) {
+DownloadUtils::LoadedModels DownloadUtils::loadModelsOnce(
+    const Repo& repo, const std::vector<std::string>& modelNames, const fs::path& directory,
+    ComputeUnits computeUnits, const DownloadProgressHandler& progress, std::stop_token stop) {
     fs::path folder = directory / repo.folderName();
     auto required = repo.requiredModelNames();
     bool complete = std::all_of(required.begin(), required.end(), [&](const std::string& name) {
@@ -315,25 +338,31 @@ DownloadUtils::LoadedModels DownloadUtils::loadModelsOnce(const Repo& repo, cons
         fs::path path = folder / name;
         std::error_code error;
         if (!fs::exists(path, error)) throw HuggingFaceDownloadError::modelNotFound(path.string());
-        if (!fs::is_directory(path, error)) throw ModelLoadError("Model path is not a directory: " + path.string());
-        if (!fs::exists(path / "coremldata.bin", error)) throw ModelLoadError("Missing coremldata.bin in " + path.string());
+        if (!fs::is_directory(path, error))
+            throw ModelLoadError("Model path is not a directory: " + path.string());
+        if (!fs::exists(path / "coremldata.bin", error))
+            throw ModelLoadError("Missing coremldata.bin in " + path.string());
 
         auto started = std::chrono::steady_clock::now();
         models[name] = runtime_.load(path, configuration);
-        double milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
-        logger_->info("{} in {:.2f} ms :: compute units {}", name, milliseconds, speech::name(computeUnits));
+        double milliseconds =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started)
+                .count();
+        logger_->info("{} in {:.2f} ms :: compute units {}", name, milliseconds,
+                      speech::name(computeUnits));
         if (progress) {
-            progress({static_cast<double>(i + 1) * 0.5 / static_cast<double>(modelNames.size()) + 0.5,
-                      DownloadProgress::Phase::compiling});
+            progress(
+                {static_cast<double>(i + 1) * 0.5 / static_cast<double>(modelNames.size()) + 0.5,
+                 DownloadProgress::Phase::compiling});
         }
     }
     if (progress) progress({1.0, DownloadProgress::Phase::compiling});
     return models;
 }
 
-DownloadUtils::LoadedModels DownloadUtils::loadModels(const Repo& repo, const std::vector<std::string>& modelNames,
-                                                      const fs::path& directory, ComputeUnits computeUnits,
-                                                      const DownloadProgressHandler& progress, std::stop_token stop) {
+DownloadUtils::LoadedModels DownloadUtils::loadModels(
+    const Repo& repo, const std::vector<std::string>& modelNames, const fs::path& directory,
+    ComputeUnits computeUnits, const DownloadProgressHandler& progress, std::stop_token stop) {
     logSystemInformationOnce();
     try {
         return loadModelsOnce(repo, modelNames, directory, computeUnits, progress, stop);
@@ -360,7 +389,8 @@ DownloadUtils::LoadedModels DownloadUtils::loadModels(const Repo& repo, const st
     return loadModelsOnce(repo, modelNames, directory, computeUnits, progress, stop);
 }
 
-std::string DownloadUtils::fetchHuggingFaceFile(const std::string& url, const std::string& description, int maxAttempts,
+std::string DownloadUtils::fetchHuggingFaceFile(const std::string& url,
+                                                const std::string& description, int maxAttempts,
                                                 double minBackoff, std::stop_token stop) {
     maxAttempts = std::max(1, maxAttempts);
     for (int attempt = 1;; ++attempt) {
@@ -372,7 +402,8 @@ std::string DownloadUtils::fetchHuggingFaceFile(const std::string& url, const st
                 rethrowTransport(error);
             }
             if (isRateLimit(response.status)) {
-                throw HuggingFaceDownloadError::rateLimited("Rate limited while downloading " + description);
+                throw HuggingFaceDownloadError::rateLimited("Rate limited while downloading " +
+                                                            description);
             }
             if (!isSuccess(response.status)) throw HTTPStatusError(response.status);
             return std::move(response.body);
@@ -381,8 +412,8 @@ std::string DownloadUtils::fetchHuggingFaceFile(const std::string& url, const st
         } catch (const std::exception& error) {
             if (attempt >= maxAttempts) throw;
             double wait = minBackoff * std::pow(2.0, attempt - 1);
-            logger_->info("Download attempt {} for {} failed: {}. Retrying in {:.1f}s...", attempt, description,
-                          error.what(), wait);
+            logger_->info("Download attempt {} for {} failed: {}. Retrying in {:.1f}s...", attempt,
+                          description, error.what(), wait);
             if (!sleeper_.sleep(wait, stop)) throw CancellationError();
         }
     }

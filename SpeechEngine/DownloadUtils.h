@@ -37,7 +37,7 @@ struct DownloadProgress {
 using DownloadProgressHandler = std::function<void(const DownloadProgress&)>;
 
 class DownloadUtils {
-public:
+  public:
     using LoadedModels = std::map<std::string, std::shared_ptr<const NeuralModel>>;
 
     // One entry of the hub's tree listing.
@@ -60,8 +60,9 @@ public:
     static corvane::http::SessionConfig sessionConfig();
 
     // Every reference must outlive this object. `repoOwner` is the hub account of the repositories.
-    DownloadUtils(const corvane::http::Session& session, const NeuralRuntime& runtime, EnvironmentLookup environment,
-                  corvane::SleepProvider& sleeper, std::string repoOwner = Repo::defaultOwner);
+    DownloadUtils(const corvane::http::Session& session, const NeuralRuntime& runtime,
+                  EnvironmentLookup environment, corvane::SleepProvider& sleeper,
+                  std::string repoOwner = Repo::defaultOwner);
 
     ModelRegistry& registry() { return registry_; }
     const NeuralRuntime& runtime() const { return runtime_; }
@@ -74,11 +75,13 @@ public:
     // of its files is missing. On failure the folder is deleted and the whole thing runs once more.
     LoadedModels loadModels(const Repo& repo, const std::vector<std::string>& modelNames,
                             const std::filesystem::path& directory, ComputeUnits computeUnits,
-                            const DownloadProgressHandler& progress = {}, std::stop_token stop = {});
+                            const DownloadProgressHandler& progress = {},
+                            std::stop_token stop = {});
     // The same without the second attempt.
     LoadedModels loadModelsOnce(const Repo& repo, const std::vector<std::string>& modelNames,
                                 const std::filesystem::path& directory, ComputeUnits computeUnits,
-                                const DownloadProgressHandler& progress = {}, std::stop_token stop = {});
+                                const DownloadProgressHandler& progress = {},
+                                std::stop_token stop = {});
 
     // Fetches the files of `repo` that the model set needs into directory/<folder of repo>,
     // skipping files already present and non-empty. Nothing is retried here.
@@ -88,13 +91,15 @@ public:
     // Streams the body of `request` into a temporary file in `temporaryFolder`.
     DownloadedFile downloadWithProgress(
         const corvane::http::Request& request, const std::filesystem::path& temporaryFolder,
-        const std::function<void(std::uint64_t received, std::optional<std::uint64_t> total)>& onProgress = {},
+        const std::function<void(std::uint64_t received, std::optional<std::uint64_t> total)>&
+            onProgress = {},
         std::stop_token stop = {});
 
     // Fetches a small file into memory, trying up to `maxAttempts` times with waits that double
     // from `minBackoff` seconds.
-    std::string fetchHuggingFaceFile(const std::string& url, const std::string& description, int maxAttempts = 4,
-                                     double minBackoff = 1.0, std::stop_token stop = {});
+    std::string fetchHuggingFaceFile(const std::string& url, const std::string& description,
+                                     int maxAttempts = 4, double minBackoff = 1.0,
+                                     std::stop_token stop = {});
 
     // The files of `repo` to fetch: the tree walked from its sub-path, keeping what the model set
     // needs. Throws HuggingFaceDownloadError for rate limits, HTML pages and malformed listings.
@@ -103,9 +108,10 @@ public:
     // Creates `path` and its parents, removing any file that stands where a folder must be.
     void createDirectoryRobustly(const std::filesystem::path& path) const;
 
-private:
+  private:
     corvane::http::Request makeRequest(const std::string& url) const;
-    std::vector<TreeEntry> listDirectory(const Repo& repo, const std::string& path, std::stop_token stop);
+    std::vector<TreeEntry> listDirectory(const Repo& repo, const std::string& path,
+                                         std::stop_token stop);
     void walk(const Repo& repo, const std::string& path, const std::vector<std::string>& required,
               std::vector<TreeEntry>& files, int depth, std::stop_token stop);
     void logSystemInformationOnce();

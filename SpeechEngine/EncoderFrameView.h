@@ -10,7 +10,7 @@
 namespace speech {
 
 class EncoderFrameView {
-public:
+  public:
     // Throws ASRError::processingFailed for a shape that is not (1, hidden, n) or (1, n, hidden),
     // or that has no frames. `validLength` caps the frame count.
     EncoderFrameView(const MultiArray& encoderOutput, int validLength, int expectedHiddenSize);
@@ -20,7 +20,7 @@ public:
     // Copies frame `index` (0 ≤ index < frameCount) into `destination` (hiddenSize elements).
     void copyFrame(int index, std::span<float> destination) const;
 
-private:
+  private:
     const float* data_;
     std::int64_t hiddenStride_;
     std::int64_t timeStride_;

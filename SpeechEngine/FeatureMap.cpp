@@ -35,10 +35,13 @@ MultiArray& FeatureMap::set(std::string_view name, MultiArray array) {
     return entries_.back().array;
 }
 
-MultiArray& FeatureMap::prepare(std::string_view name, std::span<const std::int64_t> shape, ElementType type) {
+MultiArray& FeatureMap::prepare(std::string_view name, std::span<const std::int64_t> shape,
+                                ElementType type) {
     auto* e = entry(name);
     if (!e) {
-        entries_.push_back(Entry{std::string(name), MultiArray(std::vector<std::int64_t>(shape.begin(), shape.end()), type), true});
+        entries_.push_back(
+            Entry{std::string(name),
+                  MultiArray(std::vector<std::int64_t>(shape.begin(), shape.end()), type), true});
         return entries_.back().array;
     }
     e->array.reshape(shape, type);

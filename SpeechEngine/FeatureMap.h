@@ -14,7 +14,7 @@
 namespace speech {
 
 class FeatureMap {
-public:
+  public:
     FeatureMap() = default;
     FeatureMap(std::initializer_list<std::pair<std::string, MultiArray>> entries);
 
@@ -43,7 +43,7 @@ public:
     // "a, b, c"
     std::string namesText() const;
 
-private:
+  private:
     struct Entry {
         std::string name;
         MultiArray array;

@@ -7,8 +7,14 @@
 namespace speech {
 
 class HuggingFaceDownloadError : public std::exception {
-public:
-    enum class Kind { invalidResponse, rateLimited, modelNotFound, downloadFailed, htmlInsteadOfJSON };
+  public:
+    enum class Kind {
+        invalidResponse,
+        rateLimited,
+        modelNotFound,
+        downloadFailed,
+        htmlInsteadOfJSON
+    };
 
     static HuggingFaceDownloadError invalidResponse() {
         return {Kind::invalidResponse, "Received an invalid response from Hugging Face."};
@@ -22,7 +28,8 @@ public:
     static HuggingFaceDownloadError downloadFailed(const std::string& path) {
         return {Kind::downloadFailed, "Failed to download " + path};
     }
-    static HuggingFaceDownloadError htmlInsteadOfJSON(const std::string& path, const std::string& bodyStart) {
+    static HuggingFaceDownloadError htmlInsteadOfJSON(const std::string& path,
+                                                      const std::string& bodyStart) {
         return {Kind::htmlInsteadOfJSON, "HuggingFace returned HTML instead of JSON for " + path +
                                              " (rate limit or server issue): " + bodyStart};
     }
@@ -31,8 +38,9 @@ public:
     const std::string& errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
-    HuggingFaceDownloadError(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+  private:
+    HuggingFaceDownloadError(Kind kind, std::string description)
+        : kind_(kind), description_(std::move(description)) {}
 
     Kind kind_;
     std::string description_;
@@ -40,16 +48,17 @@ private:
 
 // A transfer answered with a status outside 200-299 (other than rate limiting): domain "HTTP".
 class HTTPStatusError : public std::exception {
-public:
+  public:
     explicit HTTPStatusError(long statusCode)
         : statusCode_(statusCode),
-          description_("The operation couldn't be completed. (HTTP error " + std::to_string(statusCode) + ".)") {}
+          description_("The operation couldn't be completed. (HTTP error " +
+                       std::to_string(statusCode) + ".)") {}
 
     static constexpr const char* domain = "HTTP";
     long statusCode() const { return statusCode_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
+  private:
     long statusCode_;
     std::string description_;
 };

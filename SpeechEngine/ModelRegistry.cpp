@@ -15,7 +15,8 @@ bool hasSchemeAndHost(const std::string& url) {
         std::string_view prefix(scheme);
         if (url.starts_with(prefix)) {
             auto host = url.substr(prefix.size());
-            return !host.empty() && host.front() != '/' && host.find_first_of(" \t\r\n") == std::string::npos;
+            return !host.empty() && host.front() != '/' &&
+                   host.find_first_of(" \t\r\n") == std::string::npos;
         }
     }
     return false;

@@ -11,12 +11,13 @@
 namespace speech {
 
 class ModelRegistryError : public std::runtime_error {
-public:
-    explicit ModelRegistryError(const std::string& url) : std::runtime_error("Invalid URL construction: " + url) {}
+  public:
+    explicit ModelRegistryError(const std::string& url)
+        : std::runtime_error("Invalid URL construction: " + url) {}
 };
 
 class ModelRegistry {
-public:
+  public:
     static constexpr const char* huggingFaceBaseURL = "https://huggingface.co";
 
     // Variables set to an empty value count as unset.
@@ -31,7 +32,7 @@ public:
     // base + "/" + repo + "/resolve/main/" + path.
     std::string resolveModel(const std::string& repo, const std::string& path) const;
 
-private:
+  private:
     std::string checked(std::string url) const;
 
     mutable std::mutex mutex_;

@@ -15,7 +15,7 @@ enum class ElementType { float32, int32 };
 const char* name(ElementType type);
 
 class MultiArray {
-public:
+  public:
     MultiArray() = default;
     // A zeroed, contiguous (row-major) array.
     explicit MultiArray(std::vector<std::int64_t> shape, ElementType type = ElementType::float32);
@@ -54,7 +54,7 @@ public:
     // "(1, 640, 1)"
     std::string shapeText() const;
 
-private:
+  private:
     std::int64_t offset(std::initializer_list<std::int64_t> index) const;
     static std::vector<std::int64_t> rowMajorStrides(const std::vector<std::int64_t>& shape);
 

@@ -17,7 +17,7 @@ struct ModelDescription {
 };
 
 class NeuralModel {
-public:
+  public:
     virtual ~NeuralModel() = default;
 
     virtual const ModelDescription& description() const = 0;
@@ -31,7 +31,7 @@ public:
         run(inputs, outputs);
     }
 
-private:
+  private:
     // Writes every output through outputs.prepare(name, shape, type).
     virtual void run(const FeatureMap& inputs, FeatureMap& outputs) const = 0;
 };

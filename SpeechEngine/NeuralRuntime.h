@@ -12,16 +12,17 @@ namespace speech {
 
 // A folder that a runtime cannot turn into a network (unreadable, truncated, wrong format).
 class ModelLoadError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
 class NeuralRuntime {
-public:
+  public:
     virtual ~NeuralRuntime() = default;
     // Loads the network in `modelFolder`. Throws ModelLoadError. Safe to call from any thread.
-    virtual std::shared_ptr<const NeuralModel> load(const std::filesystem::path& modelFolder,
-                                                    const ModelConfiguration& configuration) const = 0;
+    virtual std::shared_ptr<const NeuralModel> load(
+        const std::filesystem::path& modelFolder,
+        const ModelConfiguration& configuration) const = 0;
 };
 
 }  // namespace speech

@@ -18,7 +18,7 @@ struct TranscriptionProgress {
 };
 
 class ProgressEmitter {
-public:
+  public:
     using Stream = corvane::EventStream<TranscriptionProgress>;
 
     // The stream of the running session, or of the next one when none runs.
@@ -32,7 +32,7 @@ public:
     // Ends any session without a final event and starts afresh.
     void reset();
 
-private:
+  private:
     std::mutex mutex_;
     std::shared_ptr<Stream> stream_;  // guarded by mutex_
     bool active_ = false;             // guarded by mutex_

@@ -4,10 +4,14 @@ namespace speech {
 
 std::string Repo::name() const {
     switch (id_) {
-        case Id::parakeetV2: return "parakeet-tdt-0.6b-v2-coreml";
-        case Id::parakeetV3: return "parakeet-tdt-0.6b-v3-coreml";
-        case Id::parakeetTdtCtc110m: return "parakeet-tdt-ctc-110m";
-        case Id::parakeetJa: return "parakeet-ja";
+        case Id::parakeetV2:
+            return "parakeet-tdt-0.6b-v2-coreml";
+        case Id::parakeetV3:
+            return "parakeet-tdt-0.6b-v3-coreml";
+        case Id::parakeetTdtCtc110m:
+            return "parakeet-tdt-ctc-110m";
+        case Id::parakeetJa:
+            return "parakeet-ja";
     }
     return {};
 }
@@ -27,15 +31,17 @@ std::string Repo::folderName() const {
 std::vector<std::string> Repo::requiredModelNames() const {
     switch (id_) {
         case Id::parakeetV2:
-            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoder.mlmodelc", "JointDecision.mlmodelc",
-                    "parakeet_vocab.json"};
+            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoder.mlmodelc",
+                    "JointDecision.mlmodelc", "parakeet_vocab.json"};
         case Id::parakeetV3:
-            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoder.mlmodelc", "JointDecisionv3.mlmodelc",
-                    "parakeet_vocab.json"};
+            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoder.mlmodelc",
+                    "JointDecisionv3.mlmodelc", "parakeet_vocab.json"};
         case Id::parakeetTdtCtc110m:
-            return {"Preprocessor.mlmodelc", "Decoder.mlmodelc", "JointDecision.mlmodelc", "parakeet_vocab.json"};
+            return {"Preprocessor.mlmodelc", "Decoder.mlmodelc", "JointDecision.mlmodelc",
+                    "parakeet_vocab.json"};
         case Id::parakeetJa:
-            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoderv2.mlmodelc", "Jointerv2.mlmodelc", "vocab.json"};
+            return {"Preprocessor.mlmodelc", "Encoder.mlmodelc", "Decoderv2.mlmodelc",
+                    "Jointerv2.mlmodelc", "vocab.json"};
     }
     return {};
 }

@@ -8,7 +8,7 @@
 namespace speech {
 
 class Repo {
-public:
+  public:
     enum class Id { parakeetV2, parakeetV3, parakeetTdtCtc110m, parakeetJa };
     static constexpr const char* defaultOwner = "parakeet-models/";
 
@@ -30,7 +30,7 @@ public:
 
     bool operator==(const Repo&) const = default;
 
-private:
+  private:
     Id id_;
 };
 

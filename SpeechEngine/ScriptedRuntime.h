@@ -32,7 +32,7 @@
 namespace speech {
 
 class ScriptedRuntime final : public NeuralRuntime {
-public:
+  public:
     std::shared_ptr<const NeuralModel> load(const std::filesystem::path& modelFolder,
                                             const ModelConfiguration& configuration) const override;
 
@@ -43,8 +43,8 @@ public:
     struct JointRule {
         int code = 0;
         std::vector<int> tokens;
-        std::vector<int> durations;          // duration indices, one per token (default 1)
-        std::vector<float> probabilities;    // one per token (default 1.0)
+        std::vector<int> durations;        // duration indices, one per token (default 1)
+        std::vector<float> probabilities;  // one per token (default 1.0)
     };
 
     // Samples whose frame i (samplesPerFrame each) holds the value codes[i] / codeScale.
@@ -53,8 +53,8 @@ public:
     // Writes a complete folder of `version` into `folder` (the version's own folder): scripted
     // preprocessor, encoder (when the version has one), decoder and joint, and the vocabulary.
     static void installModelSet(const std::filesystem::path& folder, AsrModelVersion version,
-                                const std::vector<JointRule>& rules, int blankId, const Vocabulary& vocabulary,
-                                int encoderHiddenSize = 1024);
+                                const std::vector<JointRule>& rules, int blankId,
+                                const Vocabulary& vocabulary, int encoderHiddenSize = 1024);
     // Writes one scripted network: `script` becomes the folder's coremldata.bin.
     static void writeModelFolder(const std::filesystem::path& folder, const std::string& script);
 };

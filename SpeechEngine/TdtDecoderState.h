@@ -22,11 +22,14 @@ struct TdtDecoderState {
     // std::invalid_argument for a negative count) when it cannot be made.
     explicit TdtDecoderState(int decoderLayers = 2);
 
-    int layers() const { return static_cast<int>(hiddenState.shape().empty() ? 0 : hiddenState.shape()[0]); }
+    int layers() const {
+        return static_cast<int>(hiddenState.shape().empty() ? 0 : hiddenState.shape()[0]);
+    }
 
     // Zeroes both arrays and forgets the last token, output and jump.
     void reset();
-    // Takes "h_out" and "c_out" from a decoder result, keeping the present array for a missing name.
+    // Takes "h_out" and "c_out" from a decoder result, keeping the present array for a missing
+    // name.
     void update(const FeatureMap& decoderOutput);
 };
 

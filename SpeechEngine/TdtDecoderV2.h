@@ -6,13 +6,13 @@
 namespace speech {
 
 class TdtDecoderV2 : public TdtDecoderV3 {
-public:
+  public:
     static constexpr int blankId = 1024;
 
     explicit TdtDecoderV2(ASRConfig config, const TokenLanguageFilter* languageFilter = nullptr)
         : TdtDecoderV3(withV2Blank(std::move(config)), languageFilter) {}
 
-private:
+  private:
     static ASRConfig withV2Blank(ASRConfig config) {
         config.tdtConfig.blankId = blankId;
         return config;

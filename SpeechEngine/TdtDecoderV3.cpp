@@ -12,7 +12,9 @@
 namespace speech {
 namespace {
 
-float clampedScore(float probability) { return std::isfinite(probability) ? std::clamp(probability, 0.0f, 1.0f) : 0.0f; }
+float clampedScore(float probability) {
+    return std::isfinite(probability) ? std::clamp(probability, 0.0f, 1.0f) : 0.0f;
+}
 
 // The first frame to look at: where the previous window's last jump landed, moved past this
 // window's context frames.
@@ -32,11 +34,11 @@ TdtDecoderV3::TdtDecoderV3(ASRConfig config, const TokenLanguageFilter* language
     }
 }
 
-TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, int encoderSequenceLength,
-                                              int actualAudioFrames, const NeuralModel& decoderModel,
-                                              const NeuralModel& jointModel, TdtDecoderState& decoderState,
-                                              int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
-                                              const std::optional<std::string>& language, std::stop_token stop) const {
+TdtHypothesis TdtDecoderV3::decodeWithTimings(
+    const MultiArray& encoderOutput, int encoderSequenceLength, int actualAudioFrames,
+    const NeuralModel& decoderModel, const NeuralModel& jointModel, TdtDecoderState& decoderState,
+    int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
+    const std::optional<std::string>& language, std::stop_token stop) const {
     const TdtConfig& tdt = config_.tdtConfig;
     TdtHypothesis hypothesis;
     if (encoderSequenceLength < 2) {
@@ -53,7 +55,8 @@ TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, i
 
     TdtModelInference inference(decoderModel, jointModel, config_.encoderHiddenSize);
     std::optional<MultiArray> predictor = decoderState.predictorOutput;
-    hypothesis.ySequence.reserve(static_cast<std::size_t>(std::max(0, tdt.maxTokensPerChunk + tdt.maxSymbolsPerStep)));
+    hypothesis.ySequence.reserve(
+        static_cast<std::size_t>(std::max(0, tdt.maxTokensPerChunk + tdt.maxSymbolsPerStep)));
     hypothesis.timestamps.reserve(hypothesis.ySequence.capacity());
     hypothesis.tokenDurations.reserve(hypothesis.ySequence.capacity());
     hypothesis.tokenConfidences.reserve(hypothesis.ySequence.capacity());
@@ -76,13 +79,16 @@ TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, i
         label = decision.token;
         score = clampedScore(decision.probability);
         if (language && languageFilter_ && label != tdt.blankId && !decision.topKIds.empty()) {
-            if (auto filtered = languageFilter_->filter(label, score, decision.topKIds, decision.topKLogits, *language)) {
+            if (auto filtered = languageFilter_->filter(label, score, decision.topKIds,
+                                                        decision.topKLogits, *language)) {
                 label = filtered->token;
                 score = clampedScore(filtered->score);
             }
         }
     };
-    auto jumpFor = [&](int label, int duration) { return label == tdt.blankId && duration < 2 ? 1 : duration; };
+    auto jumpFor = [&](int label, int duration) {
+        return label == tdt.blankId && duration < 2 ? 1 : duration;
+    };
 
     int tokensInCall = 0;
     int emissionsAtFrame = 0;
@@ -146,7 +152,9 @@ TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, i
         int consecutiveBlanks = 0;
         int tailFrameFloor = std::max(effectiveLength - 2, 0);
         int lastFrame = frames.frameCount() - 1;
-        for (int steps = 0; steps < tdt.maxSymbolsPerStep && consecutiveBlanks < tdt.consecutiveBlankLimit; ++steps) {
+        for (int steps = 0;
+             steps < tdt.maxSymbolsPerStep && consecutiveBlanks < tdt.consecutiveBlankLimit;
+             ++steps) {
             checkCancellation(stop);
             ensurePredictor();
             inference.prepareDecoderStep(*predictor);
@@ -155,7 +163,8 @@ TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, i
             auto decision = inference.runJointPrepared();
             int label = decision.token;
             float score = clampedScore(decision.probability);
-            int duration = TdtDurationMapping::mapDurationBin(decision.durationIndex, tdt.durationBins);
+            int duration =
+                TdtDurationMapping::mapDurationBin(decision.durationIndex, tdt.durationBins);
             if (label == tdt.blankId) {
                 ++consecutiveBlanks;
             } else {
@@ -170,8 +179,10 @@ TdtHypothesis TdtDecoderV3::decodeWithTimings(const MultiArray& encoderOutput, i
 
     decoderState.predictorOutput = std::move(predictor);
     if (hypothesis.lastToken) decoderState.lastToken = hypothesis.lastToken;
-    if (decoderState.lastToken && endsSentence(*decoderState.lastToken)) decoderState.predictorOutput.reset();
-    decoderState.timeJump = isLastChunk ? std::nullopt : std::optional<int>(timeIndex - effectiveLength);
+    if (decoderState.lastToken && endsSentence(*decoderState.lastToken))
+        decoderState.predictorOutput.reset();
+    decoderState.timeJump =
+        isLastChunk ? std::nullopt : std::optional<int>(timeIndex - effectiveLength);
     hypothesis.decState = decoderState;
     return hypothesis;
 }

@@ -16,7 +16,7 @@
 namespace speech {
 
 class TdtDecoderV3 {
-public:
+  public:
     // `languageFilter`, when given, must outlive the decoder.
     explicit TdtDecoderV3(ASRConfig config, const TokenLanguageFilter* languageFilter = nullptr);
 
@@ -29,14 +29,15 @@ public:
     TdtHypothesis decodeWithTimings(const MultiArray& encoderOutput, int encoderSequenceLength,
                                     int actualAudioFrames, const NeuralModel& decoderModel,
                                     const NeuralModel& jointModel, TdtDecoderState& decoderState,
-                                    int contextFrameAdjustment, bool isLastChunk, int globalFrameOffset,
+                                    int contextFrameAdjustment, bool isLastChunk,
+                                    int globalFrameOffset,
                                     const std::optional<std::string>& language = std::nullopt,
                                     std::stop_token stop = {}) const;
 
     // Tokens after which the predictor restarts: sentence-final punctuation of the vocabulary.
     static bool endsSentence(int token) { return token == 7883 || token == 7952 || token == 7948; }
 
-private:
+  private:
     ASRConfig config_;
     const TokenLanguageFilter* languageFilter_;
 };

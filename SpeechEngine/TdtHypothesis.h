@@ -12,8 +12,8 @@ struct TdtHypothesis {
     float score = 0.0f;
     std::vector<int> ySequence;
     std::optional<TdtDecoderState> decState;
-    std::vector<int> timestamps;       // frame of each token, in the whole recording
-    std::vector<int> tokenDurations;   // frames jumped after each token
+    std::vector<int> timestamps;      // frame of each token, in the whole recording
+    std::vector<int> tokenDurations;  // frames jumped after each token
     std::vector<float> tokenConfidences;
     std::optional<int> lastToken;
 

@@ -22,7 +22,7 @@ struct JointDecision {
 };
 
 class TdtModelInference {
-public:
+  public:
     TdtModelInference(const NeuralModel& decoder, const NeuralModel& joint, int encoderHiddenSize);
 
     // Runs the predictor on `token` from `state`, takes its new h and c into `state`, and returns
@@ -36,7 +36,7 @@ public:
     // Runs the joint on the prepared inputs and checks its outputs.
     JointDecision runJointPrepared();
 
-private:
+  private:
     const NeuralModel& decoder_;
     const NeuralModel& joint_;
     FeatureMap decoderInputs_;

@@ -1,9 +1,9 @@
 #include "SpeechEngine/TemporaryFile.h"
 
+#include <unistd.h>
 #include <cerrno>
 #include <string>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace speech {
@@ -11,7 +11,9 @@ namespace speech {
 TemporaryFile::TemporaryFile(const std::filesystem::path& folder, std::string_view stem) {
     std::string pattern = (folder / ("." + std::string(stem) + ".partial-XXXXXX")).string();
     fd_ = ::mkstemp(pattern.data());
-    if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "cannot create a temporary file in " + folder.string());
+    if (fd_ < 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot create a temporary file in " + folder.string());
     path_ = pattern;
 }
 
@@ -24,7 +26,9 @@ TemporaryFile::~TemporaryFile() {
 }
 
 TemporaryFile::TemporaryFile(TemporaryFile&& other) noexcept
-    : path_(std::exchange(other.path_, {})), fd_(std::exchange(other.fd_, -1)), written_(other.written_) {}
+    : path_(std::exchange(other.path_, {})),
+      fd_(std::exchange(other.fd_, -1)),
+      written_(other.written_) {}
 
 TemporaryFile& TemporaryFile::operator=(TemporaryFile&& other) noexcept {
     if (this != &other) {
@@ -59,7 +63,8 @@ bool TemporaryFile::write(std::string_view bytes) {
 }
 
 void TemporaryFile::moveTo(const std::filesystem::path& destination) {
-    if (fd_ >= 0 && ::fsync(fd_) != 0) throw std::system_error(errno, std::generic_category(), "cannot flush " + path_.string());
+    if (fd_ >= 0 && ::fsync(fd_) != 0)
+        throw std::system_error(errno, std::generic_category(), "cannot flush " + path_.string());
     close();
     std::error_code error;
     if (std::filesystem::is_directory(std::filesystem::symlink_status(destination, error))) {

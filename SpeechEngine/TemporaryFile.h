@@ -7,7 +7,7 @@
 namespace speech {
 
 class TemporaryFile {
-public:
+  public:
     // Creates an empty file in `folder` named after `stem`. Throws std::system_error.
     TemporaryFile(const std::filesystem::path& folder, std::string_view stem);
     ~TemporaryFile();
@@ -24,7 +24,7 @@ public:
     // way is removed). Throws std::system_error; on failure the file is still removed later.
     void moveTo(const std::filesystem::path& destination);
 
-private:
+  private:
     void close() noexcept;
 
     std::filesystem::path path_;

@@ -14,10 +14,11 @@ struct FilteredToken {
 };
 
 class TokenLanguageFilter {
-public:
+  public:
     virtual ~TokenLanguageFilter() = default;
     // Absent keeps the joint's own choice.
-    virtual std::optional<FilteredToken> filter(int label, float score, std::span<const float> topKIds,
+    virtual std::optional<FilteredToken> filter(int label, float score,
+                                                std::span<const float> topKIds,
                                                 std::span<const float> topKLogits,
                                                 const std::string& language) const = 0;
 };

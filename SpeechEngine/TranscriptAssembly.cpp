@@ -35,8 +35,10 @@ std::string convertTokensToText(std::span<const int> tokens, const Vocabulary& v
     return trimmed(text);
 }
 
-std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds, std::span<const int> timestamps,
-                                            std::span<const float> confidences, std::span<const int> durations,
+std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds,
+                                            std::span<const int> timestamps,
+                                            std::span<const float> confidences,
+                                            std::span<const int> durations,
                                             const Vocabulary& vocabulary) {
     std::vector<TokenTiming> timings;
     std::size_t count = tokenIds.size();
@@ -56,20 +58,23 @@ std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds, std::
         }
         end = std::max(end, start + 0.001);
         auto it = vocabulary.find(tokenIds[i]);
-        std::string text = it != vocabulary.end() ? it->second : "token_" + std::to_string(tokenIds[i]);
+        std::string text =
+            it != vocabulary.end() ? it->second : "token_" + std::to_string(tokenIds[i]);
         timings.push_back(TokenTiming{std::move(text), tokenIds[i], start, end, confidences[i]});
     }
     return timings;
 }
 
-float calculateConfidence(std::size_t tokenCount, bool isEmpty, std::span<const float> tokenConfidences) {
+float calculateConfidence(std::size_t tokenCount, bool isEmpty,
+                          std::span<const float> tokenConfidences) {
     if (isEmpty) return 0.1f;
     if (!tokenConfidences.empty() && tokenConfidences.size() == tokenCount) {
         float mean = std::accumulate(tokenConfidences.begin(), tokenConfidences.end(), 0.0f) /
                      static_cast<float>(tokenConfidences.size());
         return std::max(std::min(mean, 1.0f), 0.1f);
     }
-    corvane::log::get("AsrManager")->warn("Expected token confidences but got none - this should not happen");
+    corvane::log::get("AsrManager")
+        ->warn("Expected token confidences but got none - this should not happen");
     return 0.5f;
 }
 

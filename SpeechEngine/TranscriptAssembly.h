@@ -17,12 +17,15 @@ std::string convertTokensToText(std::span<const int> tokens, const Vocabulary& v
 
 // One timing per token; empty unless ids, timestamps and confidences have one equal, non-zero
 // length. Durations of another length count as all 0.
-std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds, std::span<const int> timestamps,
-                                            std::span<const float> confidences, std::span<const int> durations,
+std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds,
+                                            std::span<const int> timestamps,
+                                            std::span<const float> confidences,
+                                            std::span<const int> durations,
                                             const Vocabulary& vocabulary);
 
 // Mean token confidence in [0.1, 1.0]; 0.1 for an empty transcript.
-float calculateConfidence(std::size_t tokenCount, bool isEmpty, std::span<const float> tokenConfidences);
+float calculateConfidence(std::size_t tokenCount, bool isEmpty,
+                          std::span<const float> tokenConfidences);
 
 // Trims white space and line ends from both ends.
 std::string trimmed(const std::string& text);

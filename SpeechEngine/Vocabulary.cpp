@@ -24,8 +24,9 @@ std::optional<int> decimalId(const std::string& key) {
 Vocabulary loadVocabulary(const std::filesystem::path& path) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) {
-        throw AsrModelsError::loadingFailed("Vocabulary file not found at " + path.string() +
-                                            ". Please ensure the vocab file is downloaded with the models.");
+        throw AsrModelsError::loadingFailed(
+            "Vocabulary file not found at " + path.string() +
+            ". Please ensure the vocab file is downloaded with the models.");
     }
     nlohmann::json document;
     try {
@@ -35,13 +36,16 @@ Vocabulary loadVocabulary(const std::filesystem::path& path) {
         contents << file.rdbuf();
         document = nlohmann::json::parse(contents.str());
     } catch (const std::exception&) {
-        throw AsrModelsError::loadingFailed("Failed to load or parse vocabulary file at " + path.string());
+        throw AsrModelsError::loadingFailed("Failed to load or parse vocabulary file at " +
+                                            path.string());
     }
-    if (!document.is_object()) throw AsrModelsError::loadingFailed("Vocabulary file has unexpected format");
+    if (!document.is_object())
+        throw AsrModelsError::loadingFailed("Vocabulary file has unexpected format");
 
     Vocabulary vocabulary;
     for (const auto& [key, value] : document.items()) {
-        if (!value.is_string()) throw AsrModelsError::loadingFailed("Vocabulary file has unexpected format");
+        if (!value.is_string())
+            throw AsrModelsError::loadingFailed("Vocabulary file has unexpected format");
         if (auto id = decimalId(key)) vocabulary[*id] = value.get<std::string>();
     }
     corvane::log::get("AsrModels")->info("Loaded vocabulary with {} tokens", vocabulary.size());

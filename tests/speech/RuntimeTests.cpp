@@ -58,7 +58,7 @@ TEST(FeatureMapTest, OutputsNotWrittenByARunReadAsAbsentButKeepTheirBuffers) {
 }
 
 class ScriptedRuntimeTest : public ::testing::Test {
-protected:
+  protected:
     std::shared_ptr<const NeuralModel> load(const std::string& script) {
         ScriptedRuntime::writeModelFolder(dir.path() / "Net.mlmodelc", script);
         return runtime.load(dir.path() / "Net.mlmodelc", {});
@@ -68,9 +68,10 @@ protected:
 };
 
 TEST_F(ScriptedRuntimeTest, BrokenFoldersFailToLoadWithTheFolderNamed) {
-    for (const std::string script : {"{\"network\": \"joint\"", "[]", "{\"network\": \"transformer\"}",
-                                     "{\"network\": \"joint\", \"blankId\": \"x\"}",
-                                     "{\"network\": \"preprocessor\", \"samplesPerFrame\": 0}"}) {
+    for (const std::string script :
+         {"{\"network\": \"joint\"", "[]", "{\"network\": \"transformer\"}",
+          "{\"network\": \"joint\", \"blankId\": \"x\"}",
+          "{\"network\": \"preprocessor\", \"samplesPerFrame\": 0}"}) {
         try {
             load(script);
             ADD_FAILURE() << script << " loaded";
@@ -86,19 +87,22 @@ TEST_F(ScriptedRuntimeTest, NetworksCarryFrameCodesFromAudioToTheJointsRules) {
     auto audio = ScriptedRuntime::frameCodedAudio({0, 7, 7, 0, 0});
     auto pre = load(R"({"network": "preprocessor"})");
     FeatureMap out;
-    pre->predict({{"audio_signal", MultiArray::of({1, static_cast<std::int64_t>(audio.size())}, audio)},
-                  {"audio_length", MultiArray::scalarInt(3 * 1280 + 1)}},
-                 out);
+    pre->predict(
+        {{"audio_signal", MultiArray::of({1, static_cast<std::int64_t>(audio.size())}, audio)},
+         {"audio_length", MultiArray::scalarInt(3 * 1280 + 1)}},
+        out);
     EXPECT_EQ(out.find("mel")->shapeText(), "(1, 1, 5)");
     EXPECT_FLOAT_EQ(out.find("mel")->flat(1), 0.007f);
     EXPECT_EQ(out.find("mel_length")->flat(0), 4.0f) << "a started frame counts";
 
     for (const char* layout : {"hiddenMajor", "timeMajor"}) {
-        auto encoder = load(std::string(R"({"network": "encoder", "hiddenSize": 8, "layout": ")") + layout + "\"}");
+        auto encoder = load(std::string(R"({"network": "encoder", "hiddenSize": 8, "layout": ")") +
+                            layout + "\"}");
         FeatureMap encoded;
         encoder->predict(out, encoded);
         const auto& frames = *encoded.find("encoder");
-        EXPECT_FLOAT_EQ(layout[0] == 'h' ? frames.at({0, 0, 2}) : frames.at({0, 2, 0}), 0.007f) << layout;
+        EXPECT_FLOAT_EQ(layout[0] == 'h' ? frames.at({0, 0, 2}) : frames.at({0, 2, 0}), 0.007f)
+            << layout;
         EXPECT_EQ(encoded.find("encoder_length")->flat(0), 4.0f);
     }
 
@@ -112,7 +116,8 @@ TEST_F(ScriptedRuntimeTest, NetworksCarryFrameCodesFromAudioToTheJointsRules) {
         decoderStep.storage()[0] = static_cast<float>(previous);
         FeatureMap answer;
         joint->predict({{"encoder_step", step}, {"decoder_step", decoderStep}}, answer);
-        return std::vector<float>{answer.find("token_id")->flat(0), answer.find("token_prob")->flat(0),
+        return std::vector<float>{answer.find("token_id")->flat(0),
+                                  answer.find("token_prob")->flat(0),
                                   answer.find("duration")->flat(0)};
     };
     EXPECT_THAT(ask(0.007f, 1024), ElementsAre(12, 0.9f, 0));
@@ -122,8 +127,10 @@ TEST_F(ScriptedRuntimeTest, NetworksCarryFrameCodesFromAudioToTheJointsRules) {
 
     auto decoder = load(R"({"network": "decoder"})");
     FeatureMap predicted;
-    decoder->predict({{"targets", MultiArray::of({1, 1}, {12}, ElementType::int32)}, {"target_length", MultiArray::scalarInt(1)},
-                      {"h_in", MultiArray({2, 1, 640})}, {"c_in", MultiArray({2, 1, 640})}},
+    decoder->predict({{"targets", MultiArray::of({1, 1}, {12}, ElementType::int32)},
+                      {"target_length", MultiArray::scalarInt(1)},
+                      {"h_in", MultiArray({2, 1, 640})},
+                      {"c_in", MultiArray({2, 1, 640})}},
                      predicted);
     EXPECT_EQ(predicted.find("decoder")->flat(0), 12.0f);
     EXPECT_EQ(predicted.find("h_out")->flat(0), 1.0f);

@@ -19,14 +19,15 @@ namespace speech::testing {
 
 // A network whose run is a function; counts its calls.
 class FunctionModel final : public NeuralModel {
-public:
+  public:
     using Run = std::function<void(const FeatureMap&, FeatureMap&)>;
-    FunctionModel(ModelDescription description, Run run) : description_(std::move(description)), run_(std::move(run)) {}
+    FunctionModel(ModelDescription description, Run run)
+        : description_(std::move(description)), run_(std::move(run)) {}
     const ModelDescription& description() const override { return description_; }
     const ModelConfiguration& configuration() const override { return configuration_; }
     int calls() const { return calls_; }
 
-private:
+  private:
     void run(const FeatureMap& inputs, FeatureMap& outputs) const override {
         ++calls_;
         run_(inputs, outputs);
@@ -42,11 +43,11 @@ MultiArray indexedFrames(int frames, int hidden);
 
 // A predictor whose output carries the token it was given, recording every token in order.
 class RecordingDecoder {
-public:
+  public:
     std::shared_ptr<FunctionModel> model();
     std::vector<int> tokens() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<int> tokens_;
 };
@@ -63,14 +64,15 @@ struct JointStep {
 // A joint that answers its steps in order and notes every frame asked; a call past the script or
 // with unexpected inputs is recorded as a mismatch and answered with blank.
 class ScriptedJoint {
-public:
-    ScriptedJoint(std::vector<JointStep> steps, int blankId) : steps_(std::move(steps)), blankId_(blankId) {}
+  public:
+    ScriptedJoint(std::vector<JointStep> steps, int blankId)
+        : steps_(std::move(steps)), blankId_(blankId) {}
     std::shared_ptr<FunctionModel> model();
     std::vector<int> framesAsked() const;
     std::vector<std::string> mismatches() const;
     bool finished() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<JointStep> steps_;
     int blankId_;
@@ -80,20 +82,21 @@ private:
 };
 
 // A joint computed from (frame, previous token) alone.
-std::shared_ptr<FunctionModel> functionJoint(std::function<JointStep(int frame, int previous)> answer);
+std::shared_ptr<FunctionModel> functionJoint(
+    std::function<JointStep(int frame, int previous)> answer);
 
 // Writes the three scalar outputs of a joint.
 void writeJointOutputs(FeatureMap& outputs, int token, float probability, int durationIndex);
 
 class TemporaryDirectory {
-public:
+  public:
     TemporaryDirectory();
     ~TemporaryDirectory();
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     const std::filesystem::path& path() const { return path_; }
 
-private:
+  private:
     std::filesystem::path path_;
 };
 

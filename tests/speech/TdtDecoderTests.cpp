@@ -17,13 +17,13 @@ namespace speech {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::FunctionModel;
+using ::testing::IsEmpty;
 using testing::JointStep;
 using testing::RecordingDecoder;
 using testing::ScriptedJoint;
 
-constexpr int B = 8192;   // blank of the v3 vocabulary
+constexpr int B = 8192;    // blank of the v3 vocabulary
 constexpr int hidden = 4;  // a narrow encoder keeps the frames readable
 
 ASRConfig narrowConfig(TdtConfig tdt = {}) {
@@ -34,15 +34,16 @@ ASRConfig narrowConfig(TdtConfig tdt = {}) {
 }
 
 class TdtDecoderTest : public ::testing::Test {
-protected:
+  protected:
     TdtHypothesis decode(ScriptedJoint& joint, int frames, TdtDecoderState& state, bool isLastChunk,
                          TdtConfig tdt = {}, int context = 0, int offset = 0) {
         TdtDecoderV3 decoder(narrowConfig(std::move(tdt)));
         auto encoder = testing::indexedFrames(frames, hidden);
         auto decoderModel = recorder.model();
         auto jointModel = joint.model();
-        auto hypothesis = decoder.decodeWithTimings(encoder, frames, frames, *decoderModel, *jointModel, state, context,
-                                                    isLastChunk, offset);
+        auto hypothesis =
+            decoder.decodeWithTimings(encoder, frames, frames, *decoderModel, *jointModel, state,
+                                      context, isLastChunk, offset);
         EXPECT_THAT(joint.mismatches(), IsEmpty());
         EXPECT_TRUE(joint.finished()) << "the loop stopped before the script's end";
         return hypothesis;
@@ -94,7 +95,8 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
     auto decoderModel = secondRecorder.model();
     auto jointModel = next.model();
     // f25 token 21, bin 1: emitted at 25 + offset 100; f26 blank bin 4 jumps to 30, the end.
-    auto second = decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *jointModel, state, 0, false, 100);
+    auto second = decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *jointModel, state, 0,
+                                            false, 100);
     EXPECT_THAT(next.mismatches(), IsEmpty());
     EXPECT_THAT(second.ySequence, ElementsAre(21));
     EXPECT_THAT(second.timestamps, ElementsAre(125));
@@ -126,7 +128,9 @@ TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgressAndLongBlankJumpsSkip
     //  f2 blank bin 0 -> 3; f3 blank bin 4 -> jump 4 to 7; f7 blank -> 8, the end
     TdtConfig tdt;
     tdt.maxSymbolsPerStep = 2;
-    ScriptedJoint joint({{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}}, B);
+    ScriptedJoint joint(
+        {{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}},
+        B);
     TdtDecoderState state(2);
     auto hypothesis = decode(joint, 8, state, false, tdt);
     EXPECT_THAT(hypothesis.ySequence, ElementsAre(5, 6));
@@ -143,7 +147,8 @@ TEST_F(TdtDecoderTest, TheTailOfTheLastChunkRecoversATokenTheMainLoopDropped) {
     //  step 3: frame 3 -> blank (3); step 4: frame 3 -> blank (4); step 5: frame 2 -> blank (5):
     //  five blanks in a row end it.
     auto script = [] {
-        return std::vector<JointStep>{{0, B, 1.0f, 0}, {1, B, 1.0f, 0}, {2, B, 1.0f, 0}, {3, 42, 0.9f, 1}};
+        return std::vector<JointStep>{
+            {0, B, 1.0f, 0}, {1, B, 1.0f, 0}, {2, B, 1.0f, 0}, {3, 42, 0.9f, 1}};
     };
     {
         ScriptedJoint joint(script(), B);
@@ -153,8 +158,9 @@ TEST_F(TdtDecoderTest, TheTailOfTheLastChunkRecoversATokenTheMainLoopDropped) {
         EXPECT_EQ(state.timeJump, 0);
     }
     auto steps = script();
-    for (JointStep tail : {JointStep{3, 42, 0.9f, 1, B}, JointStep{3, B, 1.0f, 1, 42}, JointStep{2, B, 1.0f, 1, 42},
-                           JointStep{3, B, 1.0f, 1}, JointStep{3, B, 1.0f, 1}, JointStep{2, B, 1.0f, 1}}) {
+    for (JointStep tail :
+         {JointStep{3, 42, 0.9f, 1, B}, JointStep{3, B, 1.0f, 1, 42}, JointStep{2, B, 1.0f, 1, 42},
+          JointStep{3, B, 1.0f, 1}, JointStep{3, B, 1.0f, 1}, JointStep{2, B, 1.0f, 1}}) {
         steps.push_back(tail);
     }
     ScriptedJoint joint(steps, B);
@@ -176,13 +182,15 @@ TEST_F(TdtDecoderTest, The151stTokenIsNotEmittedButTheTailStillRuns) {
     //  step 3 frame 154 -> 104 at 154; steps 4, 5 blank; step 6 frame 157 -> 107 at 157;
     //  steps 7, 8 blank; step 9 frame 160 -> 110 at 160. Ten steps: done.
     auto joint = testing::functionJoint([](int frame, int) {
-        return frame < 180 ? JointStep{frame, 100 + frame % 50, 0.5f, 1} : JointStep{frame, B, 1.0f, 1};
+        return frame < 180 ? JointStep{frame, 100 + frame % 50, 0.5f, 1}
+                           : JointStep{frame, B, 1.0f, 1};
     });
     TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
     auto encoder = testing::indexedFrames(200, hidden);
     auto decoderModel = recorder.model();
-    auto hypothesis = decoder.decodeWithTimings(encoder, 200, 200, *decoderModel, *joint, state, 0, true, 0);
+    auto hypothesis =
+        decoder.decodeWithTimings(encoder, 200, 200, *decoderModel, *joint, state, 0, true, 0);
     ASSERT_EQ(hypothesis.ySequence.size(), 154u);
     EXPECT_EQ(hypothesis.timestamps[149], 149);
     std::vector<int> tailTokens(hypothesis.ySequence.begin() + 150, hypothesis.ySequence.end());
@@ -197,8 +205,8 @@ TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFrames) {
         int context;
         int expectedStart;
     };
-    for (auto row : {Row{std::nullopt, 0, 0}, Row{std::nullopt, 1, 1}, Row{3, 1, 4}, Row{-7, 1, 0}, Row{0, 0, 25},
-                     Row{0, 1, 1}, Row{2, 0, 2}}) {
+    for (auto row : {Row{std::nullopt, 0, 0}, Row{std::nullopt, 1, 1}, Row{3, 1, 4}, Row{-7, 1, 0},
+                     Row{0, 0, 25}, Row{0, 1, 1}, Row{2, 0, 2}}) {
         std::vector<int> asked;
         auto joint = testing::functionJoint([&asked](int frame, int) {
             asked.push_back(frame);
@@ -209,7 +217,8 @@ TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFrames) {
         TdtDecoderV3 decoder(narrowConfig());
         auto encoder = testing::indexedFrames(30, hidden);
         auto decoderModel = recorder.model();
-        decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *joint, state, row.context, false, 0);
+        decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *joint, state, row.context, false,
+                                  0);
         ASSERT_FALSE(asked.empty());
         EXPECT_EQ(asked.front(), row.expectedStart)
             << "timeJump " << row.timeJump.value_or(-99) << ", context " << row.context;
@@ -217,19 +226,23 @@ TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFrames) {
 }
 
 TEST_F(TdtDecoderTest, ShortOrExhaustedWindowsReturnEmptyAndLeaveTheStateAlone) {
-    auto joint = testing::functionJoint([](int frame, int) { return JointStep{frame, 5, 1.0f, 1}; });
+    auto joint = testing::functionJoint([](int frame, int) {
+        return JointStep{frame, 5, 1.0f, 1};
+    });
     auto decoderModel = recorder.model();
     TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
     state.lastToken = 77;
 
-    auto one = decoder.decodeWithTimings(testing::indexedFrames(1, hidden), 1, 1, *decoderModel, *joint, state, 0, true, 0);
+    auto one = decoder.decodeWithTimings(testing::indexedFrames(1, hidden), 1, 1, *decoderModel,
+                                         *joint, state, 0, true, 0);
     EXPECT_TRUE(one.isEmpty());
     ASSERT_TRUE(one.decState.has_value());
     EXPECT_EQ(one.decState->lastToken, 77);
     // A start past the audio frames (30 carried + 0) gives nothing either.
     state.timeJump = 30;
-    auto past = decoder.decodeWithTimings(testing::indexedFrames(10, hidden), 10, 10, *decoderModel, *joint, state, 0, true, 0);
+    auto past = decoder.decodeWithTimings(testing::indexedFrames(10, hidden), 10, 10, *decoderModel,
+                                          *joint, state, 0, true, 0);
     EXPECT_TRUE(past.isEmpty());
     EXPECT_EQ(joint->calls(), 0);
     EXPECT_THAT(recorder.tokens(), IsEmpty());
@@ -251,12 +264,14 @@ TEST_F(TdtDecoderTest, ScoresAreClampedAndTheV2DecoderUsesItsOwnBlank) {
     // Probabilities 1.7, NaN and -0.5 are recorded as 1, 0 and 0.
     auto joint = testing::functionJoint([](int frame, int) {
         float probability[] = {1.7f, std::nanf(""), -0.5f};
-        return frame < 3 ? JointStep{frame, 10 + frame, probability[frame], 1} : JointStep{frame, B, 1.0f, 1};
+        return frame < 3 ? JointStep{frame, 10 + frame, probability[frame], 1}
+                         : JointStep{frame, B, 1.0f, 1};
     });
     TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
     auto decoderModel = recorder.model();
-    auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(5, hidden), 5, 5, *decoderModel, *joint, state, 0, false, 0);
+    auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(5, hidden), 5, 5,
+                                                *decoderModel, *joint, state, 0, false, 0);
     EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(1.0f, 0.0f, 0.0f));
 
     // For the v2 set 1024 is the blank and 8192 an ordinary token.
@@ -266,7 +281,8 @@ TEST_F(TdtDecoderTest, ScoresAreClampedAndTheV2DecoderUsesItsOwnBlank) {
     });
     TdtDecoderV2 v2(narrowConfig());
     TdtDecoderState v2State(2);
-    auto v2Result = v2.decodeWithTimings(testing::indexedFrames(4, hidden), 4, 4, *decoderModel, *v2Joint, v2State, 0, false, 0);
+    auto v2Result = v2.decodeWithTimings(testing::indexedFrames(4, hidden), 4, 4, *decoderModel,
+                                         *v2Joint, v2State, 0, false, 0);
     EXPECT_THAT(v2Result.ySequence, ElementsAre(B));
 }
 
@@ -274,8 +290,8 @@ TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
     using Mutation = std::function<void(FeatureMap&)>;
     struct Row {
         const char* what;
-        Mutation joint;     // applied to a blank answer
-        Mutation decoder;   // applied to the predictor's output
+        Mutation joint;    // applied to a blank answer
+        Mutation decoder;  // applied to the predictor's output
         MultiArray encoder;
         std::string expected;
     };
@@ -290,32 +306,46 @@ TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
             out = kept;
         };
     };
-    auto replace = [](const char* name, MultiArray array) { return [=](FeatureMap& out) { out.set(name, array); }; };
+    auto replace = [](const char* name, MultiArray array) {
+        return [=](FeatureMap& out) { out.set(name, array); };
+    };
     std::vector<Row> rows{
         {"no token", without("token_id"), none, frames, "Joint decision output missing token_id"},
-        {"no probability", without("token_prob"), none, frames, "Joint decision output missing token_prob"},
-        {"no duration", without("duration"), none, frames, "Joint decision output missing duration"},
+        {"no probability", without("token_prob"), none, frames,
+         "Joint decision output missing token_prob"},
+        {"no duration", without("duration"), none, frames,
+         "Joint decision output missing duration"},
         {"two tokens", replace("token_id", MultiArray({2}, ElementType::int32)), none, frames,
          "Joint decision returned unexpected tensor shapes"},
         {"half a top-K pair", replace("top_k_ids", MultiArray({3})), none, frames,
          "Joint decision top-K outputs must be present as a pair (top_k_ids + top_k_logits)"},
-        {"top-K lengths", [](FeatureMap& out) { out.set("top_k_ids", MultiArray({3})); out.set("top_k_logits", MultiArray({2})); },
+        {"top-K lengths",
+         [](FeatureMap& out) {
+             out.set("top_k_ids", MultiArray({3}));
+             out.set("top_k_logits", MultiArray({2}));
+         },
          none, frames, "Joint decision top-K length mismatch: 3 vs 2"},
         {"duration bin 5 of 5", replace("duration", MultiArray::scalarInt(5)), none, frames,
          "Duration bin index out of range: 5"},
         {"infinite token", replace("token_id", MultiArray::of({1}, {INFINITY})), none, frames,
          "Joint decision output token_id is not an integer: inf"},
         {"no predictor output", none, without("decoder"), frames, "Invalid decoder output"},
-        {"predictor rank 4", none, replace("decoder", MultiArray({1, 640, 1, 1})), frames, "Invalid decoder projection rank: 4"},
-        {"predictor batch 2", none, replace("decoder", MultiArray({2, 640})), frames, "Unsupported decoder batch dimension: 2"},
-        {"predictor ints", none, replace("decoder", MultiArray({1, 640, 1}, ElementType::int32)), frames,
-         "Unsupported decoder projection type: int32"},
+        {"predictor rank 4", none, replace("decoder", MultiArray({1, 640, 1, 1})), frames,
+         "Invalid decoder projection rank: 4"},
+        {"predictor batch 2", none, replace("decoder", MultiArray({2, 640})), frames,
+         "Unsupported decoder batch dimension: 2"},
+        {"predictor ints", none, replace("decoder", MultiArray({1, 640, 1}, ElementType::int32)),
+         frames, "Unsupported decoder projection type: int32"},
         {"predictor width", none, replace("decoder", MultiArray({1, 320, 1})), frames,
          "Decoder projection hidden size mismatch: 320"},
-        {"predictor time 2", none, replace("decoder", MultiArray({1, 640, 2})), frames, "Decoder projection time axis must be 1: 2"},
-        {"encoder rank 2", none, none, MultiArray({hidden, 4}), "Invalid encoder output shape: (4, 4)"},
-        {"encoder batch 2", none, none, MultiArray({2, hidden, 4}), "Unsupported batch dimension: 2"},
-        {"encoder width", none, none, MultiArray({1, 8, 5}), "Encoder hidden size mismatch: 8, expected 4"},
+        {"predictor time 2", none, replace("decoder", MultiArray({1, 640, 2})), frames,
+         "Decoder projection time axis must be 1: 2"},
+        {"encoder rank 2", none, none, MultiArray({hidden, 4}),
+         "Invalid encoder output shape: (4, 4)"},
+        {"encoder batch 2", none, none, MultiArray({2, hidden, 4}),
+         "Unsupported batch dimension: 2"},
+        {"encoder width", none, none, MultiArray({1, 8, 5}),
+         "Encoder hidden size mismatch: 8, expected 4"},
         {"no frames", none, none, MultiArray({1, hidden, 0}), "Encoder output has no frames"},
     };
     for (const auto& row : rows) {
@@ -335,7 +365,8 @@ TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
             ADD_FAILURE() << row.what << ": no error";
         } catch (const ASRError& error) {
             EXPECT_EQ(error.kind(), ASRError::Kind::processingFailed) << row.what;
-            EXPECT_EQ(error.errorDescription(), "ASR processing failed: " + row.expected) << row.what;
+            EXPECT_EQ(error.errorDescription(), "ASR processing failed: " + row.expected)
+                << row.what;
         }
     }
 }
@@ -356,15 +387,17 @@ TEST_F(TdtDecoderTest, PredictorOutputsOfOtherLayoutsAndStridesAreNormalised) {
         TdtDecoderState state(2);
         TdtDecoderV3 decoder(narrowConfig());
         auto jointModel = joint.model();
-        auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(2, hidden), 2, 2, decoderModel, *jointModel, state, 0, false, 0);
+        auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(2, hidden), 2, 2,
+                                                    decoderModel, *jointModel, state, 0, false, 0);
         EXPECT_THAT(joint.mismatches(), IsEmpty()) << layout.shapeText();
         EXPECT_THAT(hypothesis.ySequence, ElementsAre(9));
     }
 }
 
 class PreferAlternative final : public TokenLanguageFilter {
-public:
-    std::optional<FilteredToken> filter(int, float, std::span<const float> ids, std::span<const float> logits,
+  public:
+    std::optional<FilteredToken> filter(int, float, std::span<const float> ids,
+                                        std::span<const float> logits,
                                         const std::string& language) const override {
         if (language != "ru") return std::nullopt;
         return FilteredToken{static_cast<int>(ids[1]), logits[1]};
@@ -372,18 +405,22 @@ public:
 };
 
 TEST_F(TdtDecoderTest, TheLanguageHookSeesTopKOnlyWhenALanguageIsGiven) {
-    auto joint = std::make_shared<FunctionModel>(ModelDescription{}, [](const FeatureMap& in, FeatureMap& out) {
-        int frame = static_cast<int>(in.find("encoder_step")->flat(0));
-        testing::writeJointOutputs(out, frame == 0 ? 5 : B, 0.9f, 1);
-        out.set("top_k_ids", MultiArray::of({2}, {5, 6}, ElementType::int32));
-        out.set("top_k_logits", MultiArray::of({2}, {0.9f, 0.4f}));
-    });
+    auto joint = std::make_shared<FunctionModel>(
+        ModelDescription{}, [](const FeatureMap& in, FeatureMap& out) {
+            int frame = static_cast<int>(in.find("encoder_step")->flat(0));
+            testing::writeJointOutputs(out, frame == 0 ? 5 : B, 0.9f, 1);
+            out.set("top_k_ids", MultiArray::of({2}, {5, 6}, ElementType::int32));
+            out.set("top_k_logits", MultiArray::of({2}, {0.9f, 0.4f}));
+        });
     PreferAlternative filter;
     TdtDecoderV3 decoder(narrowConfig(), &filter);
     auto decoderModel = recorder.model();
-    for (auto [language, expected] : {std::pair<std::optional<std::string>, int>{std::nullopt, 5}, {"ru", 6}, {"en", 5}}) {
+    for (auto [language, expected] :
+         {std::pair<std::optional<std::string>, int>{std::nullopt, 5}, {"ru", 6}, {"en", 5}}) {
         TdtDecoderState state(2);
-        auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(3, hidden), 3, 3, *decoderModel, *joint, state, 0, false, 0, language);
+        auto hypothesis =
+            decoder.decodeWithTimings(testing::indexedFrames(3, hidden), 3, 3, *decoderModel,
+                                      *joint, state, 0, false, 0, language);
         EXPECT_THAT(hypothesis.ySequence, ElementsAre(expected)) << language.value_or("none");
     }
 }
@@ -398,11 +435,14 @@ TEST_F(TdtDecoderTest, AStopRequestEndsTheLoopWithCancellation) {
     TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
     auto decoderModel = recorder.model();
-    EXPECT_THROW(decoder.decodeWithTimings(testing::indexedFrames(50, hidden), 50, 50, *decoderModel, *joint, state, 0, true, 0,
-                                           std::nullopt, stop.get_token()),
-                 CancellationError);
+    EXPECT_THROW(
+        decoder.decodeWithTimings(testing::indexedFrames(50, hidden), 50, 50, *decoderModel, *joint,
+                                  state, 0, true, 0, std::nullopt, stop.get_token()),
+        CancellationError);
     EXPECT_EQ(calls, 3);
-    EXPECT_THROW(TdtDecoderV3(ASRConfig(16000, TdtConfig{true, 10, {0, -1}, B, 20, 150, 5}, hidden, 1)), std::invalid_argument);
+    EXPECT_THROW(
+        TdtDecoderV3(ASRConfig(16000, TdtConfig{true, 10, {0, -1}, B, 20, 150, 5}, hidden, 1)),
+        std::invalid_argument);
 }
 
 }  // namespace

@@ -12,15 +12,16 @@ namespace {
 using namespace TranscriptAssembly;
 using ::testing::IsEmpty;
 
-const Vocabulary vocabulary{{1, "\xE2\x96\x81Hello"}, {2, "\xE2\x96\x81wor"}, {3, "ld"}, {4, "!"}, {5, "\n"}};
+const Vocabulary vocabulary{
+    {1, "\xE2\x96\x81Hello"}, {2, "\xE2\x96\x81wor"}, {3, "ld"}, {4, "!"}, {5, "\n"}};
 
 TEST(TranscriptAssemblyTest, TextJoinsKnownPiecesTurnsWordMarksIntoSpacesAndTrims) {
     struct Row {
         std::vector<int> tokens;
         std::string expected;
     };
-    for (const auto& row : {Row{{1, 2, 3, 4}, "Hello world!"}, Row{{1, 99, 2, 3}, "Hello world"}, Row{{5, 1, 5}, "Hello"},
-                            Row{{}, ""}, Row{{99}, ""}}) {
+    for (const auto& row : {Row{{1, 2, 3, 4}, "Hello world!"}, Row{{1, 99, 2, 3}, "Hello world"},
+                            Row{{5, 1, 5}, "Hello"}, Row{{}, ""}, Row{{99}, ""}}) {
         EXPECT_EQ(convertTokensToText(row.tokens, vocabulary), row.expected);
     }
 }
@@ -28,8 +29,9 @@ TEST(TranscriptAssemblyTest, TextJoinsKnownPiecesTurnsWordMarksIntoSpacesAndTrim
 TEST(TranscriptAssemblyTest, TimingsFollowDurationsOrTheNextTokenAndNameUnknownIds) {
     // Timestamps 10 and 12 with durations 0, 0: the first ends where the second starts
     // (max(12 x 0.08, 0.8 + 0.08) = 0.96), the last ends one frame after its start (1.04).
-    auto timings = createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12}, std::vector<float>{0.5f, 0.6f},
-                                      std::vector<int>{0, 0}, vocabulary);
+    auto timings =
+        createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12},
+                           std::vector<float>{0.5f, 0.6f}, std::vector<int>{0, 0}, vocabulary);
     ASSERT_EQ(timings.size(), 2u);
     EXPECT_DOUBLE_EQ(timings[0].startTime, 0.8);
     EXPECT_DOUBLE_EQ(timings[0].endTime, 0.96);
@@ -39,8 +41,9 @@ TEST(TranscriptAssemblyTest, TimingsFollowDurationsOrTheNextTokenAndNameUnknownI
 
     // Duration 1 lasts one frame, 3 lasts three; a following token that starts at the same frame
     // still leaves a token one frame long; an unknown id is named by its number.
-    timings = createTokenTimings(std::vector<int>{1, 77, 3, 4}, std::vector<int>{5, 6, 20, 20}, std::vector<float>{1, 1, 1, 1},
-                                 std::vector<int>{1, 3, 0, 0}, vocabulary);
+    timings = createTokenTimings(std::vector<int>{1, 77, 3, 4}, std::vector<int>{5, 6, 20, 20},
+                                 std::vector<float>{1, 1, 1, 1}, std::vector<int>{1, 3, 0, 0},
+                                 vocabulary);
     ASSERT_EQ(timings.size(), 4u);
     EXPECT_NEAR(timings[0].endTime - timings[0].startTime, 0.08, 1e-12);
     EXPECT_NEAR(timings[1].endTime - timings[1].startTime, 0.24, 1e-12);
@@ -48,10 +51,12 @@ TEST(TranscriptAssemblyTest, TimingsFollowDurationsOrTheNextTokenAndNameUnknownI
     EXPECT_NEAR(timings[2].endTime, 1.68, 1e-12);
 
     // Durations of another length count as 0; other mismatches give no timings at all.
-    timings = createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12}, std::vector<float>{1, 1},
-                                 std::vector<int>{5}, vocabulary);
+    timings = createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12},
+                                 std::vector<float>{1, 1}, std::vector<int>{5}, vocabulary);
     EXPECT_DOUBLE_EQ(timings[0].endTime, 0.96);
-    EXPECT_THAT(createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10}, std::vector<float>{1, 1}, {}, vocabulary), IsEmpty());
+    EXPECT_THAT(createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10},
+                                   std::vector<float>{1, 1}, {}, vocabulary),
+                IsEmpty());
     EXPECT_THAT(createTokenTimings({}, {}, {}, {}, vocabulary), IsEmpty());
 }
 
@@ -63,7 +68,8 @@ TEST(TranscriptAssemblyTest, ConfidenceIsTheBoundedMeanWithFixedValuesForEmptyAn
     EXPECT_FLOAT_EQ(calculateConfidence(1, false, std::vector<float>{3.0f}), 1.0f);
     EXPECT_FALSE(logs.contains("Expected token confidences"));
     EXPECT_FLOAT_EQ(calculateConfidence(3, false, std::vector<float>{0.9f}), 0.5f);
-    EXPECT_TRUE(logs.contains("AsrManager warning: Expected token confidences but got none - this should not happen"));
+    EXPECT_TRUE(logs.contains(
+        "AsrManager warning: Expected token confidences but got none - this should not happen"));
 }
 
 }  // namespace

@@ -1,0 +1,162 @@
+#include "tests/speech/HubServer.h"
+
+#include <fstream>
+#include <sstream>
+
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+namespace speech::testing {
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string readAll(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream contents;
+    contents << file.rdbuf();
+    return contents.str();
+}
+
+}  // namespace
+
+HubServer::HubServer(fs::path root)
+    : root_(std::move(root)), server_(std::make_unique<httplib::Server>()) {
+    auto record = [this](const httplib::Request& request) {
+        std::lock_guard lock(mutex_);
+        std::optional<std::string> authorization;
+        if (request.has_header("Authorization"))
+            authorization = request.get_header_value("Authorization");
+        requests_.push_back({request.path, authorization});
+    };
+
+    // /api/models/<owner>/<name>/tree/main[/<path>]
+    server_->Get(R"(/api/models/([^/]+/[^/]+)/tree/main(/.*)?)",
+                 [this, record](const httplib::Request& request, httplib::Response& response) {
+                     record(request);
+                     std::string repo = request.matches[1];
+                     std::string sub = request.matches[2];
+                     if (!sub.empty()) sub = sub.substr(1);
+                     std::lock_guard lock(mutex_);
+                     if (faults_.listing) {
+                         response.status = faults_.listing->first;
+                         response.set_content(faults_.listing->second, "text/html");
+                         return;
+                     }
+                     fs::path folder = root_ / repo / sub;
+                     if (!fs::is_directory(folder)) {
+                         response.status = 404;
+                         return;
+                     }
+                     auto listing = nlohmann::json::array();
+                     std::vector<fs::path> children;
+                     for (const auto& entry : fs::directory_iterator(folder))
+                         children.push_back(entry.path());
+                     std::sort(children.begin(), children.end());
+                     for (const auto& child : children) {
+                         std::string path = fs::relative(child, root_ / repo).generic_string();
+                         bool directory = fs::is_directory(child);
+                         listing.push_back({{"type", directory ? "directory" : "file"},
+                                            {"path", path},
+                                            {"size", directory ? 0 : fs::file_size(child)},
+                                            {"oid", "0000"}});
+                     }
+                     if (sub.empty()) {
+                         for (const auto& extra : faults_.extraEntries)
+                             listing.push_back(nlohmann::json::parse(extra));
+                     }
+                     response.set_content(listing.dump(), "application/json");
+                 });
+
+    // /<owner>/<name>/resolve/main/<path>
+    server_->Get(
+        R"(/([^/]+/[^/]+)/resolve/main/(.+))",
+        [this, record](const httplib::Request& request, httplib::Response& response) {
+            record(request);
+            std::string repo = request.matches[1];
+            std::string path = request.matches[2];
+            std::lock_guard lock(mutex_);
+            if (auto status = faults_.fileStatus.find(path); status != faults_.fileStatus.end()) {
+                response.status = status->second;
+                response.set_content("failure", "text/plain");
+                return;
+            }
+            fs::path file = root_ / repo / path;
+            if (!fs::is_regular_file(file)) {
+                response.status = 404;
+                return;
+            }
+            auto body = std::make_shared<std::string>(readAll(file));
+            if (auto cut = faults_.truncated.find(path); cut != faults_.truncated.end()) {
+                std::size_t sent = std::min(cut->second, body->size());
+                response.set_content_provider(
+                    body->size(), "application/octet-stream",
+                    [body, sent](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                        if (offset < sent) sink.write(body->data() + offset, sent - offset);
+                        return offset < sent;  // false drops the connection mid-body
+                    });
+                return;
+            }
+            if (auto cut = faults_.shortened.find(path); cut != faults_.shortened.end())
+                body->resize(std::min(cut->second, body->size()));
+            response.set_content(*body, "application/octet-stream");
+        });
+
+    port_ = server_->bind_to_any_port("127.0.0.1");
+    // The socket already listens, so clients may connect before the accept loop starts.
+    thread_ = std::thread([this] {
+        server_->listen_after_bind();
+        stopped_ = true;
+    });
+}
+
+HubServer::~HubServer() {
+    // stop() only works on a running loop: let the thread get there first.
+    while (!server_->is_running() && !stopped_) std::this_thread::yield();
+    server_->stop();
+    if (thread_.joinable()) thread_.join();
+}
+
+void HubServer::failListing(int status, std::string body) {
+    std::lock_guard lock(mutex_);
+    faults_.listing = std::make_pair(status, std::move(body));
+}
+void HubServer::failFile(const std::string& path, int status) {
+    std::lock_guard lock(mutex_);
+    faults_.fileStatus[path] = status;
+}
+void HubServer::truncateFile(const std::string& path, std::size_t bytes) {
+    std::lock_guard lock(mutex_);
+    faults_.truncated[path] = bytes;
+}
+void HubServer::shortenFile(const std::string& path, std::size_t bytes) {
+    std::lock_guard lock(mutex_);
+    faults_.shortened[path] = bytes;
+}
+void HubServer::addListingEntry(std::string json) {
+    std::lock_guard lock(mutex_);
+    faults_.extraEntries.push_back(std::move(json));
+}
+void HubServer::clearFaults() {
+    std::lock_guard lock(mutex_);
+    faults_ = {};
+}
+
+std::vector<HubServer::Request> HubServer::requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+std::size_t HubServer::fileRequests() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<std::size_t>(std::count_if(
+        requests_.begin(), requests_.end(),
+        [](const Request& r) { return r.path.find("/resolve/main/") != std::string::npos; }));
+}
+
+void HubServer::clearRequests() {
+    std::lock_guard lock(mutex_);
+    requests_.clear();
+}
+
+}  // namespace speech::testing

@@ -1,0 +1,68 @@
+#pragma once
+// A small model hub on 127.0.0.1 for the downloader's tests: serves the tree listing and the
+// files of repositories kept in a local folder, records every request, and fails on demand.
+
+#include <atomic>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace httplib {
+class Server;
+}
+
+namespace speech::testing {
+
+class HubServer {
+  public:
+    struct Request {
+        std::string path;
+        std::optional<std::string> authorization;
+    };
+
+    // Serves repositories found under `root` as root/<owner>/<name>/...
+    explicit HubServer(std::filesystem::path root);
+    ~HubServer();
+    HubServer(const HubServer&) = delete;
+    HubServer& operator=(const HubServer&) = delete;
+
+    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+    // Fault switches.
+    void failListing(int status, std::string body = "");  // every listing answers this
+    void failFile(const std::string& path, int status);   // the file at this repo path
+    void truncateFile(const std::string& path,
+                      std::size_t bytes);  // send a part, then drop the connection
+    void shortenFile(const std::string& path, std::size_t bytes);  // send a shorter body, cleanly
+    void addListingEntry(std::string json);                        // appended to the root listing
+    void clearFaults();
+
+    std::vector<Request> requests() const;
+    std::size_t fileRequests() const;  // resolve requests only
+    void clearRequests();
+
+  private:
+    struct Faults {
+        std::optional<std::pair<int, std::string>> listing;
+        std::map<std::string, int> fileStatus;
+        std::map<std::string, std::size_t> truncated;
+        std::map<std::string, std::size_t> shortened;
+        std::vector<std::string> extraEntries;
+    };
+
+    std::filesystem::path root_;
+    std::unique_ptr<httplib::Server> server_;
+    std::thread thread_;
+    std::atomic<bool> stopped_{false};
+    int port_ = 0;
+    mutable std::mutex mutex_;
+    Faults faults_;                  // guarded by mutex_
+    std::vector<Request> requests_;  // guarded by mutex_
+};
+
+}  // namespace speech::testing
