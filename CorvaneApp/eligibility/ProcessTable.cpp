@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cstdio>
 #include <memory>
 
 #include "CorvaneApp/eligibility/ProcText.h"
@@ -62,35 +63,51 @@ std::optional<ProcessTable::Process> ProcessTable::parseStat(int processID, std:
     return process;
 }
 
+template <std::size_t N>
+bool ProcessTable::pathOf(char (&buffer)[N], int processID, const char* leaf) const {
+    int length = std::snprintf(buffer, N, "%s/%d/%s", rootText_.c_str(), processID, leaf);
+    return length > 0 && static_cast<std::size_t>(length) < N;
+}
+
 std::optional<ProcessTable::Process> ProcessTable::process(int processID) const {
-    std::string path = (root_ / std::to_string(processID) / "stat").string();
+    char path[512];
     ProcText::Buffer<1024> text;
-    if (!ProcText::readInto(path.c_str(), text)) return std::nullopt;
+    if (!pathOf(path, processID, "stat") || !ProcText::readInto(path, text)) return std::nullopt;
     return parseStat(processID, ProcText::trimmed(text.view()));
 }
 
-void ProcessTable::forEach(const std::function<bool(const Process&)>& visit) const {
-    Dir dir(::opendir(root_.c_str()));
+void ProcessTable::forEachProcessID(const std::function<bool(int)>& visit) const {
+    Dir dir(::opendir(rootText_.c_str()));
     if (!dir) return;
     while (dirent* entry = ::readdir(dir.get())) {
         auto processID = parseProcessID(entry->d_name);
-        if (!processID) continue;
-        auto found = process(*processID);
-        if (found && !visit(*found)) return;
+        if (processID && !visit(*processID)) return;
     }
+}
+
+void ProcessTable::forEachName(const std::function<bool(int, std::string_view)>& visit) const {
+    char path[512];
+    ProcText::Buffer<64> text;
+    forEachProcessID([&](int processID) {
+        if (!pathOf(path, processID, "comm") || !ProcText::readInto(path, text)) return true;
+        std::string_view name = text.view();
+        if (!name.empty() && name.back() == '\n') name.remove_suffix(1);
+        return visit(processID, name);
+    });
 }
 
 void ProcessTable::forEachOpenFile(int processID,
                                    const std::function<bool(std::string_view)>& visit) const {
-    std::string folder = (root_ / std::to_string(processID) / "fd").string();
-    Dir dir(::opendir(folder.c_str()));
+    char folder[512];
+    if (!pathOf(folder, processID, "fd")) return;
+    Dir dir(::opendir(folder));
     if (!dir) return;  // gone, or another user's
-    std::string path;
+    char path[sizeof folder + sizeof(dirent::d_name) + 1];
     char target[512];
     while (dirent* entry = ::readdir(dir.get())) {
         if (entry->d_name[0] == '.') continue;
-        path.assign(folder).append("/").append(entry->d_name);
-        ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        std::snprintf(path, sizeof path, "%s/%s", folder, entry->d_name);
+        ssize_t length = ::readlink(path, target, sizeof target);
         if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;
         if (!visit(std::string_view(target, static_cast<std::size_t>(length)))) return;
     }

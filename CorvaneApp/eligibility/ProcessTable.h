@@ -22,10 +22,11 @@ public:
         bool isTerminated() const { return state == 'Z' || state == 'X' || state == 'x'; }
     };
 
-    explicit ProcessTable(std::filesystem::path root = "/proc") : root_(std::move(root)) {}
+    explicit ProcessTable(std::filesystem::path root = "/proc") : root_(std::move(root)), rootText_(root_.string()) {}
 
-    // Calls `visit` for every process whose stat line parses; stops early when it returns false.
-    void forEach(const std::function<bool(const Process&)>& visit) const;
+    // Calls `visit` with the id and short name of every process, until it returns false. Cheap:
+    // the kernel writes the name file without walking the process's memory, as it does for stat.
+    void forEachName(const std::function<bool(int processID, std::string_view name)>& visit) const;
     std::optional<Process> process(int processID) const;
     // Calls `visit` with the target of every open file of the process; stops when it returns false.
     void forEachOpenFile(int processID, const std::function<bool(std::string_view)>& visit) const;
@@ -37,7 +38,14 @@ public:
     const std::filesystem::path& root() const { return root_; }
 
 private:
+    // "<root>/<pid>/<leaf>" into `buffer`; false when it doesn't fit.
+    template <std::size_t N>
+    bool pathOf(char (&buffer)[N], int processID, const char* leaf) const;
+    // Calls `visit` with each numeric entry of the root folder.
+    void forEachProcessID(const std::function<bool(int)>& visit) const;
+
     std::filesystem::path root_;
+    std::string rootText_;
 };
 
 }  // namespace corvane

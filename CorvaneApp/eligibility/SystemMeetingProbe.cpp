@@ -66,10 +66,15 @@ std::pair<bool, bool> SystemMeetingProbe::scanProcesses(bool camera, bool app) c
     std::string cameraPrefix = (roots_.dev / "video").string();
     bool cameraFound = false;
     bool appFound = false;
-    processes_.forEach([&](const ProcessTable::Process& process) {
-        if (app && !appFound) appFound = !process.isTerminated() && isKnownMeetingApp(process.name);
+    processes_.forEachName([&](int processID, std::string_view name) {
+        // The state is read only for a name that matches: a client that ended but isn't reaped
+        // yet doesn't count.
+        if (app && !appFound && isKnownMeetingApp(name)) {
+            auto process = processes_.process(processID);
+            appFound = process && !process->isTerminated();
+        }
         if (camera && !cameraFound) {
-            processes_.forEachOpenFile(process.processID, [&](std::string_view target) {
+            processes_.forEachOpenFile(processID, [&](std::string_view target) {
                 cameraFound = ProcText::isPrefixAndNumber(target, cameraPrefix);
                 return !cameraFound;
             });

@@ -146,9 +146,10 @@ TEST_F(SystemMeetingProbeTest, CameraHeldOpenAndKnownClientsByProcessName) {
     tree.process(11, "zoomer");
     tree.process(12, "Zoom");  // no fd folder: another user's process, skipped
     tree.process(13, "zoom", 'Z');  // terminated, not yet reaped
+    tree.write("proc/14/comm", "zoom\n");  // its state can't be read: not counted
     tree.write("proc/14/stat", "garbage");
-    tree.unreadable("proc/15/stat");
-    tree.write("proc/self/stat", "16 (zoom) S");
+    tree.unreadable("proc/15/comm");
+    tree.write("proc/self/comm", "zoom\n");
     EXPECT_EQ(probe().read(), (Snapshot{false, false, false}));
 
     tree.symlink("proc/11/fd/31", tree.path("dev/video0"));
