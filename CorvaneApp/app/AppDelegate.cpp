@@ -1,0 +1,335 @@
+#include "CorvaneApp/app/AppDelegate.h"
+
+#include <unistd.h>
+
+#include <cmath>
+
+#include "CorvaneApp/config/WorkerConfig.h"
+#include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
+#include "CorvaneApp/coordinator/WorkerHTTPClient.h"
+#include "CorvaneApp/eligibility/IdleTimeChain.h"
+#include "CorvaneApp/eligibility/ResourceSamplerProcProbes.h"
+#include "CorvaneApp/eligibility/SystemMeetingProbe.h"
+#include "CorvaneApp/models/ChipTier.h"
+#include "CorvaneApp/models/ClaimMaterialiser.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/ProcMachineProbe.h"
+#include "CorvaneApp/models/WhisperHandler.h"
+#include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Paths.h"
+#include "CorvaneApp/worker/PerformanceMetadata.h"
+
+namespace corvane {
+namespace {
+
+const std::shared_ptr<spdlog::logger>& logger() {
+    static const auto instance = log::get("AppDelegate");
+    return instance;
+}
+
+}  // namespace
+
+AppEnvironment AppEnvironment::system(std::string version) {
+    AppEnvironment env;
+    env.configPath = paths::varnixDir() / "config.yaml";
+    env.runtimeStatePath = paths::varnixDir() / "worker-runtime-state.json";
+    env.modelRoot = ModelCache::defaultRootDirectory();
+    env.tempDirectory = paths::tempDir();
+    env.userDefaultsFile = UserDefaults::defaultFile();
+    env.version = std::move(version);
+    env.credentials = chooseCredentialBackend();
+    env.session = std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30});
+    env.machine = std::make_shared<ProcMachineProbe>();
+    env.samplerProbes = std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{});
+    // The idle chain keeps per-source state; the worker's thread selection and the settings store
+    // may ask from different threads.
+    auto chain = std::make_shared<IdleTimeChain>(IdleTimeChain::system());
+    auto chainMutex = std::make_shared<std::mutex>();
+    env.secondsSinceLastInput = [chain, chainMutex] {
+        std::lock_guard lock(*chainMutex);
+        return chain->idleSeconds();
+    };
+    env.isOnACPower = [] { return IdleEligibilityMonitor::systemIsOnACPower(); };
+    auto meeting = std::make_shared<SystemMeetingProbe>();
+    env.meetingProbe = [meeting] { return meeting->read(); };
+    return env;
+}
+
+std::shared_ptr<AppDelegate> AppDelegate::create(Executor& mainSequence, AppEnvironment environment) {
+    return std::make_shared<AppDelegate>(mainSequence, std::move(environment));
+}
+
+AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
+    : main_(mainSequence),
+      env_(std::move(environment)),
+      gate_(EligibilityGate::create(mainSequence, true)),
+      userDefaults_(env_.dataMode == DataMode::dummy ? UserDefaults() : UserDefaults(env_.userDefaultsFile)),
+      keychain_(std::make_shared<KeychainStore>(env_.credentials)),
+      mirror_(std::make_shared<SettingsMirror>()) {
+    configStore_ = std::make_unique<WorkerConfigStore>(
+        main_, userDefaults_, backgroundRunner_,
+        WorkerConfigStore::Options{env_.configPath, env_.secondsSinceLastInput, env_.dataMode});
+    ModelCache::Dependencies cacheDependencies;
+    cacheDependencies.rootDirectory = env_.modelRoot;
+    cacheDependencies.session = env_.session;
+    modelCache_ = std::make_shared<ModelCache>(std::move(cacheDependencies));
+    stateReader_ = std::make_unique<RuntimeStateReader>(main_, env_.runtimeStatePath);
+    refreshMirror();
+    storeSubscription_ = configStore_->observe([this](WorkerConfigStore::Field) { refreshMirror(); });
+}
+
+AppDelegate::~AppDelegate() { terminate(); }
+
+void AppDelegate::refreshMirror() {
+    std::lock_guard lock(mirror_->mutex);
+    mirror_->settings = configStore_->settings();
+    mirror_->quantization = WorkerConfigStore::extractTranscribeQuantization(configStore_->currentYAMLForRuntimeReads());
+    mirror_->fallbackPercent = configStore_->currentEffectiveResourcePercentFallback();
+}
+
+void AppDelegate::launch() {
+    sampler_ = std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
+    sampler_->start(2.0);
+    stateReader_->startPolling(2.0);
+    if (env_.dataMode == DataMode::dummy) return;
+
+    WorkerConfigStore* store = configStore_.get();
+    IdleEligibilityMonitor::Settings settings{[store] { return store->idleMinutes(); },
+                                              [store] { return store->inUseCpuCeiling(); },
+                                              [store] { return store->inUseRamCeilingGB(); }};
+    IdleEligibilityMonitor::Probes probes{
+        [store](Date at) { return IdleEligibilityMonitor::scheduleAllowsClaim(store->scheduleGrid(), at); },
+        [idle = env_.secondsSinceLastInput] { return idle().value_or(std::nan("")); },
+        env_.isOnACPower,
+        systemNow,
+    };
+    idleMonitor_ = std::make_unique<IdleEligibilityMonitor>(gate_, main_, std::move(settings), std::move(probes), 5.0);
+    idleMonitor_->start();
+    meetingDetector_ = std::make_unique<MeetingDetector>(
+        gate_, main_, [store] { return store->pauseOnMeeting(); }, env_.meetingProbe,
+        [this] { return workerBridge_ && workerBridge_->isRunning(); }, MeetingDetector::Options{5.0, 30.0});
+    meetingDetector_->start();
+
+    if (isWorkerEnrolled()) {
+        buildAndStartWorkerIfPossible();
+    } else {
+        logger()->info("launch: this computer is not enrolled yet");
+    }
+}
+
+bool AppDelegate::isWorkerEnrolled() {
+    auto config = WorkerConfig::load(env_.configPath);
+    if (!config) return false;
+    return keychain_->pythonWorkerToken(config->coordinatorURL, config->workerID).has_value();
+}
+
+std::vector<ModelIdentifier> AppDelegate::installedModels() const {
+    std::vector<ModelIdentifier> installed;
+    for (const auto& spec : modelCache_->registry().all()) {
+        if (modelCache_->isCached(spec.identifier)) installed.push_back(spec.identifier);
+    }
+    return installed;
+}
+
+void AppDelegate::buildAndStartWorkerIfPossible() {
+    if (env_.dataMode == DataMode::dummy || terminated_) return;
+    if (workerController_) {
+        if (modelReady_) workerBridge_->start();
+        return;
+    }
+    auto config = WorkerConfig::load(env_.configPath);
+    if (!config) {
+        logger()->info("buildAndStartWorkerIfPossible: config not yet available");
+        return;
+    }
+    if (!http::resolveAbsolutePath(config->coordinatorURL, "/")) {
+        logger()->info("buildAndStartWorkerIfPossible: invalid coordinator URL {}", config->coordinatorURL);
+        return;
+    }
+    auto token = keychain_->pythonWorkerToken(config->coordinatorURL, config->workerID);
+    if (!token) {
+        logger()->info("buildAndStartWorkerIfPossible: worker token not yet available for worker_id={}", config->workerID);
+        return;
+    }
+    logger()->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}", config->workerID);
+    std::optional<std::string> quantization;
+    {
+        std::lock_guard lock(mirror_->mutex);
+        quantization = mirror_->quantization;
+    }
+    handlerBox_ = handlerBox_ ? handlerBox_ : std::make_shared<HandlerBox>();
+
+    auto machine = env_.machine;
+    auto cache = modelCache_;
+    auto box = handlerBox_;
+    CapabilityAdvertiser::Providers providers;
+    providers.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider(
+        quantization.value_or("4bit"), [cache] { return cache->isCached(whisperModelIdentifier()); });
+    providers.chipTierProvider = [machine] { return rawValue(currentChipTier(*machine)); };
+    providers.ramGBProvider = [machine] { return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0)); };
+    providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> { return "corvane/" + version; };
+    providers.installedModelsProvider = [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
+        if (auto delegate = self.lock()) return delegate->installedModels();
+        return std::nullopt;
+    };
+    providers.activeModelProvider = [box]() -> std::optional<ModelIdentifier> {
+        if (auto handler = box->current()) return handler->modelIdentifier();
+        return std::nullopt;
+    };
+
+    auto mirror = mirror_;
+    PerformanceMetadataSources metadata;
+    metadata.runtimeEffectivePercent = [path = env_.runtimeStatePath] { return readRuntimeEffectiveResourcePercent(path); };
+    metadata.fallbackPercent = [mirror] {
+        std::lock_guard lock(mirror->mutex);
+        return mirror->fallbackPercent;
+    };
+    metadata.awayCpuCeiling = [mirror] {
+        std::lock_guard lock(mirror->mutex);
+        return mirror->settings.awayCpuCeiling;
+    };
+    metadata.quantization = [mirror] {
+        std::lock_guard lock(mirror->mutex);
+        return mirror->quantization;
+    };
+    metadata.activeProcessorCount = [machine] { return machine->logicalCoreCount(); };
+    metadata.chip = [machine]() -> std::optional<std::string> { return machine->cpuBrandString(); };
+    metadata.physicalMemoryBytes = [machine] { return machine->physicalMemoryBytes(); };
+
+    WorkerController::Dependencies deps;
+    deps.http = std::make_shared<WorkerHTTPClient>(config->coordinatorURL, *token, config->workerID, env_.version, env_.session);
+    deps.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(providers));
+    deps.handlerLookup = [box](const ModelIdentifier&) { return box->current(); };
+    deps.materialiser = [materialiser = std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
+                            const ShardClaim& claim, std::stop_token stop) { return materialiser->materialise(claim, stop); };
+    deps.isEligible = gate_->isEligibleFunction();
+    deps.strategyHolder = std::make_shared<StrategySuggestionHolder>();
+    deps.sleepProvider = std::make_shared<TaskSleepProvider>();
+    deps.buildIdentity = "corvane/" + env_.version;
+    // The sampler keeps its samples under its own lock, so the worker's threads read it directly.
+    deps.resourceAggregator = [sampler = std::weak_ptr<ResourceSampler>(sampler_)](Date since) -> std::optional<ResourceAggregate> {
+        if (auto s = sampler.lock()) return s->aggregateSince(since);
+        return std::nullopt;
+    };
+    deps.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
+    workerController_ = WorkerController::create(std::move(deps));
+    workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
+    observers_.notify();
+    restartModelCacheTask();
+}
+
+void AppDelegate::restartModelCacheTask() {
+    if (!workerBridge_ || terminated_) return;
+    auto spec = modelCache_->registry().spec(whisperModelIdentifier());
+    if (!spec) {
+        logger()->error("no ModelSpec for {} \u2014 worker cannot start", whisperModelIdentifier().model);
+        return;
+    }
+    modelRetryTimer_.cancel();
+    if (modelCacheTask_) {
+        modelCacheTask_->cancel();
+        modelCacheTask_.reset();
+    }
+    auto mirror = mirror_;
+    auto machine = env_.machine;
+    WhisperHandler::Options options;
+    options.impl.threadInputs.settings = [mirror] {
+        std::lock_guard lock(mirror->mutex);
+        return WhisperThreadInputs::Settings{mirror->settings.idleMinutes, mirror->settings.inUseCpuCeiling,
+                                             mirror->settings.awayCpuCeiling};
+    };
+    options.impl.threadInputs.secondsSinceLastInput = env_.secondsSinceLastInput;
+    options.impl.threadInputs.runtimeEffectivePercent = [path = env_.runtimeStatePath]() -> std::optional<std::int64_t> {
+        auto percent = readRuntimeEffectiveResourcePercent(path);
+        if (!percent) return std::nullopt;
+        return static_cast<std::int64_t>(std::llround(*percent));
+    };
+    options.impl.threadInputs.activeProcessorCount = [machine] { return static_cast<std::int64_t>(machine->logicalCoreCount()); };
+
+    std::weak_ptr<AppDelegate> weak = weak_from_this();
+    Executor& main = main_;
+    modelCacheTask_ = Task::start([weak, &main, cache = modelCache_, spec = *spec, machine, options](std::stop_token stop) {
+        auto started = systemNow();
+        try {
+            logger()->info("restartModelCacheTask: ensuring cached model {}", spec.identifier.model);
+            bool hit = cache->isCached(spec.identifier);
+            auto path = cache->ensureCached(spec, stop);
+            logger()->info("restartModelCacheTask: model ready at {}", path.string());
+            ChipTier tier = currentChipTier(*machine);
+            logger()->info("restartModelCacheTask: initialising WhisperHandler for chip tier {}", rawValue(tier));
+            auto handler = std::make_shared<WhisperHandler>(path.parent_path(), tier, options);
+            double seconds = secondsBetween(started, systemNow());
+            if (stop.stop_requested()) return;
+            main.post([weak, handler, hit, seconds] {
+                if (auto self = weak.lock()) self->modelReadyOnMain(handler, hit, seconds);
+            });
+        } catch (const std::exception& error) {
+            if (stop.stop_requested()) return;
+            logger()->error("Whisper model cache/init failed: {}", error.what());
+            main.post([weak, text = std::string(error.what())] {
+                if (auto self = weak.lock()) self->modelFailedOnMain(text);
+            });
+        }
+    });
+}
+
+void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds) {
+    if (!workerBridge_ || terminated_) return;
+    handlerBox_->replace(std::move(handler));
+    logger()->info("restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; starting worker bridge",
+                   hit, seconds);
+    modelFailure_.reset();
+    modelReady_ = true;
+    workerBridge_->recordModelLoaded(hit, seconds);
+    workerBridge_->start();
+    logger()->info("restartModelCacheTask: worker bridge started");
+    observers_.notify();
+}
+
+void AppDelegate::modelFailedOnMain(std::string description) {
+    modelFailure_ = std::move(description);
+    modelReady_ = false;
+    if (env_.modelRetrySeconds > 0 && !terminated_) {
+        modelRetryTimer_ = main_.scheduleOnce(env_.modelRetrySeconds, [this] { requestModelDownloadRetry(); });
+    }
+    observers_.notify();
+}
+
+void AppDelegate::requestModelDownloadRetry() {
+    if (workerController_) {
+        restartModelCacheTask();
+    } else {
+        buildAndStartWorkerIfPossible();
+    }
+}
+
+void AppDelegate::teardownWorker() {
+    modelRetryTimer_.cancel();
+    if (modelCacheTask_) {
+        modelCacheTask_->cancel();
+        modelCacheTask_.reset();  // waits for a model load in progress to give up
+    }
+    if (workerBridge_) workerBridge_->stop();
+    workerController_.reset();
+    workerBridge_.reset();
+    handlerBox_.reset();
+    modelReady_ = false;
+    gate_->clearAllPauses();
+    observers_.notify();
+}
+
+void AppDelegate::terminate() {
+    if (terminated_) return;
+    terminated_ = true;
+    if (meetingDetector_) meetingDetector_->stop();
+    meetingDetector_.reset();
+    idleMonitor_.reset();
+    if (sampler_) sampler_->stop();
+    teardownWorker();
+    if (configStore_->hasPendingSave()) {
+        configStore_->cancelPendingSave();
+        configStore_->saveNow();
+    }
+}
+
+}  // namespace corvane

@@ -1,0 +1,122 @@
+#pragma once
+// The root of the running program: owns every long-lived object, decides at launch whether the
+// computer is enrolled, keeps the Whisper weights present, builds and starts the worker once the
+// model is ready, and shuts everything down in order. Lives on the main sequence.
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "CorvaneApp/config/BackgroundRunner.h"
+#include "CorvaneApp/config/CredentialBackend.h"
+#include "CorvaneApp/config/DataMode.h"
+#include "CorvaneApp/config/KeychainStore.h"
+#include "CorvaneApp/config/UserDefaults.h"
+#include "CorvaneApp/config/WorkerConfigStore.h"
+#include "CorvaneApp/eligibility/EligibilityGate.h"
+#include "CorvaneApp/eligibility/IdleEligibilityMonitor.h"
+#include "CorvaneApp/eligibility/MeetingDetector.h"
+#include "CorvaneApp/eligibility/ResourceSampler.h"
+#include "CorvaneApp/eligibility/RuntimeStateReader.h"
+#include "CorvaneApp/models/HandlerBox.h"
+#include "CorvaneApp/models/MachineProbe.h"
+#include "CorvaneApp/models/ModelCache.h"
+#include "CorvaneApp/platform/Executor.h"
+#include "CorvaneApp/platform/Http.h"
+#include "CorvaneApp/worker/WorkerControllerBridge.h"
+
+namespace corvane {
+
+// Where the program keeps its files and how it reaches the machine; AppEnvironment::system() is
+// the real computer, tests put temp folders and fakes in its place.
+struct AppEnvironment {
+    std::filesystem::path configPath;        // ~/.varnix-compute/config.yaml
+    std::filesystem::path runtimeStatePath;  // ~/.varnix-compute/worker-runtime-state.json
+    std::filesystem::path modelRoot;         // weights, as the model cache lays them out
+    std::filesystem::path tempDirectory;     // downloaded shard audio
+    std::filesystem::path userDefaultsFile;
+    std::string version;
+    DataMode dataMode = DataMode::real;
+    std::shared_ptr<CredentialBackend> credentials;
+    std::shared_ptr<const http::Session> session;
+    std::shared_ptr<MachineProbe> machine;
+    std::shared_ptr<ResourceSampler::Probes> samplerProbes;
+    std::function<std::optional<double>()> secondsSinceLastInput;  // absent: no source answered
+    std::function<bool()> isOnACPower;
+    std::function<MeetingDetector::Snapshot()> meetingProbe;
+    // After a failed model download or load, try again after this many seconds (0: only on request).
+    double modelRetrySeconds = 0;
+
+    static AppEnvironment system(std::string version);
+};
+
+class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
+public:
+    static std::shared_ptr<AppDelegate> create(Executor& mainSequence, AppEnvironment environment);
+    AppDelegate(Executor& mainSequence, AppEnvironment environment);  // use create()
+    ~AppDelegate();
+    AppDelegate(const AppDelegate&) = delete;
+    AppDelegate& operator=(const AppDelegate&) = delete;
+
+    // Starts the sampler, the state polling and the monitors, then the worker when enrolled.
+    void launch();
+    // Stops everything in order: the worker reports its shards, pending settings are saved.
+    void terminate();
+
+    bool isWorkerEnrolled();
+    void buildAndStartWorkerIfPossible();
+    void restartModelCacheTask();
+    void requestModelDownloadRetry();
+    void teardownWorker();
+
+    EligibilityGate& eligibilityGate() { return *gate_; }
+    WorkerConfigStore& configStore() { return *configStore_; }
+    const std::shared_ptr<WorkerControllerBridge>& workerBridge() const { return workerBridge_; }
+    // The text of the last model download or load failure; cleared when the model is ready.
+    const std::optional<std::string>& modelFailure() const { return modelFailure_; }
+    bool modelReady() const { return modelReady_; }
+    [[nodiscard]] Subscription observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+
+private:
+    // The settings the worker side reads from its own threads, copied on each change.
+    struct SettingsMirror {
+        std::mutex mutex;
+        WorkerSettings settings;       // guarded by mutex
+        std::optional<std::string> quantization;  // guarded by mutex
+        int fallbackPercent = 100;     // guarded by mutex
+    };
+    void refreshMirror();
+    std::vector<ModelIdentifier> installedModels() const;
+    void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
+    void modelFailedOnMain(std::string description);
+
+    Executor& main_;
+    AppEnvironment env_;
+    std::shared_ptr<EligibilityGate> gate_;
+    UserDefaults userDefaults_;
+    TaskBackgroundRunner backgroundRunner_;
+    std::unique_ptr<WorkerConfigStore> configStore_;
+    std::shared_ptr<KeychainStore> keychain_;
+    std::shared_ptr<ModelCache> modelCache_;
+    std::unique_ptr<RuntimeStateReader> stateReader_;
+    std::shared_ptr<ResourceSampler> sampler_;
+    std::unique_ptr<IdleEligibilityMonitor> idleMonitor_;
+    std::unique_ptr<MeetingDetector> meetingDetector_;
+    std::shared_ptr<SettingsMirror> mirror_;
+    Subscription storeSubscription_;
+
+    std::shared_ptr<HandlerBox> handlerBox_;
+    std::shared_ptr<WorkerController> workerController_;
+    std::shared_ptr<WorkerControllerBridge> workerBridge_;
+    TaskHandle modelCacheTask_;
+    TimerHandle modelRetryTimer_;
+    std::optional<std::string> modelFailure_;
+    bool modelReady_ = false;
+    bool terminated_ = false;
+    ObserverList<> observers_;
+};
+
+}  // namespace corvane

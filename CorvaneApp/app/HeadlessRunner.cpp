@@ -1,0 +1,80 @@
+#include "CorvaneApp/app/HeadlessRunner.h"
+
+#include <signal.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <ostream>
+#include <thread>
+
+#include "CorvaneApp/app/AppDelegate.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
+#include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Paths.h"
+
+namespace corvane {
+namespace {
+
+sigset_t terminationSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    return set;
+}
+
+}  // namespace
+
+void blockTerminationSignals() {
+    sigset_t set = terminationSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+int runHeadless(const std::string& version, std::ostream& out, std::ostream& err) {
+    auto logger = log::get("corvane");
+    try {
+        log::addFileSink((paths::logDir() / "corvane-app.log").string());
+    } catch (const std::exception& error) {
+        err << "corvane: cannot open the log file (" << error.what() << "); logging to stderr only\n";
+    }
+    LoopExecutor loop;
+    auto environment = AppEnvironment::system(version);
+    // Nobody is at a server to press "retry": a failed model download is tried again by itself,
+    // every five minutes unless CORVANE_MODEL_RETRY_SECONDS says otherwise.
+    environment.modelRetrySeconds = 300;
+    if (const char* retry = std::getenv("CORVANE_MODEL_RETRY_SECONDS")) {
+        char* end = nullptr;
+        double seconds = std::strtod(retry, &end);
+        if (end != retry && *end == '\0' && seconds > 0) environment.modelRetrySeconds = seconds;
+    }
+    auto delegate = AppDelegate::create(loop, std::move(environment));
+    if (!delegate->isWorkerEnrolled()) {
+        out << "This computer is not enrolled with a coordinator yet.\n"
+               "Enrol it once with:\n"
+               "  corvane enroll --coordinator <URL> --token-stdin < token.txt\n"
+               "then start the worker again. See: corvane enroll --help\n";
+        return 2;
+    }
+    logger->info("corvane {} starting headless", version);
+    delegate->launch();
+
+    std::jthread signalWatcher([&loop, logger](std::stop_token stop) {
+        sigset_t set = terminationSignals();
+        timespec tick{0, 200'000'000};
+        while (!stop.stop_requested()) {
+            int signal = sigtimedwait(&set, nullptr, &tick);
+            if (signal == SIGTERM || signal == SIGINT) {
+                logger->info("received {}, stopping", signal == SIGTERM ? "SIGTERM" : "SIGINT");
+                loop.quit();
+                return;
+            }
+        }
+    });
+    loop.run();
+    delegate->terminate();
+    signalWatcher.request_stop();
+    logger->info("corvane stopped");
+    return 0;
+}
+
+}  // namespace corvane

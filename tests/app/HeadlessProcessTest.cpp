@@ -1,0 +1,235 @@
+// The real `corvane --headless` process in a temp home, enrolled against the local coordinator,
+// transcribing with the generated model, stopped by a signal.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <set>
+
+#include "CorvaneApp/config/FileCredentialBackend.h"
+#include "CorvaneApp/config/KeychainStore.h"
+#include "CorvaneApp/platform/AtomicFile.h"
+#include "tests/support/WhisperFixtures.h"
+#include "tools/dev-coordinator/DevCoordinator.h"
+
+extern char** environ;
+
+namespace corvane::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+// Speech in three containers, made once per test binary.
+const fs::path& speechFolder() {
+    static const fs::path folder = [] {
+        fs::path dir = fs::temp_directory_path() / ("corvane-app-audio-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        std::string wav = (dir / "speech.wav").string();
+        if (!run("espeak-ng -w '" + wav + "' 'The quick brown fox jumps over the lazy dog.' >/dev/null 2>&1")) {
+            throw std::runtime_error("espeak-ng could not speak");
+        }
+        for (const char* ext : {"mp3", "flac"}) {
+            std::string out = (dir / (std::string("speech.") + ext)).string();
+            if (!run("ffmpeg -loglevel error -y -i '" + wav + "' '" + out + "'")) throw std::runtime_error("ffmpeg failed");
+        }
+        return dir;
+    }();
+    return folder;
+}
+
+class HeadlessProcess : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dev::DevCoordinator::Options options;
+        options.audioDir = speechFolder();
+        coordinator = std::make_unique<dev::DevCoordinator>(options);
+        fs::create_directories(home.path() / "tmp");
+    }
+
+    void TearDown() override {
+        if (child > 0) {
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+        }
+    }
+
+    fs::path varnix() const { return home.path() / ".varnix-compute"; }
+    fs::path logFile() const { return home.path() / "state" / "Corvane" / "logs" / "corvane-app.log"; }
+
+    void writeConfig(const std::string& coordinatorURL) {
+        fs::create_directories(varnix());
+        writeFileAtomically(varnix() / "config.yaml",
+                            "coordinator_url: \"" + coordinatorURL + "\"\nworker_id: \"worker-e2e\"\n", 0600);
+    }
+    void storeToken(const std::string& coordinatorURL) {
+        KeychainStore store(std::make_shared<FileCredentialBackend>(varnix() / "credentials"));
+        store.storePythonWorkerToken("dev-token", coordinatorURL, "worker-e2e");
+    }
+    void enroll() {
+        writeConfig(coordinator->baseURL());
+        storeToken(coordinator->baseURL());
+    }
+    // The generated model where the model cache keeps the Whisper weights under XDG_DATA_HOME.
+    void installModel() {
+        fs::path dir = home.path() / "data" / "VarnixCompute" / "models" / "whisper-cpp-swift--whisper-large-v3-turbo-q4--1";
+        fs::create_directories(dir);
+        fs::copy_file(whisperTestModelFile(), dir / WhisperImpl::defaultModelFilename, fs::copy_options::overwrite_existing);
+    }
+
+    void start(std::vector<std::string> extraEnvironment = {}) {
+        std::vector<std::string> env{"HOME=" + home.path().string(),
+                                     "XDG_DATA_HOME=" + (home.path() / "data").string(),
+                                     "XDG_CONFIG_HOME=" + (home.path() / "config").string(),
+                                     "XDG_STATE_HOME=" + (home.path() / "state").string(),
+                                     "TMPDIR=" + (home.path() / "tmp").string(), "PATH=/usr/bin:/bin"};
+        for (auto& e : extraEnvironment) env.push_back(std::move(e));
+        std::vector<char*> envp;
+        for (auto& e : env) envp.push_back(e.data());
+        envp.push_back(nullptr);
+        std::string binary = CORVANE_BINARY, flag = "--headless";
+        std::string outPath = (home.path() / "stdout.txt").string();
+        char* argv[] = {binary.data(), flag.data(), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ASSERT_EQ(posix_spawn(&child, binary.c_str(), &actions, nullptr, argv, envp.data()), 0);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+
+    // Waits for the child to end, at most `limit`; gives its exit status, or -1 when it did not end.
+    int waitForExit(std::chrono::milliseconds limit) {
+        int fd = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+        if (fd >= 0) {
+            pollfd entry{fd, POLLIN, 0};
+            ::poll(&entry, 1, static_cast<int>(limit.count()));
+            ::close(fd);
+        }
+        int status = 0;
+        if (::waitpid(child, &status, WNOHANG) != child) return -1;
+        child = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    std::string stdoutText() const { return readFile(home.path() / "stdout.txt").value_or(""); }
+
+    ScratchFolder home;
+    std::unique_ptr<dev::DevCoordinator> coordinator;
+    pid_t child = -1;
+};
+
+TEST_F(HeadlessProcess, TranscribesEveryShardOnceAndStopsCleanlyOnSigterm) {
+    coordinator->addShard({"job-1", "s1", "speech.wav", 0.0, 3.0, std::nullopt});
+    coordinator->addShard({"job-1", "s2", "speech.mp3", 3.0, 6.0, std::nullopt});
+    coordinator->addShard({"job-2", std::nullopt, "speech.flac", std::nullopt, std::nullopt, std::nullopt});
+    enroll();
+    installModel();
+    start();
+    ASSERT_TRUE(coordinator->waitUntil([](const dev::DevCoordinator& c) { return c.results().size() >= 3; }, 180s))
+        << readFile(logFile()).value_or("(no log)");
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(waitForExit(5000ms), 0) << "exits 0 within 5 s of SIGTERM";
+    auto results = coordinator->results();
+    EXPECT_EQ(results.size(), 3u);
+    std::set<std::string> shards;
+    for (const auto& r : results) {
+        shards.insert(r.jobID + "/" + r.shardID.value_or("-"));
+        EXPECT_TRUE(r.body.contains("transcript"));
+        EXPECT_EQ(r.body.value("backend", ""), "whisper-cpp-swift");
+        EXPECT_TRUE(r.body.contains("performance")) << r.body.dump();
+    }
+    EXPECT_EQ(shards.size(), 3u) << "no duplicates";
+    EXPECT_TRUE(coordinator->failures().empty());
+    auto log = readFile(logFile()).value_or("");
+    EXPECT_NE(log.find("restartModelCacheTask: worker bridge started"), std::string::npos);
+    EXPECT_NE(log.find("received SIGTERM, stopping"), std::string::npos);
+}
+
+TEST_F(HeadlessProcess, SigtermDuringAShardSendsExactlyOneShutdownReport) {
+    dev::ScriptedReply stalled;
+    stalled.delaySeconds = 60;  // the shard's audio never arrives while the test runs
+    coordinator->enqueueReply("/audio/", stalled);
+    coordinator->addShard({"job-slow", "slow", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    enroll();
+    installModel();
+    start();
+    ASSERT_TRUE(coordinator->waitUntil(
+        [](const dev::DevCoordinator& c) {
+            for (const auto& r : c.requests()) {
+                if (r.path.starts_with("/audio/")) return true;
+            }
+            return false;
+        },
+        180s));
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(waitForExit(5000ms), 0);
+    auto failures = coordinator->failures();
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].shardID, "slow");
+    EXPECT_EQ(failures[0].error, "code=worker_shutdown; retryable=true; message=worker stopped while job was in flight");
+    EXPECT_TRUE(coordinator->results().empty());
+}
+
+TEST_F(HeadlessProcess, AComputerThatIsNotEnrolledIsToldHowToEnrolAndExitsWithStatusTwo) {
+    struct Row {
+        const char* name;
+        bool config;
+        bool token;
+    };
+    for (const Row& row : {Row{"nothing", false, false}, Row{"config without credential", true, false},
+                           Row{"credential without config", false, true}}) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(varnix());
+        if (row.config) writeConfig(coordinator->baseURL());
+        if (row.token) storeToken(coordinator->baseURL());
+        start();
+        EXPECT_EQ(waitForExit(30000ms), 2);
+        EXPECT_NE(stdoutText().find("corvane enroll"), std::string::npos) << stdoutText();
+    }
+    EXPECT_TRUE(coordinator->requests().empty()) << "nothing reaches the coordinator";
+}
+
+TEST_F(HeadlessProcess, AnInvalidCoordinatorURLBuildsNoWorker) {
+    writeConfig("not a url");
+    storeToken("not a url");
+    installModel();
+    start();
+    auto logged = [&] {
+        return readFile(logFile()).value_or("").find("buildAndStartWorkerIfPossible: invalid coordinator URL not a url") !=
+               std::string::npos;
+    };
+    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator&) { return logged(); }, 60s));
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(waitForExit(5000ms), 0);
+    EXPECT_TRUE(coordinator->requests().empty());
+}
+
+TEST_F(HeadlessProcess, AFailedModelDownloadKeepsTheWorkerStoppedUntilARetrySucceeds) {
+    enroll();
+    coordinator->addShard({"job-after-retry", "r1", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    // The weights come from the coordinator's address, which has no such file: 404.
+    start({"REGISTRY_URL=" + coordinator->baseURL(), "CORVANE_MODEL_RETRY_SECONDS=1"});
+    auto failedOnce = [&] {
+        return readFile(logFile()).value_or("").find("Whisper model cache/init failed") != std::string::npos;
+    };
+    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator&) { return failedOnce(); }, 60s));
+    for (const auto& r : coordinator->requests()) EXPECT_FALSE(r.path.starts_with("/api/v1/workers/poll")) << "not started";
+    installModel();  // the next retry finds the weights in place
+    ASSERT_TRUE(coordinator->waitUntil([](const dev::DevCoordinator& c) { return c.results().size() == 1; }, 120s))
+        << readFile(logFile()).value_or("");
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(waitForExit(5000ms), 0);
+}
+
+}  // namespace
+}  // namespace corvane::testing
