@@ -9,6 +9,7 @@
 #include "CorvaneApp/eligibility/DBusClient.h"
 
 struct sd_bus;
+struct sd_bus_message;
 
 namespace corvane {
 
@@ -34,6 +35,14 @@ private:
     struct BusDeleter {
         void operator()(sd_bus* bus) const;
     };
+    struct MessageDeleter {
+        void operator()(sd_bus_message* message) const;
+    };
+    using Reply = std::unique_ptr<sd_bus_message, MessageDeleter>;
+
+    // A method without arguments, or with `property` the Get of that property of the object's
+    // interface. Null on any error; a connection found closed is dropped for the next call.
+    Reply call(const DBusObject& object, const std::string& member, const std::string* property);
     sd_bus* connection();
     void dropIfClosed();
 
