@@ -1,0 +1,193 @@
+#include "CorvaneApp/ui/QtExecutor.h"
+
+#include <gtest/gtest.h>
+
+#include <QThread>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/LogCapture.h"
+#include "tests/ui/QtTestApp.h"
+
+namespace corvane {
+namespace {
+
+using testing::runEventsUntil;
+
+class QtExecutorTest : public ::testing::Test {
+  protected:
+    void SetUp() override { executor = std::make_unique<QtExecutor>(testing::qtTestApp()); }
+    void TearDown() override {
+        executor.reset();
+        QCoreApplication::processEvents();
+    }
+    static bool onQtThread() { return QThread::currentThread() == qApp->thread(); }
+
+    std::unique_ptr<QtExecutor> executor;
+};
+
+TEST_F(QtExecutorTest, PostedWorkRunsOnTheQtThreadInPostingOrderFromAnyThread) {
+    constexpr int kThreads = 4, kPerThread = 250;
+    std::vector<std::vector<int>> seen(kThreads);  // touched only on the Qt thread
+    std::atomic<int> offThread{0};
+    int total = 0;
+    std::vector<std::jthread> posters;
+    for (int t = 0; t < kThreads; ++t) {
+        posters.emplace_back([&, t] {
+            for (int i = 0; i < kPerThread; ++i) {
+                executor->post([&, t, i] {
+                    if (!onQtThread()) ++offThread;
+                    seen[t].push_back(i);
+                    ++total;
+                });
+            }
+        });
+    }
+    posters.clear();  // joins
+    ASSERT_TRUE(runEventsUntil([&] { return total == kThreads * kPerThread; }));
+    EXPECT_EQ(offThread.load(), 0);
+    for (const auto& sequence : seen) {
+        ASSERT_EQ(sequence.size(), std::size_t(kPerThread));
+        EXPECT_TRUE(std::is_sorted(sequence.begin(), sequence.end()));
+    }
+
+    // Work posted by work goes behind what was already queued.
+    std::string order;
+    executor->post([&] {
+        order += 'a';
+        executor->post([&] { order += 'c'; });
+    });
+    executor->post([&] { order += 'b'; });
+    ASSERT_TRUE(runEventsUntil([&] { return order.size() == 3; }));
+    EXPECT_EQ(order, "abc");
+}
+
+TEST_F(QtExecutorTest, TimersFireInDueOrderAndRetireWhenDone) {
+    std::vector<std::string> fired;
+    auto late = executor->scheduleOnce(0.030, [&] { fired.push_back("late"); });
+    auto first = executor->scheduleOnce(0.0, [&] { fired.push_back("first"); });
+    auto middle = executor->scheduleOnce(0.010, [&] { fired.push_back("middle"); });
+    int ticks = 0;
+    auto repeating = executor->scheduleRepeating(0.001, [&] { ++ticks; });
+    ASSERT_TRUE(runEventsUntil([&] { return fired.size() == 3 && ticks >= 3; }));
+    EXPECT_EQ(fired, (std::vector<std::string>{"first", "middle", "late"}));
+    repeating.cancel();
+    EXPECT_FALSE(repeating.active());
+    // Fired one-shots and the cancelled repeating timer are all let go.
+    EXPECT_TRUE(runEventsUntil([&] { return executor->liveTimerCount() == 0; }));
+}
+
+TEST_F(QtExecutorTest, ATimerCancelledByAnotherDueAtTheSameMomentNeverFires) {
+    // Both are due in the same pass of the loop, before any posted deletion can run.
+    TimerHandle second;
+    bool firstFired = false, secondFired = false;
+    auto first = executor->scheduleOnce(0.0, [&] {
+        firstFired = true;
+        second.cancel();
+    });
+    second = executor->scheduleOnce(0.0, [&] { secondFired = true; });
+    bool sentinel = false;
+    auto after = executor->scheduleOnce(0.005, [&] { sentinel = true; });
+    ASSERT_TRUE(runEventsUntil([&] { return sentinel; }));
+    EXPECT_TRUE(firstFired);
+    EXPECT_FALSE(secondFired);
+}
+
+TEST_F(QtExecutorTest, TimersCancelledOrDestroyedOnOtherThreadsNeverFireAfterwards) {
+    // Cancelled from another thread well before it is due.
+    bool early = false;
+    auto once = executor->scheduleOnce(0.020, [&] { early = true; });
+    std::jthread([&] { once.cancel(); }).join();
+
+    // Scheduled and dropped on another thread: never starts.
+    std::atomic<bool> dropped{false};
+    std::jthread([&] {
+        auto handle = executor->scheduleOnce(0.0, [&] { dropped = true; });
+    }).join();
+
+    // Repeating timers destroyed by other threads while they fire. After a thread's cancel has
+    // returned it posts a marker; once the marker has run, no fire of that timer may follow.
+    constexpr int kTimers = 8;
+    struct Probe {
+        std::atomic<int> fires{0};
+        std::atomic<bool> markerRan{false};
+        std::atomic<int> firesAfterMarker{0};
+    };
+    std::vector<Probe> probes(kTimers);
+    std::mutex mutex;
+    std::condition_variable firing;
+    std::vector<std::jthread> cancellers;
+    for (int i = 0; i < kTimers; ++i) {
+        auto handle = executor->scheduleRepeating(0.001, [&, i] {
+            if (probes[i].markerRan) ++probes[i].firesAfterMarker;
+            ++probes[i].fires;
+            firing.notify_all();
+        });
+        cancellers.emplace_back([&, i, handle = std::move(handle)]() mutable {
+            {
+                std::unique_lock lock(mutex);
+                firing.wait_for(lock, std::chrono::seconds(30),
+                                [&] { return probes[i].fires >= 2 + i % 3; });
+            }
+            { auto gone = std::move(handle); }
+            executor->post([&, i] { probes[i].markerRan = true; });
+        });
+    }
+    bool sentinel = false;
+    auto after = executor->scheduleOnce(0.040, [&] { sentinel = true; });
+    ASSERT_TRUE(runEventsUntil([&] {
+        if (!sentinel) return false;
+        for (auto& probe : probes) {
+            if (!probe.markerRan) return false;
+        }
+        return true;
+    }));
+    cancellers.clear();
+    EXPECT_FALSE(early);
+    EXPECT_FALSE(dropped);
+    for (auto& probe : probes) EXPECT_EQ(probe.firesAfterMarker.load(), 0);
+    EXPECT_TRUE(runEventsUntil([&] { return executor->liveTimerCount() == 0; }));
+}
+
+TEST_F(QtExecutorTest, TimersScheduledFromAnotherThreadRunOnTheQtThread) {
+    bool ranOnQtThread = false;
+    TimerHandle handle;
+    std::jthread([&] {
+        handle = executor->scheduleOnce(0.0, [&] { ranOnQtThread = onQtThread(); });
+    }).join();
+    ASSERT_TRUE(runEventsUntil([&] { return ranOnQtThread; }));
+}
+
+TEST_F(QtExecutorTest, WorkThatThrowsIsLoggedAndTheSequenceGoesOn) {
+    testing::LogCapture logs;
+    bool after = false;
+    executor->post([] { throw std::runtime_error("disk on fire"); });
+    auto timer = executor->scheduleOnce(0.0, [] { throw std::runtime_error("timer on fire"); });
+    executor->post([&] { after = true; });
+    ASSERT_TRUE(runEventsUntil([&] { return after && logs.contains("timer on fire"); }));
+    EXPECT_TRUE(logs.contains("QtExecutor error: Work on the main sequence failed: disk on fire"));
+}
+
+TEST_F(QtExecutorTest, AGoneExecutorDropsItsQueueAndIgnoresItsHandles) {
+    bool ran = false, timerRan = false;
+    executor->post([&] { ran = true; });
+    auto handle = executor->scheduleOnce(0.0, [&] { timerRan = true; });
+    executor.reset();
+    bool sentinel = false;
+    QTimer::singleShot(5, qApp, [&] { sentinel = true; });
+    ASSERT_TRUE(runEventsUntil([&] { return sentinel; }));
+    EXPECT_FALSE(ran);
+    EXPECT_FALSE(timerRan);
+    // Cancelling after the executor has gone, from this thread and from another, is harmless.
+    auto other = std::move(handle);
+    std::jthread([&] { other.cancel(); }).join();
+}
+
+}  // namespace
+}  // namespace corvane

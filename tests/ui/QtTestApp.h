@@ -1,0 +1,43 @@
+#pragma once
+// The one QApplication of a Qt test binary (offscreen: no display needed), and a way to run its
+// event loop until a condition holds.
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+namespace corvane::testing {
+
+inline QApplication& qtTestApp() {
+    static std::unique_ptr<QApplication> app = [] {
+        ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        static int argc = 1;
+        static char name[] = "ui_tests";
+        static char* argv[] = {name, nullptr};
+        return std::make_unique<QApplication>(argc, argv);
+    }();
+    return *app;
+}
+
+// Runs the event loop until `done` holds; false when `limit` passes first. The condition must be
+// made true by work on this thread's loop (each event wakes the check).
+inline bool runEventsUntil(const std::function<bool()>& done,
+                           std::chrono::milliseconds limit = std::chrono::seconds(30)) {
+    QDeadlineTimer deadline(limit);
+    QTimer wake;  // makes the last wait return at the deadline
+    wake.setSingleShot(true);
+    wake.start(limit);
+    while (!done()) {
+        if (deadline.hasExpired()) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+}  // namespace corvane::testing

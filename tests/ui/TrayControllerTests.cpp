@@ -1,0 +1,169 @@
+#include "CorvaneApp/ui/TrayController.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/LogCapture.h"
+#include "tests/ui/QtTestApp.h"
+
+namespace corvane {
+namespace {
+
+struct MenuLine {
+    std::string text;  // "-" for a separator
+    bool enabled;
+    bool operator==(const MenuLine&) const = default;
+};
+
+std::vector<MenuLine> linesOf(const QMenu& menu) {
+    std::vector<MenuLine> lines;
+    for (const QAction* action : menu.actions()) {
+        lines.push_back(
+            {action->isSeparator() ? "-" : action->text().toStdString(), action->isEnabled()});
+    }
+    return lines;
+}
+
+class TrayControllerTest : public ::testing::Test {
+  protected:
+    void SetUp() override { testing::qtTestApp(); }
+
+    std::unique_ptr<TrayController> makeTray() {
+        TrayActions actions;
+        actions.onOpenDashboard = [this] { calls.push_back("dashboard"); };
+        actions.onPreferences = [this] { calls.push_back("preferences"); };
+        actions.onAbout = [this] { calls.push_back("about"); };
+        actions.onQuit = [this] { calls.push_back("quit"); };
+        return std::make_unique<TrayController>(std::move(actions), [this] {
+            ++reads;
+            if (failReads) throw std::runtime_error("state file unreadable");
+            return status;
+        });
+    }
+    QAction* item(TrayController& tray, const QString& text) {
+        for (QAction* action : tray.menu().actions()) {
+            if (action->text() == text) return action;
+        }
+        ADD_FAILURE() << "no menu item " << text.toStdString();
+        return nullptr;
+    }
+
+    TrayStatus status{"Earning — Processing work", "Corvane · Earning", "earning"};
+    bool failReads = false;
+    int reads = 0;
+    std::vector<std::string> calls;
+};
+
+TEST_F(TrayControllerTest, MenuIsTheStatusLineThenTheApplicationItems) {
+    auto tray = makeTray();
+    EXPECT_EQ(reads, 1);  // read once so the menu is complete before it is shown
+    EXPECT_EQ(linesOf(tray->menu()), (std::vector<MenuLine>{
+                                         {"Earning — Processing work", false},
+                                         {"-", true},
+                                         {"Open Dashboard", true},
+                                         {"Preferences…", true},
+                                         {"-", true},
+                                         {"About Corvane", true},
+                                         {"Quit Corvane", true},
+                                     }));
+    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Earning");
+    EXPECT_EQ(tray->trayIcon().contextMenu(), &tray->menu());
+    EXPECT_FALSE(tray->trayIcon().icon().isNull());
+
+    for (const char* text : {"Open Dashboard", "Preferences…", "About Corvane", "Quit Corvane"}) {
+        item(*tray, QString::fromUtf8(text))->trigger();
+    }
+    EXPECT_EQ(calls, (std::vector<std::string>{"dashboard", "preferences", "about", "quit"}));
+}
+
+TEST_F(TrayControllerTest, RefreshFollowsTheStatusAndKeepsTheLastOneWhenReadingFails) {
+    auto tray = makeTray();
+    const auto earningIcon = tray->trayIcon().icon().cacheKey();
+
+    status = {"Paused — Paused by you", "Corvane · Paused", "paused"};
+    tray->refresh();
+    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Paused — Paused by you");
+    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Paused");
+    EXPECT_EQ(tray->shownIconName(), "paused");
+    const auto pausedIcon = tray->trayIcon().icon().cacheKey();
+    EXPECT_NE(pausedIcon, earningIcon);
+
+    // Same status again: the icon is not rebuilt.
+    tray->refresh();
+    EXPECT_EQ(tray->trayIcon().icon().cacheKey(), pausedIcon);
+
+    testing::LogCapture logs;
+    failReads = true;
+    tray->refresh();
+    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Paused — Paused by you");
+    EXPECT_EQ(tray->shownIconName(), "paused");
+    EXPECT_TRUE(logs.contains(
+        "TrayController error: Could not read the status for the tray: state file unreadable"));
+
+    // Blank fields never leave an empty line or tooltip; an unknown glyph name still draws.
+    failReads = false;
+    status = {"", "", "flux_capacitor"};
+    tray->refresh();
+    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Corvane");
+    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane");
+    EXPECT_FALSE(tray->trayIcon().icon().isNull());
+    EXPECT_FALSE(tray->menu().actions().front()->isEnabled());
+}
+
+TEST_F(TrayControllerTest, AnItemWithoutACallbackDoesNothing) {
+    TrayController tray(TrayActions{}, [] { return TrayStatus{"Idle", "Corvane · Idle", "idle"}; });
+    for (QAction* action : tray.menu().actions()) action->trigger();
+    SUCCEED();
+}
+
+TEST(TrayIconSetTest, EveryStatusHasALegibleGlyphAtPanelSizes) {
+    testing::qtTestApp();
+    TrayIconSet icons;
+    const std::vector<std::string> names{"notEnrolled", "earning",   "idle",    "paused",
+                                         "scheduled",   "throttled", "offline", "updating",
+                                         "error",       "whatever"};
+    for (const auto& name : names) {
+        SCOPED_TRACE(name);
+        const auto sizes = icons.icon(name).availableSizes();
+        EXPECT_TRUE(sizes.contains(QSize(16, 16)));
+        EXPECT_TRUE(sizes.contains(QSize(22, 22)));
+        for (int size : {16, 22}) {
+            const QImage image = TrayIconSet::render(name, size);
+            EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0) << "corner must stay clear at " << size;
+            // The glyph's left flank, clear of the inner mark (on the rim for the outline-only
+            // glyph).
+            const QColor flank =
+                image.pixelColor(size * (name == "notEnrolled" ? 3 : 6) / 32, size / 2);
+            EXPECT_GT(flank.alpha(), 200) << "glyph missing at " << size;
+        }
+        if (name == "notEnrolled") continue;  // an outline only
+        // Fill colour at 32 px, away from the rim and the mark.
+        const QColor fill = TrayIconSet::render(name, 32).pixelColor(7, 16);
+        const QColor expected = TrayIconSet::colorFor(name);
+        EXPECT_NEAR(fill.red(), expected.red(), 3);
+        EXPECT_NEAR(fill.green(), expected.green(), 3);
+        EXPECT_NEAR(fill.blue(), expected.blue(), 3);
+    }
+}
+
+TEST(TrayIconSetTest, StatusesTellApartEvenWhenTheyShareAColour) {
+    testing::qtTestApp();
+    EXPECT_EQ(TrayIconSet::colorFor("paused"), TrayIconSet::colorFor("notEnrolled"));
+    EXPECT_NE(TrayIconSet::render("paused", 16), TrayIconSet::render("notEnrolled", 16));
+    EXPECT_EQ(TrayIconSet::colorFor("scheduled"), TrayIconSet::colorFor("throttled"));
+    EXPECT_NE(TrayIconSet::render("scheduled", 16), TrayIconSet::render("throttled", 16));
+    EXPECT_NE(TrayIconSet::colorFor("earning"), TrayIconSet::colorFor("offline"));
+    EXPECT_NE(TrayIconSet::colorFor("idle"), TrayIconSet::colorFor("updating"));
+    // Aliases of one state draw the same glyph.
+    EXPECT_EQ(TrayIconSet::render("working", 22), TrayIconSet::render("earning", 22));
+}
+
+}  // namespace
+}  // namespace corvane
