@@ -1,24 +1,25 @@
 #pragma once
 // The recogniser's error: one case per way a transcription can fail, each with a fixed text.
 
-#include <exception>
 #include <string>
+
+#include "SpeechEngine/TypedError.h"
 
 namespace speech {
 
-class ASRError : public std::exception {
-  public:
-    enum class Kind {
-        processingFailed,
-        unsupportedPlatform,
-        streamingConversionFailed,
-        fileAccessFailed,
-        notInitialized,
-        invalidAudioData,
-        modelLoadFailed,
-        modelCompilationFailed
-    };
+enum class ASRErrorKind {
+    processingFailed,
+    unsupportedPlatform,
+    streamingConversionFailed,
+    fileAccessFailed,
+    notInitialized,
+    invalidAudioData,
+    modelLoadFailed,
+    modelCompilationFailed
+};
 
+class ASRError : public TypedError<ASRErrorKind> {
+  public:
     static ASRError processingFailed(const std::string& message);
     static ASRError unsupportedPlatform(const std::string& message);
     static ASRError streamingConversionFailed(const std::string& error);
@@ -28,16 +29,8 @@ class ASRError : public std::exception {
     static ASRError modelLoadFailed();
     static ASRError modelCompilationFailed();
 
-    Kind kind() const { return kind_; }
-    const std::string& errorDescription() const { return description_; }
-    const char* what() const noexcept override { return description_.c_str(); }
-
   private:
-    ASRError(Kind kind, std::string description)
-        : kind_(kind), description_(std::move(description)) {}
-
-    Kind kind_;
-    std::string description_;
+    using TypedError::TypedError;
 };
 
 }  // namespace speech

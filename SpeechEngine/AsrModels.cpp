@@ -5,6 +5,7 @@
 
 #include "CorvaneApp/platform/Log.h"
 #include "SpeechEngine/AsrModelsError.h"
+#include "SpeechEngine/Cancellation.h"
 
 namespace speech {
 namespace fs = std::filesystem;
@@ -158,6 +159,41 @@ AsrModels AsrModels::load(DownloadUtils& downloads, const fs::path& directory,
     result.vocabulary =
         std::make_shared<const Vocabulary>(loadVocabulary(folder / files.vocabulary));
     return result;
+}
+
+AsrModels AsrModels::loadFromCache(DownloadUtils& downloads, const fs::path& directory,
+                                   AsrModelVersion version, std::stop_token stop) {
+    auto files = modelFiles(version);
+    fs::path folder = modelFolder(directory, version);
+    auto names = networkNames(files);
+    names.push_back(files.vocabulary);
+    for (const auto& name : names) {
+        std::error_code error;
+        if (!fs::exists(folder / name, error))
+            throw AsrModelsError::modelNotFound(name, (folder / name).string());
+    }
+    return load(downloads, directory, std::nullopt, version, {}, stop);
+}
+
+AsrModels AsrModels::loadWithAutoRecovery(DownloadUtils& downloads, const fs::path& directory,
+                                          AsrModelVersion version, std::stop_token stop) {
+    try {
+        return load(downloads, directory, std::nullopt, version, {}, stop);
+    } catch (const CancellationError&) {
+        throw;
+    } catch (const std::exception& error) {
+        logger()->error("Load failed, downloading the models again: {}", error.what());
+    }
+    download(downloads, directory, true, version, {}, stop);
+    return load(downloads, directory, std::nullopt, version, {}, stop);
+}
+
+AsrModels AsrModels::downloadAndLoad(DownloadUtils& downloads, const fs::path& directory,
+                                     AsrModelVersion version,
+                                     const DownloadProgressHandler& progress,
+                                     std::stop_token stop) {
+    download(downloads, directory, false, version, progress, stop);
+    return load(downloads, directory, std::nullopt, version, progress, stop);
 }
 
 bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory,

@@ -55,6 +55,19 @@ struct AsrModels {
     static AsrModels load(DownloadUtils& downloads, const std::filesystem::path& directory,
                           std::optional<ModelConfiguration> configuration, AsrModelVersion version,
                           const DownloadProgressHandler& progress = {}, std::stop_token stop = {});
+    // Loads what is on disk, and never fetches: absent files throw AsrModelsError::modelNotFound.
+    static AsrModels loadFromCache(DownloadUtils& downloads, const std::filesystem::path& directory,
+                                   AsrModelVersion version, std::stop_token stop = {});
+    // Loads; when that fails, fetches the whole set again (force) and loads once more.
+    static AsrModels loadWithAutoRecovery(DownloadUtils& downloads,
+                                          const std::filesystem::path& directory,
+                                          AsrModelVersion version, std::stop_token stop = {});
+    // download() then load().
+    static AsrModels downloadAndLoad(DownloadUtils& downloads,
+                                     const std::filesystem::path& directory,
+                                     AsrModelVersion version,
+                                     const DownloadProgressHandler& progress = {},
+                                     std::stop_token stop = {});
     // Whether the version's files in `directory` are present and load; failures are logged.
     static bool isModelValid(DownloadUtils& downloads, const std::filesystem::path& directory,
                              AsrModelVersion version);

@@ -1,15 +1,21 @@
 #pragma once
 // Why a model set could not be found, fetched, loaded or compiled.
 
-#include <exception>
 #include <string>
+
+#include "SpeechEngine/TypedError.h"
 
 namespace speech {
 
-class AsrModelsError : public std::exception {
-  public:
-    enum class Kind { modelNotFound, downloadFailed, loadingFailed, modelCompilationFailed };
+enum class AsrModelsErrorKind {
+    modelNotFound,
+    downloadFailed,
+    loadingFailed,
+    modelCompilationFailed
+};
 
+class AsrModelsError : public TypedError<AsrModelsErrorKind> {
+  public:
     static AsrModelsError modelNotFound(const std::string& name, const std::string& path) {
         return {Kind::modelNotFound, "ASR model '" + name + "' not found at: " + path};
     }
@@ -24,16 +30,8 @@ class AsrModelsError : public std::exception {
                                                   ". Try deleting the models and re-downloading."};
     }
 
-    Kind kind() const { return kind_; }
-    const std::string& errorDescription() const { return description_; }
-    const char* what() const noexcept override { return description_.c_str(); }
-
   private:
-    AsrModelsError(Kind kind, std::string description)
-        : kind_(kind), description_(std::move(description)) {}
-
-    Kind kind_;
-    std::string description_;
+    using TypedError::TypedError;
 };
 
 }  // namespace speech

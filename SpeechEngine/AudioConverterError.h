@@ -1,23 +1,24 @@
 #pragma once
 // Why audio could not be brought to the recogniser's format.
 
-#include <exception>
 #include <optional>
 #include <string>
 
+#include "SpeechEngine/TypedError.h"
+
 namespace speech {
 
-class AudioConverterError : public std::exception {
-  public:
-    enum class Kind {
-        conversionFailed,
-        sampleBufferCopyFailed,
-        failedToCreateConverter,
-        failedToCreateBuffer,
-        sampleBufferFormatMissing,
-        failedToCreateSourceFormat
-    };
+enum class AudioConverterErrorKind {
+    conversionFailed,
+    sampleBufferCopyFailed,
+    failedToCreateConverter,
+    failedToCreateBuffer,
+    sampleBufferFormatMissing,
+    failedToCreateSourceFormat
+};
 
+class AudioConverterError : public TypedError<AudioConverterErrorKind> {
+  public:
     static AudioConverterError conversionFailed(const std::optional<std::string>& error) {
         return {Kind::conversionFailed, "Audio conversion failed: " + error.value_or("")};
     }
@@ -39,16 +40,8 @@ class AudioConverterError : public std::exception {
         return {Kind::failedToCreateSourceFormat, "Failed to create the source audio format"};
     }
 
-    Kind kind() const { return kind_; }
-    const std::string& errorDescription() const { return description_; }
-    const char* what() const noexcept override { return description_.c_str(); }
-
   private:
-    AudioConverterError(Kind kind, std::string description)
-        : kind_(kind), description_(std::move(description)) {}
-
-    Kind kind_;
-    std::string description_;
+    using TypedError::TypedError;
 };
 
 }  // namespace speech

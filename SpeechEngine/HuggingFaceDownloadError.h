@@ -4,18 +4,20 @@
 #include <exception>
 #include <string>
 
+#include "SpeechEngine/TypedError.h"
+
 namespace speech {
 
-class HuggingFaceDownloadError : public std::exception {
-  public:
-    enum class Kind {
-        invalidResponse,
-        rateLimited,
-        modelNotFound,
-        downloadFailed,
-        htmlInsteadOfJSON
-    };
+enum class HuggingFaceDownloadErrorKind {
+    invalidResponse,
+    rateLimited,
+    modelNotFound,
+    downloadFailed,
+    htmlInsteadOfJSON
+};
 
+class HuggingFaceDownloadError : public TypedError<HuggingFaceDownloadErrorKind> {
+  public:
     static HuggingFaceDownloadError invalidResponse() {
         return {Kind::invalidResponse, "Received an invalid response from Hugging Face."};
     }
@@ -34,16 +36,8 @@ class HuggingFaceDownloadError : public std::exception {
                                              " (rate limit or server issue): " + bodyStart};
     }
 
-    Kind kind() const { return kind_; }
-    const std::string& errorDescription() const { return description_; }
-    const char* what() const noexcept override { return description_.c_str(); }
-
   private:
-    HuggingFaceDownloadError(Kind kind, std::string description)
-        : kind_(kind), description_(std::move(description)) {}
-
-    Kind kind_;
-    std::string description_;
+    using TypedError::TypedError;
 };
 
 // A transfer answered with a status outside 200-299 (other than rate limiting): domain "HTTP".

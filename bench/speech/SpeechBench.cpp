@@ -14,41 +14,40 @@ namespace {
 
 constexpr int blank = 8192;
 
-// A joint with no arithmetic: a token on every third frame, blanks of one or two frames between.
-class FreeJoint final : public NeuralModel {
+// A network whose run is a plain function of its inputs: the cost of a run is the call itself.
+class FreeModel final : public NeuralModel {
   public:
+    using Run = void (*)(const FeatureMap&, FeatureMap&);
+    FreeModel(ModelDescription description, Run run)
+        : description_(std::move(description)), run_(run) {}
     const ModelDescription& description() const override { return description_; }
     const ModelConfiguration& configuration() const override { return configuration_; }
 
   private:
     void run(const FeatureMap& inputs, FeatureMap& outputs) const override {
-        auto frame = static_cast<int>(inputs.find("encoder_step")->storage()[0]);
-        auto previous = static_cast<int>(inputs.find("decoder_step")->storage()[0]);
-        bool speak = frame % 3 == 0 && previous != frame % 1000;
-        outputs.prepare("token_id", {1}, ElementType::int32).storage()[0] =
-            static_cast<float>(speak ? frame % 1000 : blank);
-        outputs.prepare("token_prob", {1}).storage()[0] = 0.9f;
-        outputs.prepare("duration", {1}, ElementType::int32).storage()[0] =
-            static_cast<float>(frame % 2 + 1);
+        run_(inputs, outputs);
     }
-    ModelDescription description_{{"encoder_step", "decoder_step"},
-                                  {"token_id", "token_prob", "duration"}};
+    ModelDescription description_;
     ModelConfiguration configuration_;
+    Run run_;
 };
+
+// A token on every third frame, blanks of one or two frames between.
+void freeJoint(const FeatureMap& inputs, FeatureMap& outputs) {
+    auto frame = static_cast<int>(inputs.find("encoder_step")->storage()[0]);
+    auto previous = static_cast<int>(inputs.find("decoder_step")->storage()[0]);
+    bool speak = frame % 3 == 0 && previous != frame % 1000;
+    outputs.prepare("token_id", {1}, ElementType::int32).storage()[0] =
+        static_cast<float>(speak ? frame % 1000 : blank);
+    outputs.prepare("token_prob", {1}).storage()[0] = 0.9f;
+    outputs.prepare("duration", {1}, ElementType::int32).storage()[0] =
+        static_cast<float>(frame % 2 + 1);
+}
 
 // A predictor that only echoes its token; its state passes through unchanged.
-class FreeDecoder final : public NeuralModel {
-  public:
-    const ModelDescription& description() const override { return description_; }
-    const ModelConfiguration& configuration() const override { return configuration_; }
-
-  private:
-    void run(const FeatureMap& inputs, FeatureMap& outputs) const override {
-        outputs.prepare("decoder", {1, 640, 1}).storage()[0] = inputs.find("targets")->storage()[0];
-    }
-    ModelDescription description_{{"targets", "target_length", "h_in", "c_in"}, {"decoder"}};
-    ModelConfiguration configuration_;
-};
+void freeDecoder(const FeatureMap& inputs, FeatureMap& outputs) {
+    outputs.prepare("decoder", {1, 640, 1}).storage()[0] = inputs.find("targets")->storage()[0];
+}
 
 // Frames of width 1024 whose first element is the frame index, in either layout.
 MultiArray encoderFrames(int frames, bool timeMajor) {
@@ -70,8 +69,9 @@ void BM_TdtLoopPerFrame(benchmark::State& state) {
     ASRConfig config;
     config.tdtConfig.maxTokensPerChunk = frames;  // let a long run decode every frame
     TdtDecoderV3 decoder(config);
-    FreeJoint joint;
-    FreeDecoder predictor;
+    FreeModel joint({{"encoder_step", "decoder_step"}, {"token_id", "token_prob", "duration"}},
+                    freeJoint);
+    FreeModel predictor({{"targets", "target_length", "h_in", "c_in"}, {"decoder"}}, freeDecoder);
     auto encoder = encoderFrames(frames, timeMajor);
     std::size_t tokens = 0;
     for (auto _ : state) {

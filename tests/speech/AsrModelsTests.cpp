@@ -151,6 +151,27 @@ TEST_F(AsrModelsTest, ADamagedCacheIsDeletedAndFetchedAgainOnce) {
     }
 }
 
+TEST_F(AsrModelsTest, CombinedEntriesFetchOnlyWhenTheyMay) {
+    try {
+        AsrModels::loadFromCache(*downloads, local, AsrModelVersion::v2);
+        ADD_FAILURE() << "loaded from an empty cache";
+    } catch (const AsrModelsError& error) {
+        EXPECT_EQ(error.errorDescription(), "ASR model 'Preprocessor.mlmodelc' not found at: " +
+                                                (local / "Preprocessor.mlmodelc").string());
+    }
+    EXPECT_TRUE(hub->requests().empty());
+    AsrModels::downloadAndLoad(*downloads, local, AsrModelVersion::v2);
+    EXPECT_EQ(hub->fileRequests(), 5u);
+    hub->clearRequests();
+    AsrModels::loadFromCache(*downloads, local, AsrModelVersion::v2);
+    EXPECT_TRUE(hub->requests().empty());
+    // A broken vocabulary is past the networks' own recovery: the whole set is fetched again.
+    testing::writeText(local / "parakeet_vocab.json", "{");
+    auto models = AsrModels::loadWithAutoRecovery(*downloads, local, AsrModelVersion::v2);
+    EXPECT_EQ(models.vocabulary->size(), 2u);
+    EXPECT_EQ(hub->fileRequests(), 5u);
+}
+
 TEST_F(AsrModelsTest, VocabularyFilesAreReadOrRefusedWithTheirPath) {
     ScriptedRuntime::installModelSet(local, AsrModelVersion::v2, {}, 1024, {});
     auto vocab = local / "parakeet_vocab.json";

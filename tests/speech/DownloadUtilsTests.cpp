@@ -283,21 +283,6 @@ TEST_F(DownloadUtilsTest, SmallFilesAreRetriedWithGrowingWaits) {
                       "downloading config. Retrying in 1.0s..."));
     EXPECT_EQ(hub->fileRequests(), 3u);
 
-    // Recovers when the hub does.
-    class HealingSleeper final : public corvane::SleepProvider {
-      public:
-        explicit HealingSleeper(testing::HubServer& hub) : hub_(hub) {}
-        bool sleep(double, std::stop_token) override {
-            hub_.clearFaults();
-            return true;
-        }
-        testing::HubServer& hub_;
-    } healing(*hub);
-    DownloadUtils healingUtils(
-        session, runtime, [&](const std::string&) { return std::optional<std::string>(); },
-        healing);
-    EXPECT_EQ(healingUtils.fetchHuggingFaceFile(url, "config", 3, 0.5), "{}");
-
     // A cancelled wait ends the retries.
     hub->failFile("config.json", 500);
     std::stop_source stop;

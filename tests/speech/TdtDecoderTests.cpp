@@ -9,7 +9,6 @@
 
 #include "SpeechEngine/ASRError.h"
 #include "SpeechEngine/Cancellation.h"
-#include "SpeechEngine/TdtDecoderV2.h"
 #include "SpeechEngine/TdtDecoderV3.h"
 #include "tests/speech/SpeechTestSupport.h"
 
@@ -260,7 +259,7 @@ TEST_F(TdtDecoderTest, SentenceFinalPunctuationRestartsThePredictor) {
     }
 }
 
-TEST_F(TdtDecoderTest, ScoresAreClampedAndTheV2DecoderUsesItsOwnBlank) {
+TEST_F(TdtDecoderTest, ScoresAreClampedToZeroToOne) {
     // Probabilities 1.7, NaN and -0.5 are recorded as 1, 0 and 0.
     auto joint = testing::functionJoint([](int frame, int) {
         float probability[] = {1.7f, std::nanf(""), -0.5f};
@@ -273,17 +272,6 @@ TEST_F(TdtDecoderTest, ScoresAreClampedAndTheV2DecoderUsesItsOwnBlank) {
     auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(5, hidden), 5, 5,
                                                 *decoderModel, *joint, state, 0, false, 0);
     EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(1.0f, 0.0f, 0.0f));
-
-    // For the v2 set 1024 is the blank and 8192 an ordinary token.
-    auto v2Joint = testing::functionJoint([](int frame, int previous) {
-        if (frame == 1 && previous != B) return JointStep{frame, B, 1.0f, 1};
-        return JointStep{frame, TdtDecoderV2::blankId, 1.0f, 1};
-    });
-    TdtDecoderV2 v2(narrowConfig());
-    TdtDecoderState v2State(2);
-    auto v2Result = v2.decodeWithTimings(testing::indexedFrames(4, hidden), 4, 4, *decoderModel,
-                                         *v2Joint, v2State, 0, false, 0);
-    EXPECT_THAT(v2Result.ySequence, ElementsAre(B));
 }
 
 TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
