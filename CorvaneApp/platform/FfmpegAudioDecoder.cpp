@@ -222,6 +222,7 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
     if (!decoder) fail(Stage::open, AVERROR(ENOMEM));
     if ((code = avcodec_parameters_to_context(decoder.get(), stream->codecpar)) < 0) fail(Stage::open, code);
     decoder->pkt_timebase = stream->time_base;
+    decoder->thread_count = 0;  // codecs that decode frames in parallel (FLAC) use every core
     if ((code = avcodec_open2(decoder.get(), codec, nullptr)) < 0) fail(Stage::open, code);
 
     Result result;

@@ -218,26 +218,13 @@ TEST(AudioPipeline, BadFilesFailWithTheirOwnCase) {
     }
 }
 
-TEST(AudioPipeline, ErrorTexts) {
-    struct Row {
-        AudioDecodeError::Case value;
-        std::string text;
-    };
-    std::vector<Row> rows{
-        {AudioDecodeError::UnsupportedFormat{"/tmp/a/b.mp3", "bad"}, "AudioDecodeError.unsupportedFormat(b.mp3): bad"},
-        {AudioDecodeError::UnsupportedFormat{"/tmp/a/b.mp3", std::nullopt},
-         "AudioDecodeError.unsupportedFormat(b.mp3): no underlying error"},
-        {AudioDecodeError::ReadFailure{"c.wav", "short"}, "AudioDecodeError.readFailure(c.wav): short"},
-        {AudioDecodeError::ConversionFailure{"x"}, "AudioDecodeError.conversionFailure: x"},
-        {AudioDecodeError::ConversionFailure{std::nullopt}, "AudioDecodeError.conversionFailure: no underlying error"},
-        {AudioDecodeError::EmptyAudio{"/d/e.flac"}, "AudioDecodeError.emptyAudio(e.flac)"},
-    };
-    for (const auto& row : rows) {
-        AudioDecodeError error(row.value);
-        EXPECT_EQ(error.description(), row.text);
-        EXPECT_EQ(error.errorDescription(), row.text);
-        EXPECT_STREQ(error.what(), row.text.c_str());
-    }
+TEST(AudioPipeline, ErrorTextsWithoutAnUnderlyingError) {
+    EXPECT_EQ(AudioDecodeError(AudioDecodeError::UnsupportedFormat{"/a/b.mp3", std::nullopt}).description(),
+              "AudioDecodeError.unsupportedFormat(b.mp3): no underlying error");
+    EXPECT_EQ(AudioDecodeError(AudioDecodeError::ConversionFailure{std::nullopt}).description(),
+              "AudioDecodeError.conversionFailure: no underlying error");
+    EXPECT_EQ(AudioDecodeError(AudioDecodeError::ConversionFailure{"x"}).errorDescription(),
+              "AudioDecodeError.conversionFailure: x");
 }
 
 // The buffer entry the speech engine uses: interleaved floats at any rate to mono 16 kHz.
@@ -269,16 +256,6 @@ TEST(FfmpegAudioDecoder, ConvertsInterleavedBuffersByAveragingChannels) {
             EXPECT_EQ(failure.stage(), FfmpegAudioDecoder::Failure::Stage::conversion);
         }
     }
-}
-
-TEST(FfmpegAudioDecoder, ReportsTheSourceFormat) {
-    auto path = AudioFixtures::tone("tone-44k-s24-stereo.wav", 440, 2, {"-ar", "44100", "-c:a", "pcm_s24le"}, 2);
-    auto result = FfmpegAudioDecoder(8000).decodeFile(path);
-    EXPECT_EQ(result.sourceSampleRate, 44100);
-    EXPECT_EQ(result.sourceChannels, 2);
-    EXPECT_EQ(result.declaredFrames, 88200);
-    EXPECT_EQ(result.decodedFrames, 88200);
-    EXPECT_NEAR(static_cast<double>(result.samples.size()), 16000.0, 2);
 }
 
 }  // namespace
