@@ -235,12 +235,14 @@ Response Session::stream(const Request& request, const StreamCallbacks& callback
     return std::move(transfer.response);
 }
 
-std::string percentEncodePath(std::string_view text) {
+namespace {
+
+// Percent-encodes every byte outside the letters, digits and `keep`.
+std::string percentEncode(std::string_view text, std::string_view keep) {
     static constexpr char hex[] = "0123456789ABCDEF";
     std::string out;
     for (unsigned char c : text) {
-        // RFC 3986 pchar plus "/": unreserved, sub-delims, ":" and "@".
-        if (std::isalnum(c) || std::string_view("-._~!$&'()*+,;=:@/").find(static_cast<char>(c)) != std::string_view::npos) {
+        if (std::isalnum(c) || keep.find(static_cast<char>(c)) != std::string_view::npos) {
             out.push_back(static_cast<char>(c));
         } else {
             out.push_back('%');
@@ -251,20 +253,12 @@ std::string percentEncodePath(std::string_view text) {
     return out;
 }
 
-std::string percentEncodeQuery(std::string_view text) {
-    static constexpr char hex[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : text) {
-        if (std::isalnum(c) || std::string_view("-._~").find(static_cast<char>(c)) != std::string_view::npos) {
-            out.push_back(static_cast<char>(c));
-        } else {
-            out.push_back('%');
-            out.push_back(hex[c >> 4]);
-            out.push_back(hex[c & 15]);
-        }
-    }
-    return out;
-}
+}  // namespace
+
+// RFC 3986 pchar plus "/": unreserved, sub-delims, ":" and "@".
+std::string percentEncodePath(std::string_view text) { return percentEncode(text, "-._~!$&'()*+,;=:@/"); }
+
+std::string percentEncodeQuery(std::string_view text) { return percentEncode(text, "-._~"); }
 
 std::optional<std::string> resolveAbsolutePath(std::string_view base, std::string_view path) {
     auto scheme = base.find("://");
