@@ -120,7 +120,7 @@ TEST_F(ModelCacheTest, DownloadsThroughThePartialFileWithProgress) {
     EXPECT_FALSE(std::filesystem::exists(partialFile()));
     EXPECT_TRUE(cache_->isCached(spec_.identifier));
     EXPECT_EQ(cache_->cachedFileURL(spec_.identifier), finalFile());
-    // The first report knows only the spec's size; then the server's length counts, and a report
+    // The first report knows only the ModelSpec's size; then the server's length counts, and a report
     // follows each write of at least 64 KiB.
     auto states = drainStates();
     ASSERT_GE(states.size(), 3u);
