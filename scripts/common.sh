@@ -16,6 +16,13 @@ APT_PACKAGES=(
 )
 TEST_APT_PACKAGES=(clang espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
 
+# One compiler cache per user, shared by every clone: paths are hashed relative to the clone, so a
+# fresh checkout on a machine that built before compiles only what changed.
+export CCACHE_DIR="${CCACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/ccache}"
+export CCACHE_BASEDIR="$ROOT"
+export CCACHE_NOHASHDIR=1
+export CCACHE_MAXSIZE="${CCACHE_MAXSIZE:-5G}"
+
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
@@ -69,7 +76,8 @@ ensure_whisper() {
     -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON \
     -DWHISPER_BUILD_EXAMPLES=OFF -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_SERVER=OFF \
     -DGGML_NATIVE=OFF -DCMAKE_INSTALL_RPATH='$ORIGIN' -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
-    -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
+    -DCMAKE_INSTALL_PREFIX="$prefix" \
+    $(command -v ccache >/dev/null && echo -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache) >/dev/null
   cmake --build "$work/whisper-build" --target whisper -j"$(nproc)" >/dev/null
   rm -rf "$prefix"
   mkdir -p "$prefix/lib" "$prefix/include" "$prefix/bin"

@@ -5,12 +5,6 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 bash "$ROOT/scripts/setup.sh" --tests
 
-# One compiler cache per user, shared by every clone: paths are hashed relative to the clone, so a
-# fresh checkout on a machine that built before compiles only what changed.
-export CCACHE_DIR="${CCACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/ccache}"
-export CCACHE_BASEDIR="$ROOT"
-export CCACHE_NOHASHDIR=1
-export CCACHE_MAXSIZE="${CCACHE_MAXSIZE:-5G}"
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
