@@ -1,237 +1,363 @@
 // The desktop entry as a panel sees it: a private session bus with a StatusNotifierWatcher, an X
-// server (Xvfb), and the smoke app with a scripted session. Reads the tray menu over dbusmenu,
-// clicks it, and checks how the process ends.
+// server (Xvfb) and the smoke app with its scripted session. The test reads the tray item and its
+// menu over D-Bus (StatusNotifierItem, dbusmenu), clicks the menu and checks how the process ends.
 
 #include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/types.h>
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <sstream>
-#include <string>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTimer>
 
-#include "tests/ui/ChildProcess.h"
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "tests/ui/QtTestApp.h"
-#include "tests/ui/TrayItemClient.h"
 
 namespace corvane {
 namespace {
 
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-using testing::ChildProcess;
-using testing::MenuEntry;
-using testing::TrayItemClient;
+constexpr int kLimitMs = 90'000;  // generous: a sanitized Qt start on a busy machine takes seconds
+const QString kItemInterface = QStringLiteral("org.kde.StatusNotifierItem");
+const QString kMenuInterface = QStringLiteral("com.canonical.dbusmenu");
 
-// Generous: a sanitized Qt start on a busy machine takes seconds.
-constexpr auto kLimit = 90s;
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+// Reads lines of a child's stdout until one starts with `prefix`; empty when it never comes.
+QString waitForLine(QProcess& process, const QString& prefix) {
+    QDeadlineTimer deadline(kLimitMs);
+    for (;;) {
+        while (process.canReadLine()) {
+            const QString line = QString::fromUtf8(process.readLine()).trimmed();
+            if (line.startsWith(prefix)) return line;
+        }
+        if (deadline.hasExpired() || !process.waitForReadyRead(int(deadline.remainingTime())))
+            return {};
+    }
 }
+
+QString readText(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+// One tray item as a panel talks to it.
+class TrayItem {
+  public:
+    TrayItem(QDBusConnection bus, QString service, QString path)
+        : bus_(std::move(bus)), service_(std::move(service)), path_(std::move(path)) {
+        menuPath_ = property(QStringLiteral("Menu")).value<QDBusObjectPath>().path();
+    }
+
+    QVariant property(const QString& name) const {
+        auto call = QDBusMessage::createMethodCall(
+            service_, path_, QStringLiteral("org.freedesktop.DBus.Properties"),
+            QStringLiteral("Get"));
+        call << kItemInterface << name;
+        const auto reply = bus_.call(call, QDBus::Block, kLimitMs);
+        return reply.arguments().isEmpty()
+                   ? QVariant()
+                   : reply.arguments().front().value<QDBusVariant>().variant();
+    }
+
+    // The title of the (icon, pixmaps, title, text) tooltip record.
+    QString toolTip() const {
+        const auto record = property(QStringLiteral("ToolTip")).value<QDBusArgument>();
+        QString icon, title, text;
+        record.beginStructure();
+        record >> icon;
+        skipPixmaps(record);
+        record >> title >> text;
+        record.endStructure();
+        return title;
+    }
+
+    // "label", "label (disabled)" or "-" per visible top-level entry, and the entries' ids.
+    std::vector<std::string> menu(std::vector<int>* ids = nullptr) const {
+        auto call = QDBusMessage::createMethodCall(service_, menuPath_, kMenuInterface,
+                                                   QStringLiteral("GetLayout"));
+        call << 0 << -1 << QStringList();
+        const auto reply = bus_.call(call, QDBus::Block, kLimitMs);
+        std::vector<std::string> lines;
+        if (reply.arguments().size() < 2) return lines;
+        const auto root = reply.arguments().at(1).value<QDBusArgument>();
+        int id = 0;
+        QVariantMap properties;
+        root.beginStructure();
+        root >> id >> properties;
+        root.beginArray();
+        while (!root.atEnd()) {
+            QDBusVariant child;
+            root >> child;
+            const auto entry = child.variant().value<QDBusArgument>();
+            entry.beginStructure();
+            entry >> id >> properties;
+            entry.endStructure();  // a tray menu has no sub-menus to walk
+            if (!properties.value(QStringLiteral("visible"), true).toBool()) continue;
+            const bool separator =
+                properties.value(QStringLiteral("type")).toString() == QStringLiteral("separator");
+            const bool enabled = properties.value(QStringLiteral("enabled"), true).toBool();
+            lines.push_back(
+                separator ? "-"
+                          : properties.value(QStringLiteral("label")).toString().toStdString() +
+                                (enabled ? "" : " (disabled)"));
+            if (ids) ids->push_back(id);
+        }
+        root.endArray();
+        root.endStructure();
+        return lines;
+    }
+
+    bool click(const std::string& label) const {
+        std::vector<int> ids;
+        const auto lines = menu(&ids);
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            if (lines[i] != label) continue;
+            auto event = QDBusMessage::createMethodCall(service_, menuPath_, kMenuInterface,
+                                                        QStringLiteral("Event"));
+            event << ids[i] << QStringLiteral("clicked") << QVariant::fromValue(QDBusVariant(0))
+                  << 0u;
+            return bus_.send(event);
+        }
+        return false;
+    }
+
+    // Re-checks `done` whenever the item announces a change, until the limit.
+    bool waitUntil(const std::function<bool()>& done) const {
+        QEventLoop loop;
+        bus_.connect(service_, menuPath_, kMenuInterface, QStringLiteral("LayoutUpdated"), &loop,
+                     SLOT(quit()));
+        bus_.connect(service_, menuPath_, kMenuInterface, QStringLiteral("ItemsPropertiesUpdated"),
+                     &loop, SLOT(quit()));
+        bus_.connect(service_, path_, kItemInterface, QStringLiteral("NewToolTip"), &loop,
+                     SLOT(quit()));
+        QDeadlineTimer deadline(kLimitMs);
+        QTimer::singleShot(kLimitMs, &loop, &QEventLoop::quit);
+        while (!done()) {
+            if (deadline.hasExpired()) return false;
+            loop.exec();
+        }
+        return true;
+    }
+
+  private:
+    static void skipPixmaps(const QDBusArgument& argument) {
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            int width = 0, height = 0;
+            QByteArray pixels;
+            argument.beginStructure();
+            argument >> width >> height >> pixels;
+            argument.endStructure();
+        }
+        argument.endArray();
+    }
+
+    mutable QDBusConnection bus_;  // connect() is not const
+    QString service_, path_, menuPath_;
+};
 
 class TraySmokeTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        testing::qtTestApp();  // the test's own D-Bus client needs an application object
-        root = fs::temp_directory_path() / ("corvane-ui-smoke-" + std::to_string(::getpid()));
-        fs::remove_all(root);
-        fs::create_directories(root / "runtime");
-        fs::permissions(root / "runtime", fs::perms::owner_all, fs::perm_options::replace);
-        for (const char* tool : {"dbus-daemon", "Xvfb"}) {
-            if (!testing::onPath(tool)) {
-                setUpError = std::string(tool) +
-                             " is not installed (scripts/common.sh lists it for the tests)";
-                return;
-            }
-        }
-        std::ofstream(root / "bus.conf")
-            << "<busconfig><type>session</type><listen>unix:dir=" << root.string()
-            << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
-               "send_destination=\"*\"/>"
-               "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n";
-        bus = std::make_unique<ChildProcess>(
-            ChildProcess::Options{{"dbus-daemon", "--config-file=" + (root / "bus.conf").string(),
-                                   "--nofork", "--print-address=1"},
-                                  {},
-                                  {},
-                                  root / "bus.log"});
-        busAddress = bus->readLine(kLimit).value_or("");
-        // -displayfd picks a free display and prints its number once the server accepts clients.
-        display = std::make_unique<ChildProcess>(ChildProcess::Options{
-            {"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "800x600x24"},
-            {},
-            {},
-            root / "xvfb.log"});
-        const auto displayNumber = display->readLine(kLimit);
-        if (busAddress.empty() || !displayNumber) {
-            setUpError = "the private bus or Xvfb did not start; see " + root.string();
+        testing::qtTestApp();  // QProcess and the D-Bus client want an application object
+        root = std::make_unique<QTemporaryDir>();
+        QFile config(root->filePath(QStringLiteral("bus.conf")));
+        config.open(QIODevice::WriteOnly);
+        config.write(
+            QStringLiteral(
+                "<busconfig><type>session</type><listen>unix:dir=%1</listen><auth>EXTERNAL</auth>"
+                "<policy context=\"default\"><allow send_destination=\"*\"/><allow "
+                "receive_sender=\"*\"/>"
+                "<allow own=\"*\"/></policy></busconfig>\n")
+                .arg(root->path())
+                .toUtf8());
+        config.close();
+        bus = start(QStringLiteral("dbus-daemon"),
+                    {QStringLiteral("--config-file=") + config.fileName(),
+                     QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
+        busAddress = waitForLine(*bus, QStringLiteral("unix:"));
+        // -displayfd picks a free display and prints its number once the server takes clients.
+        display =
+            start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"),
+                                           QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+        const QString number = waitForLine(*display, QString());
+        if (busAddress.isEmpty() || number.isEmpty()) {
+            setUpError =
+                "dbus-daemon or Xvfb did not start (scripts/common.sh installs them for the tests)";
             return;
         }
-        displayName = ":" + *displayNumber;
+        displayName = QStringLiteral(":") + number;
         // The watcher must be on the bus before the application asks for a tray.
-        watcher = std::make_unique<ChildProcess>(
-            ChildProcess::Options{{CORVANE_UI_SNI_WATCHER},
-                                  {{"DBUS_SESSION_BUS_ADDRESS", busAddress}},
-                                  {},
-                                  root / "watcher.log"});
-        if (!watcher->waitForLine("ready", kLimit)) setUpError = "the tray watcher did not start";
+        watcher = start(QStringLiteral(CORVANE_UI_SNI_WATCHER), {});
+        if (waitForLine(*watcher, QStringLiteral("ready")).isEmpty())
+            setUpError = "the tray watcher did not start";
+        client = std::make_unique<QDBusConnection>(
+            QDBusConnection::connectToBus(busAddress, kClientName));
     }
     static void TearDownTestSuite() {
-        watcher.reset();
-        display.reset();
-        bus.reset();
-        fs::remove_all(root);
+        client.reset();
+        QDBusConnection::disconnectFromBus(kClientName);
+        for (auto* process : {&watcher, &display, &bus}) {
+            if (*process) {
+                (*process)->kill();
+                (*process)->waitForFinished(kLimitMs);
+                process->reset();
+            }
+        }
+        root.reset();
+    }
+
+    static std::unique_ptr<QProcess> start(const QString& program, const QStringList& arguments,
+                                           const QString& platform = QString(),
+                                           const QString& stderrFile = QString()) {
+        auto process = std::make_unique<QProcess>();
+        auto environment = QProcessEnvironment::systemEnvironment();
+        for (const char* name :
+             {"WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "XAUTHORITY"}) {
+            environment.remove(QString::fromLatin1(name));
+        }
+        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), busAddress);
+        environment.insert(QStringLiteral("DISPLAY"), displayName);
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), root->path());
+        if (!platform.isEmpty()) environment.insert(QStringLiteral("QT_QPA_PLATFORM"), platform);
+        process->setProcessEnvironment(environment);
+        if (!stderrFile.isEmpty()) process->setStandardErrorFile(stderrFile);
+        process->start(QStandardPaths::findExecutable(program).isEmpty()
+                           ? program
+                           : QStandardPaths::findExecutable(program),
+                       arguments);
+        process->waitForStarted(kLimitMs);
+        return process;
     }
 
     void SetUp() override {
         ASSERT_TRUE(setUpError.empty()) << setUpError;
-        folder = root / ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        fs::create_directories(folder);
+        ASSERT_TRUE(folder.isValid());
     }
+    QString path(const char* name) const { return folder.filePath(QString::fromLatin1(name)); }
 
-    void writeStatus(const std::string& line, const std::string& tooltip, const std::string& icon) {
+    void writeStatus(const QString& line, const QString& tooltip, const QString& icon) {
         // Replaced whole, so the app never reads half a status.
-        std::ofstream(folder / "status.new") << line << "\n" << tooltip << "\n" << icon << "\n";
-        fs::rename(folder / "status.new", folder / "status");
+        QFile next(path("status.new"));
+        next.open(QIODevice::WriteOnly);
+        next.write((line + u'\n' + tooltip + u'\n' + icon + u'\n').toUtf8());
+        next.close();
+        QFile::remove(path("status"));
+        QFile::rename(path("status.new"), path("status"));
     }
 
-    std::unique_ptr<ChildProcess> startApp(const std::string& platform) {
-        ChildProcess::Options options;
-        options.arguments = {CORVANE_UI_SMOKE_APP, folder.string()};
-        options.setEnvironment = {{"DISPLAY", displayName},
-                                  {"DBUS_SESSION_BUS_ADDRESS", busAddress},
-                                  {"QT_QPA_PLATFORM", platform},
-                                  {"XDG_RUNTIME_DIR", (root / "runtime").string()},
-                                  {"XDG_SESSION_TYPE", "x11"}};
-        options.unsetEnvironment = {"WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP", "DESKTOP_SESSION",
-                                    "XAUTHORITY"};
-        options.stderrFile = folder / "stderr.log";
-        return std::make_unique<ChildProcess>(options);
+    std::unique_ptr<QProcess> startApp(const QString& platform) {
+        return start(QStringLiteral(CORVANE_UI_SMOKE_APP), {folder.path()}, platform,
+                     path("stderr.log"));
     }
 
     // The tray item of the app just started, as the watcher saw it register.
-    std::unique_ptr<TrayItemClient> trayItem() {
-        auto line = watcher->waitForLine("item ", kLimit);
-        if (!line) return nullptr;
-        std::istringstream words(*line);
-        std::string word, service, path;
-        words >> word >> service >> path;
-        return std::make_unique<TrayItemClient>(busAddress, service, path);
+    std::unique_ptr<TrayItem> trayItem() {
+        const auto words = waitForLine(*watcher, QStringLiteral("item ")).split(u' ');
+        if (words.size() != 3) return nullptr;
+        return std::make_unique<TrayItem>(*client, words[1], words[2]);
     }
 
-    ::testing::AssertionResult exitedCleanly(ChildProcess& app) {
-        const auto status = app.waitForExit(kLimit);
-        if (!status)
-            return ::testing::AssertionFailure() << "still running; stderr:\n" << stderrText();
-        if (!WIFEXITED(*status) || WEXITSTATUS(*status) != 0) {
-            return ::testing::AssertionFailure() << "ended with status " << *status << "; stderr:\n"
+    ::testing::AssertionResult endedWith(QProcess& app, int exitCode) {
+        if (!app.waitForFinished(kLimitMs))
+            return ::testing::AssertionFailure() << "still running:\n" << stderrText();
+        if (app.exitStatus() != QProcess::NormalExit || app.exitCode() != exitCode) {
+            return ::testing::AssertionFailure() << "ended with " << app.exitCode() << ":\n"
                                                  << stderrText();
         }
         return ::testing::AssertionSuccess();
     }
-    std::string stderrText() const { return readFile(folder / "stderr.log"); }
+    std::string stderrText() const { return readText(path("stderr.log")).toStdString(); }
 
-    static inline fs::path root;
-    static inline std::string setUpError, busAddress, displayName;
-    static inline std::unique_ptr<ChildProcess> bus, display, watcher;
-    fs::path folder;
+    static inline std::unique_ptr<QTemporaryDir> root;
+    static inline std::unique_ptr<QProcess> bus, display, watcher;
+    static inline QString busAddress, displayName;
+    static inline std::unique_ptr<QDBusConnection> client;
+    static inline const QString kClientName = QStringLiteral("smoke-test");
+    static inline std::string setUpError;
+    QTemporaryDir folder;
 };
 
-std::vector<std::string> describe(const std::vector<MenuEntry>& entries) {
-    std::vector<std::string> lines;
-    for (const auto& entry : entries) {
-        if (!entry.visible) continue;
-        lines.push_back(
-            entry.type == "separator" ? "-" : entry.label + (entry.enabled ? "" : " (disabled)"));
-    }
-    return lines;
-}
-
 TEST_F(TraySmokeTest, ThePanelReadsTheMenuFollowsTheStatusAndQuitEndsTheProcess) {
-    writeStatus("Idle — Online · waiting for work", "Corvane · Idle", "idle");
-    auto app = startApp("xcb");
-    ASSERT_TRUE(app->waitForLine("event ready", kLimit)) << stderrText();
+    writeStatus(QStringLiteral("Idle — Online · waiting for work"),
+                QStringLiteral("Corvane · Idle"), QStringLiteral("idle"));
+    auto app = startApp(QStringLiteral("xcb"));
+    ASSERT_FALSE(waitForLine(*app, QStringLiteral("event ready")).isEmpty()) << stderrText();
     auto item = trayItem();
-    ASSERT_TRUE(item) << "no tray item registered; stderr:\n" << stderrText();
+    ASSERT_TRUE(item) << "no tray item registered:\n" << stderrText();
 
-    EXPECT_EQ(describe(item->menu()),
-              (std::vector<std::string>{"Idle — Online · waiting for work (disabled)", "-",
-                                        "Open Dashboard", "Preferences…", "-", "About Corvane",
-                                        "Quit Corvane"}));
-    EXPECT_EQ(item->toolTipTitle(), "Corvane · Idle");
-    const auto sizes = item->iconPixmapSizes();
-    EXPECT_NE(std::find(sizes.begin(), sizes.end(), "16x16"), sizes.end());
-    EXPECT_NE(std::find(sizes.begin(), sizes.end(), "22x22"), sizes.end());
+    EXPECT_EQ(item->menu(), (std::vector<std::string>{"Idle — Online · waiting for work (disabled)",
+                                                      "-", "Open Dashboard", "Preferences…", "-",
+                                                      "About Corvane", "Quit Corvane"}));
+    EXPECT_EQ(item->toolTip().toStdString(), "Corvane · Idle");
 
-    writeStatus("Earning — Processing work", "Corvane · Earning", "earning");
-    EXPECT_TRUE(item->waitUntil(
-        [&] {
-            return item->menu().front().label == "Earning — Processing work" &&
-                   item->toolTipTitle() == "Corvane · Earning";
-        },
-        kLimit));
+    writeStatus(QStringLiteral("Earning — Processing work"), QStringLiteral("Corvane · Earning"),
+                QStringLiteral("earning"));
+    EXPECT_TRUE(item->waitUntil([&] {
+        const auto lines = item->menu();
+        return !lines.empty() && lines.front() == "Earning — Processing work (disabled)" &&
+               item->toolTip() == QStringLiteral("Corvane · Earning");
+    }));
 
-    item->click("Open Dashboard");
-    EXPECT_TRUE(app->waitForLine("event openDashboard", kLimit));
-    item->click("Preferences…");
-    EXPECT_TRUE(app->waitForLine("event showPreferences", kLimit));
-    item->click("About Corvane");
-    EXPECT_TRUE(app->waitForLine("event about", kLimit));
-
-    item->click("Quit Corvane");
-    EXPECT_TRUE(app->waitForLine("event shutdown", kLimit));
-    EXPECT_TRUE(exitedCleanly(*app));
-    EXPECT_EQ(readFile(folder / "shutdown"), "shutdown\n");
+    for (const auto& [label, event] : {std::pair{"Open Dashboard", "event openDashboard"},
+                                       std::pair{"Preferences…", "event showPreferences"},
+                                       std::pair{"About Corvane", "event about"}}) {
+        ASSERT_TRUE(item->click(label)) << label;
+        EXPECT_FALSE(waitForLine(*app, QString::fromUtf8(event)).isEmpty()) << label;
+    }
+    ASSERT_TRUE(item->click("Quit Corvane"));
+    EXPECT_TRUE(endedWith(*app, 0));
+    EXPECT_EQ(readText(path("shutdown")).toStdString(), "shutdown\n");
 }
 
 TEST_F(TraySmokeTest, TerminationSignalsTakeTheQuitPathOnce) {
-    writeStatus("Paused — Paused by you", "Corvane · Paused", "paused");
+    writeStatus(QStringLiteral("Paused"), QStringLiteral("Corvane · Paused"),
+                QStringLiteral("paused"));
     for (int signalNumber : {SIGTERM, SIGINT}) {
-        SCOPED_TRACE(::strsignal(signalNumber));
-        fs::remove(folder / "shutdown");
-        auto app = startApp("xcb");
-        ASSERT_TRUE(app->waitForLine("event ready", kLimit)) << stderrText();
+        SCOPED_TRACE(signalNumber);
+        QFile::remove(path("shutdown"));
+        auto app = startApp(QStringLiteral("xcb"));
+        ASSERT_FALSE(waitForLine(*app, QStringLiteral("event ready")).isEmpty()) << stderrText();
         ASSERT_TRUE(trayItem()) << stderrText();
-        app->signal(signalNumber);
-        EXPECT_TRUE(exitedCleanly(*app));
-        EXPECT_EQ(readFile(folder / "shutdown"), "shutdown\n");
+        ::kill(pid_t(app->processId()), signalNumber);
+        EXPECT_TRUE(endedWith(*app, 0));
+        EXPECT_EQ(readText(path("shutdown")).toStdString(), "shutdown\n");
     }
 }
 
 TEST_F(TraySmokeTest, WithoutATrayTheProcessWarnsAndKeepsRunning) {
-    writeStatus("Idle", "Corvane · Idle", "idle");
-    auto app = startApp("offscreen");  // no tray on this platform
-    ASSERT_TRUE(app->waitForLine("event ready", kLimit)) << stderrText();
+    writeStatus(QStringLiteral("Idle"), QStringLiteral("Corvane · Idle"), QStringLiteral("idle"));
+    auto app = startApp(QStringLiteral("offscreen"));  // no tray on this platform
+    ASSERT_FALSE(waitForLine(*app, QStringLiteral("event ready")).isEmpty()) << stderrText();
     EXPECT_NE(stderrText().find(
                   "No system tray is available: Corvane keeps working without its tray icon"),
               std::string::npos)
         << stderrText();
-    app->signal(SIGTERM);
-    EXPECT_TRUE(exitedCleanly(*app));
-    EXPECT_EQ(readFile(folder / "shutdown"), "shutdown\n");
+    app->terminate();
+    EXPECT_TRUE(endedWith(*app, 0));
+    EXPECT_EQ(readText(path("shutdown")).toStdString(), "shutdown\n");
 }
 
 TEST_F(TraySmokeTest, ASessionThatCannotBeBuiltEndsTheProcessWithAnError) {
-    std::ofstream(folder / "fail-session") << "1\n";
-    auto app = startApp("offscreen");
-    const auto status = app->waitForExit(kLimit);
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    QFile(path("fail-session")).open(QIODevice::WriteOnly);
+    auto app = startApp(QStringLiteral("offscreen"));
+    EXPECT_TRUE(endedWith(*app, 1));
     EXPECT_NE(stderrText().find(
                   "Could not start the desktop session: the scripted session was told to fail"),
               std::string::npos)
         << stderrText();
-    EXPECT_FALSE(fs::exists(folder / "shutdown"));
+    EXPECT_FALSE(QFile::exists(path("shutdown")));
 }
 
 }  // namespace
