@@ -1,6 +1,7 @@
 #include "CorvaneApp/ui/DesktopApp.h"
 
 #include <QApplication>
+#include <QIcon>
 #include <QStyle>
 #include <QStyleFactory>
 #include <QSystemTrayIcon>
@@ -30,7 +31,8 @@ void configureApplication(QApplication& app) {
         QApplication::setStyle(fusion);
         QApplication::setPalette(fusion->standardPalette());
     }
-    app.setWindowIcon(TrayIconSet().icon("earning"));
+    // The installed icon when the theme has it, else the glyph of a working worker.
+    app.setWindowIcon(QIcon::fromTheme(QStringLiteral("corvane"), TrayIconSet().icon("earning")));
 }
 
 // Calls the session's shutdown once, whichever way the process ends.
