@@ -20,8 +20,13 @@ QString menuText(const std::string& text) {
 
 QAction* addItem(QMenu& menu, const QString& text, const std::function<void()>& callback) {
     QAction* action = menu.addAction(text);
-    QObject::connect(action, &QAction::triggered, action, [callback] {
-        if (callback) callback();
+    QObject::connect(action, &QAction::triggered, action, [callback, text] {
+        // A click must not unwind through Qt's event loop.
+        try {
+            if (callback) callback();
+        } catch (const std::exception& error) {
+            log::get("TrayController")->error("{} failed: {}", text.toStdString(), error.what());
+        }
     });
     return action;
 }

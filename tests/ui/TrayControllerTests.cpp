@@ -117,10 +117,18 @@ TEST_F(TrayControllerTest, RefreshFollowsTheStatusAndKeepsTheLastOneWhenReadingF
     EXPECT_FALSE(tray->menu().actions().front()->isEnabled());
 }
 
-TEST_F(TrayControllerTest, AnItemWithoutACallbackDoesNothing) {
-    TrayController tray(TrayActions{}, [] { return TrayStatus{"Idle", "Corvane · Idle", "idle"}; });
-    for (QAction* action : tray.menu().actions()) action->trigger();
-    SUCCEED();
+TEST_F(TrayControllerTest, ItemsWithoutACallbackOrWithAFailingOneLeaveTheLoopRunning) {
+    TrayController quiet(TrayActions{}, [] {
+        return TrayStatus{"Idle", "Corvane · Idle", "idle"};
+    });
+    for (QAction* action : quiet.menu().actions()) action->trigger();
+
+    testing::LogCapture logs;
+    TrayActions actions;
+    actions.onAbout = [] { throw std::runtime_error("no window yet"); };
+    TrayController failing(std::move(actions), [] { return TrayStatus{}; });
+    item(failing, QStringLiteral("About Corvane"))->trigger();
+    EXPECT_TRUE(logs.contains("TrayController error: About Corvane failed: no window yet"));
 }
 
 TEST(TrayIconSetTest, EveryStatusHasALegibleGlyphAtPanelSizes) {
