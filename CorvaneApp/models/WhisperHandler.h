@@ -1,0 +1,63 @@
+#pragma once
+// The ModelHandler of the Whisper model (backend "whisper-cpp-swift"): decodes a claim's audio to
+// 16 kHz mono and transcribes it in English on one whisper.cpp context, made once per handler.
+// Safe to call from several shard tasks at once: decoding overlaps, inference takes turns.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <spdlog/logger.h>
+
+#include "CorvaneApp/models/ChipTier.h"
+#include "CorvaneApp/models/HardwareRequirements.h"
+#include "CorvaneApp/models/ModelHandler.h"
+#include "CorvaneApp/models/WhisperImpl.h"
+#include "CorvaneApp/platform/Clock.h"
+
+namespace corvane {
+
+class WhisperHandler final : public ModelHandler {
+public:
+    static ModelIdentifier identifier();
+    static constexpr ModelCategory category = ModelCategory::transcription;
+    static HardwareRequirements requirements();
+    static std::uint64_t downloadSizeBytes();
+
+    // A file to 16 kHz mono samples; AudioPipeline's decoder unless a test puts another in.
+    using Decoder = std::function<std::vector<float>(const std::filesystem::path&)>;
+    struct Options {
+        WhisperImpl::Options impl;
+        Decoder decode;  // empty: AudioPipeline::decodeTo16kMonoPCM
+        NowFunction now = systemNow;
+    };
+
+    // Loads WhisperImpl::defaultModelFilename from `modelDirectory`; `chipTier` is accepted for
+    // the handlers' common shape and not used. Throws ModelError (see WhisperImpl) and logs why.
+    WhisperHandler(const std::filesystem::path& modelDirectory, ChipTier chipTier, Options options);
+
+    ModelIdentifier modelIdentifier() const override { return identifier(); }
+    std::string activeImplName() const override { return activeImplName_; }
+    std::optional<std::string> installedVersion() const override { return installedVersion_; }
+
+    // Throws ModelError for a job that is not a transcription and for engine failures, and passes
+    // AudioDecodeError through. The observer hears "decode" and "inference" with their seconds,
+    // also when the stage failed. `stop` is not heeded: a whisper.cpp run goes to its end.
+    JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) override;
+
+    WhisperImpl& impl() { return *impl_; }
+
+private:
+    const std::shared_ptr<spdlog::logger> log_;
+    const Decoder decode_;
+    const NowFunction now_;
+    std::string activeImplName_;
+    std::optional<std::string> installedVersion_;
+    std::unique_ptr<WhisperImpl> impl_;
+};
+
+}  // namespace corvane

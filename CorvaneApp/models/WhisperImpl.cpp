@@ -1,0 +1,167 @@
+#include "CorvaneApp/models/WhisperImpl.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+
+#include "CorvaneApp/models/ModelHandler.h"
+#include "CorvaneApp/models/WhisperBackendError.h"
+#include "CorvaneApp/models/WhisperLogRouting.h"
+#include "CorvaneApp/models/WhisperModelFile.h"
+#include "CorvaneApp/platform/Log.h"
+
+namespace corvane {
+namespace {
+
+// Settings are clamped by the store; this only keeps a stray NaN or infinity from the conversion.
+std::int64_t roundedPercent(double value) {
+    if (!std::isfinite(value)) return 0;
+    return static_cast<std::int64_t>(std::round(std::clamp(value, -1e15, 1e15)));
+}
+
+// The first 8 characters of a new UUID's text: ties the two lines of one choice together.
+std::string makeNonce() {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::random_device source;
+    std::uniform_int_distribution<int> digit(0, 15);
+    std::string nonce(8, '0');
+    for (char& c : nonce) c = kHex[digit(source)];
+    return nonce;
+}
+
+std::string trimmed(const std::string& text) {
+    static constexpr const char* kSpace = " \t\n\r\v\f";
+    const auto first = text.find_first_not_of(kSpace);
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+}
+
+[[noreturn]] void throwBackendCrashed(const WhisperBackendError& error) {
+    throw ModelError(ModelError::BackendCrashed{error.description()});
+}
+
+}  // namespace
+
+WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
+    : modelFileURL_(std::move(modelFileURL)), options_(std::move(options)), log_(log::get("WhisperHandler")) {
+    const auto& in = options_.threadInputs;
+    if (!in.settings || !in.secondsSinceLastInput || !in.runtimeEffectivePercent || !in.activeProcessorCount) {
+        throw std::invalid_argument("WhisperImpl needs every thread input");
+    }
+    std::error_code error;
+    if (!std::filesystem::exists(modelFileURL_, error)) {
+        log_->error("Model file missing at {}", modelFileURL_.string());
+        throw ModelError(ModelError::ModelNotInstalled{});
+    }
+    if (auto problem = WhisperModelFile::problem(modelFileURL_)) {
+        log_->error("Model file at {} is not a whole whisper model: {}", modelFileURL_.string(), *problem);
+        throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
+    }
+    routeWhisperLogs();
+    // Acceleration and every other context choice stay at the library's defaults.
+    const whisper_context_params params = whisper_context_default_params();
+    whisper_context* context = nullptr;
+    try {
+        context = whisper_init_from_file_with_params(modelFileURL_.c_str(), params);
+    } catch (const std::exception& thrown) {
+        // The loader is C++ underneath: a file with absurd sizes can make it throw.
+        log_->error("whisper.cpp threw while loading {}: {}", modelFileURL_.string(), thrown.what());
+    }
+    if (!context) {
+        log_->error("whisper_init_from_file_with_params returned NULL for {}", modelFileURL_.string());
+        throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
+    }
+    ctx_.reset(context);
+}
+
+std::unique_ptr<WhisperImpl> WhisperImpl::fromDirectory(const std::filesystem::path& modelDirectory, Options options) {
+    return std::make_unique<WhisperImpl>(modelDirectory / defaultModelFilename, std::move(options));
+}
+
+WhisperImpl::~WhisperImpl() = default;
+
+std::int64_t WhisperImpl::threadCount(std::int64_t cpuPercent, std::int64_t cpuCount) {
+    const std::int64_t percent = std::max<std::int64_t>(cpuPercent, 0);
+    const std::int64_t count = std::max<std::int64_t>(cpuCount, 1);
+    const double wanted = std::round(static_cast<double>(percent) / 100.0 * static_cast<double>(count));
+    return static_cast<std::int64_t>(std::clamp(wanted, 1.0, static_cast<double>(count)));
+}
+
+WhisperThreadSelection WhisperImpl::currentThreadCount() const {
+    const auto& in = options_.threadInputs;
+    const WhisperThreadInputs::Settings settings = in.settings();
+    const double idleMinutes = std::isfinite(settings.idleMinutes) ? std::max(settings.idleMinutes, 0.0) : 0.0;
+    const double threshold = idleMinutes * 60.0;
+    const double idleSeconds = in.secondsSinceLastInput().value_or(0.0);
+    const bool inUse = threshold > 0 && idleSeconds < threshold;
+
+    WhisperThreadSelection selection;
+    selection.resourceMode = inUse ? "in_use" : "away";
+    selection.userPercent = roundedPercent(inUse ? settings.inUseCpuCeiling : settings.awayCpuCeiling);
+    selection.effectivePercent = in.runtimeEffectivePercent().value_or(selection.userPercent);
+    selection.cpuCount = in.activeProcessorCount();
+    selection.threads = threadCount(selection.effectivePercent, selection.cpuCount);
+
+    const std::string nonce = makeNonce();
+    log_->info("whisper_thread_select nonce={} threads={} effective_percent={} user_percent={}", nonce,
+               selection.threads, selection.effectivePercent, selection.userPercent);
+    log_->info("whisper_thread_select nonce={} cpu_count={} resource_mode={}", nonce, selection.cpuCount,
+               selection.resourceMode);
+    return selection;
+}
+
+std::string WhisperImpl::transcribe(std::span<const float> pcm) {
+    if (pcm.empty()) throw ModelError(ModelError::InvalidInput{"empty PCM input"});
+    const WhisperThreadSelection selection = currentThreadCount();
+    // whisper.cpp counts both in C ints; 2^31 samples would be 37 hours of audio.
+    if (selection.threads > INT_MAX || pcm.size() > static_cast<std::size_t>(INT_MAX)) {
+        throw ModelError(ModelError::InvalidInput{"PCM input of " + std::to_string(pcm.size()) +
+                                                  " samples is too long for whisper.cpp"});
+    }
+
+    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
+    params.n_threads = static_cast<int>(selection.threads);
+    params.translate = false;
+    params.no_timestamps = false;
+    params.print_special = false;
+    params.print_progress = false;
+    params.print_realtime = false;
+    params.print_timestamps = false;
+    params.language = "en";  // a literal: outlives every call; no detection, no other language
+
+    std::lock_guard lock(contextMutex_);
+    int status = 0;
+    try {
+        status = options_.full ? options_.full(ctx_.get(), params, pcm.data(), static_cast<int>(pcm.size()))
+                               : whisper_full(ctx_.get(), params, pcm.data(), static_cast<int>(pcm.size()));
+    } catch (const std::exception& thrown) {
+        // whisper.cpp is C++ underneath its C interface and can throw through it.
+        log_->error("whisper_full threw: {}", thrown.what());
+        throw ModelError(ModelError::BackendCrashed{thrown.what()});
+    }
+    if (status != 0) {
+        log_->error("whisper_full failed with status {}", status);
+        throwBackendCrashed(WhisperBackendError(WhisperBackendError::InferenceFailed{status}));
+    }
+    std::string text;
+    const int segments = whisper_full_n_segments(ctx_.get());
+    for (int i = 0; i < segments; ++i) {
+        if (const char* segment = whisper_full_get_segment_text(ctx_.get(), i)) text += segment;
+    }
+    return trimmed(text);
+}
+
+ModelOutput WhisperImpl::run(const ModelInput& input) {
+    const auto* audio = std::get_if<ModelInput::Audio>(&input.value);
+    if (!audio) throw ModelError(ModelError::InvalidInput{"WhisperImpl requires .audio input"});
+    if (audio->sampleRate != 16000) {
+        throw ModelError(ModelError::InvalidInput{"WhisperImpl requires 16 kHz input, got " +
+                                                  std::to_string(audio->sampleRate)});
+    }
+    return ModelOutput{TranscriptResult{transcribe(audio->pcmBuffer), std::nullopt, {}}};
+}
+
+}  // namespace corvane

@@ -1,0 +1,102 @@
+#pragma once
+// The engine behind WhisperHandler: one whisper.cpp context over one model file, created once and
+// used for every shard, with the thread count chosen afresh for each run from the owner's CPU
+// limits, the idle time and the runtime-state file.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+#include <spdlog/logger.h>
+#include <whisper.h>
+
+#include "CorvaneApp/coordinator/JobRecords.h"
+
+namespace corvane {
+
+// What the thread count is made of. Every function is called from the inference's thread; the
+// start-up code wires them to the settings store (hopping to the main executor), the idle-time
+// sources, the runtime-state file and the processor count.
+struct WhisperThreadInputs {
+    struct Settings {
+        double idleMinutes = 0;
+        double inUseCpuCeiling = 0;  // percent
+        double awayCpuCeiling = 0;   // percent
+    };
+    std::function<Settings()> settings;
+    // Seconds since the last input; absent when no source answers, which counts as not idle.
+    std::function<std::optional<double>()> secondsSinceLastInput;
+    // thermal.effectiveResourcePercent of the runtime-state file, rounded; absent when unknown.
+    std::function<std::optional<std::int64_t>()> runtimeEffectivePercent;
+    std::function<std::int64_t()> activeProcessorCount;
+};
+
+// One thread choice and what it was made of, as logged.
+struct WhisperThreadSelection {
+    std::int64_t threads = 1;
+    std::int64_t effectivePercent = 0;
+    std::int64_t userPercent = 0;
+    std::int64_t cpuCount = 1;
+    std::string resourceMode;  // "in_use" or "away"
+};
+
+class WhisperImpl {
+public:
+    static constexpr const char* displayName = "whisper-cpp-swift";
+    static constexpr bool requiresCPPLink = true;
+    static constexpr bool requiresPythonSidecar = false;
+    static constexpr const char* defaultModelFilename = "ggml-large-v3-turbo-q5_0.bin";
+
+    // The call that runs the model. whisper_full in production; tests and benchmarks may wrap it
+    // to watch or fail a run.
+    using FullFunction = std::function<int(whisper_context*, whisper_full_params, const float*, int)>;
+
+    struct Options {
+        WhisperThreadInputs threadInputs;
+        FullFunction full;  // empty: whisper_full
+    };
+
+    // Loads the model with the library's default context parameters. Throws ModelError:
+    // ModelNotInstalled when no file is there, BackendCrashed(contextInitFailed) when whisper.cpp
+    // refuses it (truncated, corrupt, not a model). std::invalid_argument for missing inputs.
+    WhisperImpl(std::filesystem::path modelFileURL, Options options);
+    // The model file defaultModelFilename in `modelDirectory`.
+    static std::unique_ptr<WhisperImpl> fromDirectory(const std::filesystem::path& modelDirectory, Options options);
+    ~WhisperImpl();
+    WhisperImpl(const WhisperImpl&) = delete;
+    WhisperImpl& operator=(const WhisperImpl&) = delete;
+
+    // English transcription of 16 kHz mono samples, segments joined and trimmed. The samples go
+    // to whisper.cpp without a copy. Runs of one context take turns: whisper.cpp's context is not
+    // safe for concurrent use. Not cancellable: a run goes to its end. Throws ModelError
+    // (InvalidInput for no samples, BackendCrashed when whisper.cpp fails).
+    std::string transcribe(std::span<const float> pcm);
+    // The generic entry: audio input only, at 16 kHz.
+    ModelOutput run(const ModelInput& input);
+
+    // percent / 100 x count, rounded half away from zero, within 1...count; a negative percent
+    // counts as 0 and a count below 1 as 1.
+    static std::int64_t threadCount(std::int64_t cpuPercent, std::int64_t cpuCount);
+    // Reads the inputs and logs the choice.
+    WhisperThreadSelection currentThreadCount() const;
+
+    const std::filesystem::path& modelFileURL() const { return modelFileURL_; }
+
+private:
+    struct ContextDeleter {
+        void operator()(whisper_context* context) const { whisper_free(context); }
+    };
+
+    const std::filesystem::path modelFileURL_;
+    const Options options_;
+    const std::shared_ptr<spdlog::logger> log_;
+    std::mutex contextMutex_;  // held for one run: whisper_full and the reading of its segments
+    std::unique_ptr<whisper_context, ContextDeleter> ctx_;  // used only under contextMutex_
+};
+
+}  // namespace corvane

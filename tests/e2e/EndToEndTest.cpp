@@ -1,0 +1,217 @@
+// The whole road on real objects: the local coordinator hands out spoken English in three formats,
+// and the worker polls, downloads, decodes, transcribes on the generated model and submits, with
+// the performance block the resource sampler and the runtime-state file feed. A model file that
+// cannot load ends its shard in one failure report, and the worker polls on.
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <set>
+#include <thread>
+
+#include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
+#include "CorvaneApp/coordinator/WorkerHTTPClient.h"
+#include "CorvaneApp/eligibility/ResourceSampler.h"
+#include "CorvaneApp/eligibility/ResourceSamplerProcProbes.h"
+#include "CorvaneApp/eligibility/RuntimeState.h"
+#include "CorvaneApp/models/ClaimMaterialiser.h"
+#include "CorvaneApp/models/HandlerBox.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/WhisperHandler.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
+#include "CorvaneApp/worker/PerformanceMetadata.h"
+#include "CorvaneApp/worker/WorkerController.h"
+#include "tests/models/AudioFixtures.h"
+#include "tests/support/WhisperFixtures.h"
+#include "tools/dev-coordinator/DevCoordinator.h"
+#include "tools/whisper-test-model/WhisperTestModel.h"
+
+namespace corvane::testing {
+namespace {
+
+constexpr std::chrono::seconds kSafetyLimit{240};  // only a broken worker gets near it
+
+// The resource sampler on its own main sequence, as the application runs it.
+class SampledProcess {
+public:
+    SampledProcess()
+        : sampler_(executor_, std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{}), ::getpid()) {
+        executor_.post([this] { sampler_.start(0.25); });
+        loop_ = std::jthread([this](std::stop_token stop) { executor_.run(stop); });
+    }
+    ~SampledProcess() {
+        executor_.post([this] { sampler_.stop(); });
+        executor_.quit();
+    }
+    ResourceAggregate since(Date start) const { return sampler_.aggregateSince(start); }
+
+private:
+    LoopExecutor executor_;
+    ResourceSampler sampler_;
+    std::jthread loop_;  // last: joined before the sampler and executor go
+};
+
+class EndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // The daemon's runtime-state file caps the work at half the machine.
+        home.write(".varnix-compute/worker-runtime-state.json", R"({"thermal": {"effective_resource_percent": 50}})");
+    }
+
+    void TearDown() override {
+        if (worker) worker->stop();
+        worker.reset();
+    }
+
+    WhisperHandler::Options handlerOptions() {
+        WhisperHandler::Options options;
+        options.impl.threadInputs = {[] { return WhisperThreadInputs::Settings{5, 50, 100}; },
+                                     [] { return std::optional<double>(); },
+                                     [path = runtimeStatePath(home.path())] { return runtimeEffectivePercent(path); },
+                                     [] { return std::int64_t{2}; }};
+        return options;
+    }
+
+    void startCoordinator(std::vector<dev::ShardSpec> shards) {
+        coordinator = std::make_unique<dev::DevCoordinator>(
+            dev::DevCoordinator::Options{.audioDir = AudioFixtures::directory(), .shards = std::move(shards)});
+    }
+
+    void startWorker(WorkerController::HandlerLoader loader = {}) {
+        auto session = std::make_shared<const http::Session>();
+        WorkerController::Dependencies d;
+        d.http = std::make_shared<WorkerHTTPClient>(coordinator->baseURL(), "dev-token", "worker-e2e", "e2e", session);
+        CapabilityAdvertiser::Providers capabilities;
+        capabilities.capabilityProvider = [] {
+            return std::vector<WorkerCapabilities::Capability>{{"whisper-cpp-swift", "whisper-large-v3-turbo-q4", true, "q5_0"}};
+        };
+        capabilities.chipTierProvider = [] { return std::string("t1"); };
+        capabilities.ramGBProvider = [] { return std::int64_t{16}; };
+        d.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(capabilities));
+        d.handlerLookup = [this](const ModelIdentifier&) { return box.current(); };
+        d.materialiser = ClaimMaterialiser(session, downloads.path());
+        d.isEligible = [] { return true; };
+        d.strategyHolder = std::make_shared<StrategySuggestionHolder>();
+        d.config.pollInterval = 0.2;
+        d.config.heartbeatInterval = 1.0;
+        d.config.eligibilityRecheckInterval = 0.2;
+        d.sleepProvider = std::make_shared<TaskSleepProvider>();
+        d.resourceAggregator = [this](Date since) { return std::optional<ResourceAggregate>(process.since(since)); };
+        PerformanceMetadataSources metadata;
+        metadata.runtimeEffectivePercent = [path = runtimeStatePath(home.path())] {
+            return readRuntimeEffectiveResourcePercent(path);
+        };
+        metadata.fallbackPercent = [] { return 100; };
+        metadata.awayCpuCeiling = [] { return 100.0; };
+        metadata.activeProcessorCount = [] { return 2; };
+        d.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
+        d.handlerLoader = std::move(loader);
+        worker = WorkerController::create(std::move(d));
+        worker->start();
+    }
+
+    bool waitFor(const std::function<bool(const dev::DevCoordinator&)>& done) {
+        return coordinator->waitUntil(done, kSafetyLimit);
+    }
+
+    ScratchFolder home;
+    ScratchFolder downloads;
+    SampledProcess process;
+    HandlerBox box;
+    std::unique_ptr<dev::DevCoordinator> coordinator;
+    std::shared_ptr<WorkerController> worker;
+};
+
+TEST_F(EndToEnd, ThreeShardsOfSpeechEachReachTheCoordinatorAsOneTranscript) {
+    const auto speech = AudioFixtures::speech();
+    AudioFixtures::ffmpeg("e2e-speech.mp3", {"-i", speech.string()});
+    AudioFixtures::ffmpeg("e2e-speech.flac", {"-i", speech.string()});
+    AudioFixtures::ffmpeg("e2e-speech.ogg", {"-i", speech.string()});
+    startCoordinator({{.jobID = "job-1", .shardID = "s-mp3", .audioFile = "e2e-speech.mp3", .startSeconds = 0, .endSeconds = 3},
+                      {.jobID = "job-1", .shardID = "s-flac", .audioFile = "e2e-speech.flac"},
+                      {.jobID = "job-2", .shardID = "s-ogg", .audioFile = "e2e-speech.ogg",
+                       .modelIdentifier = whisperModelIdentifier()}});
+    box.replace(std::make_shared<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, handlerOptions()));
+    startWorker();
+
+    ASSERT_TRUE(waitFor([](const dev::DevCoordinator& c) { return c.results().size() + c.failures().size() >= 3; }));
+    worker->stop();
+    worker.reset();
+
+    EXPECT_TRUE(coordinator->failures().empty());
+    const auto results = coordinator->results();
+    ASSERT_EQ(results.size(), 3u);
+    std::set<std::string> shards;
+    for (const auto& result : results) {
+        const auto& body = result.body;
+        SCOPED_TRACE(body.dump());
+        shards.insert(result.shardID.value_or("none"));
+        ASSERT_TRUE(body.contains("transcript") && body["transcript"].is_string());
+        EXPECT_EQ(body["backend"], "whisper-cpp-swift");
+        EXPECT_EQ(body["model"], "whisper-large-v3-turbo-q4");
+        EXPECT_EQ(body["language"], "en");
+        ASSERT_TRUE(body.contains("performance"));
+        const auto& performance = body["performance"];
+        for (const char* key : {"wall_clock_seconds", "sample_count", "download_seconds", "decode_seconds",
+                                "inference_seconds", "poll_rtt_ms", "effective_percent", "thread_limit",
+                                "cpu_count_total", "resource_mode", "quantization"}) {
+            EXPECT_TRUE(performance.contains(key)) << key;
+        }
+        EXPECT_EQ(performance["effective_percent"], 50);  // from the runtime-state file
+        EXPECT_EQ(performance["thread_limit"], 1);
+        EXPECT_GT(performance["inference_seconds"].get<double>(), 0);
+    }
+    EXPECT_EQ(shards, (std::set<std::string>{"s-mp3", "s-flac", "s-ogg"}));
+    const auto withOffsets = std::find_if(results.begin(), results.end(), [](auto& r) { return r.shardID == "s-mp3"; });
+    EXPECT_EQ(withOffsets->body["performance"]["audio_seconds"], 3.0);
+    EXPECT_EQ(withOffsets->body["duration_seconds"], 3.0);
+}
+
+TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
+    const auto speech = AudioFixtures::speech();
+    const std::string model = tools::makeWhisperTestModel({});
+    const struct {
+        const char* name;
+        std::optional<std::string> bytes;  // absent: no weights at all
+        const char* error;
+    } rows[] = {
+        {"truncated", model.substr(0, model.size() * 2 / 3), "backendCrashed(underlying: contextInitFailed)"},
+        {"random", std::string(1 << 20, '\x6b'), "backendCrashed(underlying: contextInitFailed)"},
+        {"missing", std::nullopt, "modelNotInstalled"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScratchFolder weights;
+        if (row.bytes) weights.write(WhisperImpl::defaultModelFilename, *row.bytes);
+        startCoordinator({{.jobID = "job-bad", .shardID = "s-1", .audioFile = speech.filename().string(),
+                           .modelIdentifier = whisperModelIdentifier()}});
+        box.replace(nullptr);
+        // The application's loader for the whisper backend: build over the folder, then swap in.
+        startWorker([&](const ModelIdentifier&, std::stop_token) {
+            box.replace(std::make_shared<WhisperHandler>(weights.path(), ChipTier::t1, handlerOptions()));
+        });
+
+        ASSERT_TRUE(waitFor([](const dev::DevCoordinator& c) { return !c.failures().empty(); }));
+        const auto failures = coordinator->failures();
+        ASSERT_EQ(failures.size(), 1u);
+        EXPECT_EQ(failures[0].error, std::string("code=handler_load_failed; retryable=true; message=handler load failed for "
+                                                 "whisper-large-v3-turbo-q4: ") + row.error);
+
+        // Polling goes on: a good handler put in place serves the next shard.
+        const auto pollsSoFar = coordinator->requests().size();
+        ASSERT_TRUE(waitFor([&](const dev::DevCoordinator& c) { return c.requests().size() > pollsSoFar + 1; }));
+        box.replace(std::make_shared<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, handlerOptions()));
+        coordinator->addShard({.jobID = "job-good", .shardID = "s-2", .audioFile = speech.filename().string(),
+                               .modelIdentifier = whisperModelIdentifier()});
+        ASSERT_TRUE(waitFor([](const dev::DevCoordinator& c) { return !c.results().empty(); }));
+        worker->stop();
+        worker.reset();
+        EXPECT_EQ(coordinator->failures().size(), 1u);
+        EXPECT_EQ(coordinator->results().size(), 1u);
+    }
+}
+
+}  // namespace
+}  // namespace corvane::testing

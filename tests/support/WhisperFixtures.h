@@ -1,0 +1,127 @@
+#pragma once
+// Shared by the whisper and end-to-end suites: a scratch folder, WAV files written sample by
+// sample, the generated test model, and thread inputs a test can change between runs.
+// Header-only: only targets that define CORVANE_WHISPER_TEST_MODEL_DIR include it.
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <numbers>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "CorvaneApp/models/WhisperImpl.h"
+
+namespace corvane::testing {
+
+// The folder the build generated the random-weight model into.
+inline std::filesystem::path whisperTestModelDirectory() { return CORVANE_WHISPER_TEST_MODEL_DIR; }
+inline std::filesystem::path whisperTestModelFile() {
+    return whisperTestModelDirectory() / WhisperImpl::defaultModelFilename;
+}
+
+// A fresh folder under the temp directory, removed with everything in it.
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "corvane-whisper-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+        path_ = pattern;
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+    // Writes `bytes` to `name` (parent folders included) and returns the path.
+    std::filesystem::path write(const std::string& name, const std::string& bytes) const {
+        auto file = path_ / name;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << bytes;
+        return file;
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+// `seconds` of a sine at `hertz`, 16 kHz mono; amplitude 0 gives silence.
+inline std::vector<float> sineSamples(double seconds, double hertz = 440, double amplitude = 0.3) {
+    std::vector<float> samples(static_cast<std::size_t>(seconds * 16000));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * hertz * static_cast<double>(i) / 16000));
+    }
+    return samples;
+}
+
+// A 16-bit PCM WAV file at `rate` Hz, mono.
+inline std::string wavBytes(std::span<const float> samples, std::uint32_t rate = 16000) {
+    std::string out;
+    auto u32 = [&](std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); };
+    auto u16 = [&](std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), 2); };
+    const auto dataBytes = static_cast<std::uint32_t>(samples.size() * 2);
+    out += "RIFF";
+    u32(36 + dataBytes);
+    out += "WAVEfmt ";
+    u32(16);
+    u16(1);  // PCM
+    u16(1);  // mono
+    u32(rate);
+    u32(rate * 2);
+    u16(2);
+    u16(16);
+    out += "data";
+    u32(dataBytes);
+    for (float s : samples) u16(static_cast<std::uint16_t>(static_cast<std::int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))));
+    return out;
+}
+
+// Thread inputs whose answers a test sets; safe to change while no run is reading them.
+struct ThreadKnobs {
+    std::atomic<double> idleMinutes{0};
+    std::atomic<double> inUseCpuCeiling{50};
+    std::atomic<double> awayCpuCeiling{100};
+    std::mutex mutex;
+    std::optional<double> idleSeconds;               // guarded by mutex
+    std::optional<std::int64_t> runtimePercent;      // guarded by mutex
+    std::atomic<std::int64_t> cpuCount{2};
+
+    WhisperThreadInputs inputs() {
+        return {[this] {
+                    return WhisperThreadInputs::Settings{idleMinutes.load(), inUseCpuCeiling.load(), awayCpuCeiling.load()};
+                },
+                [this] {
+                    std::lock_guard lock(mutex);
+                    return idleSeconds;
+                },
+                [this] {
+                    std::lock_guard lock(mutex);
+                    return runtimePercent;
+                },
+                [this] { return cpuCount.load(); }};
+    }
+    void setIdleSeconds(std::optional<double> value) {
+        std::lock_guard lock(mutex);
+        idleSeconds = value;
+    }
+    void setRuntimePercent(std::optional<std::int64_t> value) {
+        std::lock_guard lock(mutex);
+        runtimePercent = value;
+    }
+};
+
+}  // namespace corvane::testing

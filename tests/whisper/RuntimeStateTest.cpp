@@ -1,0 +1,170 @@
+// The runtime-state record, its timestamps, the polling reader and the thread-count reader of
+// the same file.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "CorvaneApp/eligibility/RuntimeState.h"
+#include "CorvaneApp/eligibility/RuntimeStateDateParser.h"
+#include "CorvaneApp/eligibility/RuntimeStateReader.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/ManualExecutor.h"
+#include "tests/support/WhisperFixtures.h"
+
+namespace corvane::testing {
+namespace {
+
+const Date kNov16 = dateFromUnixSeconds(1'794'862'853);  // 2026-11-16T21:00:53Z
+
+TEST(RuntimeStateRecord, DecodesEveryFieldAndRoundTrips) {
+    const auto state = RuntimeState::parse(R"({
+        "worker_id": "w-1", "unknown_key": [1, 2],
+        "thermal": {"thermal_level": "nominal", "user_resource_percent": 80, "effective_resource_percent": 62.5,
+                    "adjustment_reason": "warm"},
+        "resource_policy": {"preset": "balanced", "max_concurrent_jobs": 2.0},
+        "eligibility": {"reason": "idle", "headline": "Ready", "detail": "d", "is_claimable": true, "is_blocked": false,
+                        "last_claimable_at": "a", "last_blocked_at": "b", "last_blocked_reason": "c",
+                        "job_id": "j", "shard_id": "s", "claimed_at": "t"},
+        "current_job_id": "job", "current_shard_id": "shard", "current_shard_started_at": "x",
+        "current_shard_expected_seconds": 12.5, "claimed_at": "y", "updated_at": null})");
+    EXPECT_EQ(state.workerID, "w-1");
+    EXPECT_EQ(state.thermal->effectiveResourcePercent, 62.5);
+    EXPECT_EQ(state.resourcePolicy->maxConcurrentJobs, 2);
+    EXPECT_EQ(state.eligibility->isClaimable, true);
+    EXPECT_EQ(state.eligibility->claimedAt, "t");
+    EXPECT_EQ(state.currentShardExpectedSeconds, 12.5);
+    EXPECT_EQ(state.updatedAt, std::nullopt);
+    EXPECT_EQ(RuntimeState::decode(state.encode()), state);
+    EXPECT_EQ(RuntimeState::parse("{}"), RuntimeState{});
+    EXPECT_EQ(RuntimeState::parse(R"({"thermal": null})").thermal, std::nullopt);
+    EXPECT_EQ(RuntimeState::parse(R"({"thermal": {}})").thermal, ThermalState{});
+}
+
+TEST(RuntimeStateRecord, AnyWrongTypeFailsTheWholeRecord) {
+    const char* refused[] = {
+        R"({"eligibility": {"is_claimable": "yes"}})",
+        R"({"thermal": "hot"})",
+        R"({"thermal": {"effective_resource_percent": "62"}})",
+        R"({"resource_policy": {"max_concurrent_jobs": 1.5}})",
+        R"({"worker_id": 7})",
+        R"([])",
+        R"({"worker_id": "w")",  // cut short mid-write
+        "",
+        "not json",
+    };
+    for (const char* text : refused) EXPECT_THROW(RuntimeState::parse(text), DecodingError) << text;
+}
+
+TEST(RuntimeStateDates, InternetDateTimesWithAndWithoutFractions) {
+    EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T21:00:53Z"), kNov16);
+    EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T21:00:53.123Z"), addSeconds(kNov16, 0.123));
+    EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T22:30:53+01:30"), kNov16);
+    EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T20:00:53-01:00"), kNov16);
+    EXPECT_EQ(RuntimeStateDateParser::parse("2028-02-29T00:00:00Z"), dateFromUnixSeconds(1'835'395'200));
+    const char* refused[] = {"", "2026-11-16", "2026-11-16T21:00:53", "2026-11-16 21:00:53Z", "2026-02-30T00:00:00Z",
+                             "2026-11-16T24:00:00Z", "2026-11-16T21:00:53.Z", "2026-11-16T21:00:53Zjunk",
+                             "2026-11-16T21:00:53+0100", "26-11-16T21:00:53Z"};
+    for (const char* text : refused) EXPECT_EQ(RuntimeStateDateParser::parse(text), std::nullopt) << text;
+}
+
+class RuntimeStateReaderTest : public ::testing::Test {
+protected:
+    void write(const std::string& text, Date modified) {
+        folder.write(".varnix-compute/worker-runtime-state.json", text);
+        std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(modified));
+    }
+
+    ScratchFolder folder;
+    std::filesystem::path path = runtimeStatePath(folder.path());
+    FakeClock clock;
+    ManualExecutor executor{&clock};
+    RuntimeStateReader reader{executor, path, clock.function()};
+    int changes = 0;
+    Subscription subscription = reader.observe([this] { ++changes; });
+};
+
+TEST_F(RuntimeStateReaderTest, MissingFileIsTheEmptyRecordWithNoDate) {
+    reader.startPolling(2.0);
+    EXPECT_EQ(reader.state(), RuntimeState{});
+    EXPECT_EQ(reader.lastReadAt(), std::nullopt);
+    EXPECT_EQ(changes, 0);
+    EXPECT_EQ(path, folder.path() / ".varnix-compute" / "worker-runtime-state.json");
+}
+
+TEST_F(RuntimeStateReaderTest, FreshnessIsTheWritersClockThenTheModificationTime) {
+    const Date modified = dateFromUnixSeconds(1'790'000'000);
+    write("{}", modified);
+    reader.startPolling(2.0);
+    EXPECT_EQ(reader.state(), RuntimeState{});
+    EXPECT_EQ(reader.lastReadAt(), modified);
+
+    write(R"({"updated_at": "2026-11-16T21:00:53Z"})", modified);  // in the past, and still wins
+    executor.advance(2.0);
+    EXPECT_EQ(reader.lastReadAt(), kNov16);
+
+    write(R"({"updated_at": "yesterday"})", modified);
+    executor.advance(2.0);
+    EXPECT_EQ(reader.state().updatedAt, "yesterday");
+    EXPECT_EQ(reader.lastReadAt(), modified);
+    EXPECT_EQ(changes, 3);
+}
+
+TEST_F(RuntimeStateReaderTest, DamagedFilesKeepTheLastGoodRecordAndDeletionResets) {
+    write(R"({"worker_id": "w-1", "updated_at": "2026-11-16T21:00:53Z"})", clock.now());
+    reader.startPolling(2.0);
+    const RuntimeState good = reader.state();
+    ASSERT_EQ(good.workerID, "w-1");
+
+    const char* damaged[] = {R"({"eligibility": {"is_claimable": "yes"}, "worker_id": "w-2"})",
+                             R"({"worker_id": "w-2", "upd)", "", "\xff\xfe garbage"};
+    for (const char* text : damaged) {
+        write(text, clock.now());
+        executor.advance(2.0);
+        EXPECT_EQ(reader.state(), good) << text;
+        EXPECT_EQ(reader.lastReadAt(), kNov16) << text;
+    }
+    EXPECT_EQ(changes, 1);
+
+    std::filesystem::remove(path);
+    executor.advance(2.0);
+    EXPECT_EQ(reader.state(), RuntimeState{});
+    EXPECT_EQ(reader.lastReadAt(), std::nullopt);
+    EXPECT_EQ(changes, 2);
+}
+
+TEST_F(RuntimeStateReaderTest, RestartingReplacesTheTimerAndDestructionStopsIt) {
+    reader.startPolling(2.0);
+    reader.startPolling(5.0);
+    EXPECT_EQ(executor.timerCount(), 1u);
+    {
+        RuntimeStateReader other(executor, path, clock.function());
+        other.startPolling(2.0);
+        EXPECT_EQ(executor.timerCount(), 2u);
+    }
+    executor.advance(10);  // the destroyed reader's timer must not fire
+    EXPECT_EQ(executor.timerCount(), 1u);
+}
+
+TEST_F(RuntimeStateReaderTest, EffectivePercentIsReadAfreshAndRounded) {
+    EXPECT_EQ(runtimeEffectivePercent(path), std::nullopt);
+    const struct {
+        const char* text;
+        std::optional<std::int64_t> percent;
+    } rows[] = {
+        {R"({"thermal": {"effective_resource_percent": 62.5}})", 63},
+        {R"({"thermal": {"effective_resource_percent": 62.4}})", 62},
+        {R"({"thermal": {"effective_resource_percent": -2.5}})", -3},
+        {R"({"thermal": {"effective_resource_percent": 1e300}})", std::nullopt},
+        {R"({"thermal": {"user_resource_percent": 40}})", std::nullopt},
+        {R"({"thermal": {"effective_resource_percent": 40}, "worker_id": 1})", std::nullopt},
+        {R"({"thermal": {"effective_resource_perc)", std::nullopt},
+    };
+    for (const auto& row : rows) {
+        write(row.text, clock.now());
+        EXPECT_EQ(runtimeEffectivePercent(path), row.percent) << row.text;
+    }
+}
+
+}  // namespace
+}  // namespace corvane::testing

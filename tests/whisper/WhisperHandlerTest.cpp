@@ -1,0 +1,211 @@
+// WhisperHandler from an audio file to a JobResult on the generated model: result fields, stage
+// reports in success and failure, short, long and silent audio, shards sharing one context, and
+// model folders that cannot serve.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include "CorvaneApp/models/AudioDecodeError.h"
+#include "CorvaneApp/models/AudioPipeline.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/WhisperHandler.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WhisperFixtures.h"
+
+namespace corvane::testing {
+namespace {
+
+using Stage = std::pair<ModelHandlerStage, double>;
+
+std::size_t wordCount(const std::string& text) {
+    std::istringstream words(text);
+    return static_cast<std::size_t>(std::distance(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()));
+}
+
+class WhisperHandlerTest : public ::testing::Test {
+protected:
+    std::unique_ptr<WhisperHandler> handler(WhisperHandler::Options options = {},
+                                            const std::filesystem::path& directory = whisperTestModelDirectory()) {
+        options.impl.threadInputs = knobs.inputs();
+        return std::make_unique<WhisperHandler>(directory, ChipTier::t1, std::move(options));
+    }
+    ClaimedJob job(const std::filesystem::path& input, ModelCategory category = ModelCategory::transcription) {
+        return {"job-1", "shard-7", category, whisperModelIdentifier(), input.string(), systemNow(), std::nullopt};
+    }
+    std::filesystem::path wav(const std::string& name, const std::vector<float>& samples) {
+        return folder.write(name, wavBytes(samples));
+    }
+    StageObserver recorder() {
+        return [this](ModelHandlerStage stage, double seconds) { stages.emplace_back(stage, seconds); };
+    }
+    std::vector<ModelHandlerStage> stageNames() const {
+        std::vector<ModelHandlerStage> names;
+        for (const auto& s : stages) names.push_back(s.first);
+        return names;
+    }
+
+    ThreadKnobs knobs;
+    ScratchFolder folder;
+    std::vector<Stage> stages;
+};
+
+using enum ModelHandlerStage;
+
+TEST_F(WhisperHandlerTest, AFileBecomesATranscriptResult) {
+    auto h = handler();
+    EXPECT_EQ(h->modelIdentifier(), (ModelIdentifier{"whisper-cpp-swift", "whisper-large-v3-turbo-q4", "1"}));
+    EXPECT_EQ(h->activeImplName(), "whisper-cpp-swift");
+    EXPECT_EQ(h->installedVersion(), "1");
+    EXPECT_EQ(WhisperHandler::downloadSizeBytes(), catalogueEntry(WhisperHandler::identifier())->downloadSizeBytes);
+
+    const JobResult result = h->handle(job(wav("short.wav", sineSamples(0.2))), recorder(), {});
+    EXPECT_EQ(result.jobID, "job-1");
+    EXPECT_EQ(result.shardID, "shard-7");
+    EXPECT_EQ(result.backendUsed, "whisper-cpp-swift");
+    ASSERT_NE(result.output.transcript(), nullptr);
+    const TranscriptResult& transcript = *result.output.transcript();
+    EXPECT_GE(wordCount(transcript.text), 1u) << "0.2 s is still one window";
+    EXPECT_EQ(transcript.language, std::nullopt);
+    EXPECT_TRUE(transcript.segments.empty());
+    EXPECT_EQ(stageNames(), (std::vector{decode, inference}));
+    EXPECT_GE(result.wallTimeSeconds, stages[0].second + stages[1].second);
+}
+
+TEST_F(WhisperHandlerTest, TenMinutesRunThroughEveryWindowAndSilenceIsAValidResult) {
+    auto h = handler();
+    const JobResult longRun = h->handle(job(wav("ten-minutes.wav", sineSamples(600))), {}, {});
+    // Each of the twenty 30 s windows says a few words of its own.
+    EXPECT_GE(wordCount(longRun.output.transcript()->text), 40u);
+
+    const JobResult silent = h->handle(job(wav("silence.wav", sineSamples(5, 440, 0))), {}, {});
+    ASSERT_NE(silent.output.transcript(), nullptr);  // whatever it says, empty included, is a result
+}
+
+TEST_F(WhisperHandlerTest, StageSecondsAndWallTimeComeFromTheInjectedClock) {
+    FakeClock clock;
+    WhisperHandler::Options options;
+    options.now = clock.function();
+    options.decode = [&](const std::filesystem::path& path) {
+        clock.advance(1.5);
+        return AudioPipeline::decodeTo16kMonoPCM(path);
+    };
+    options.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+        clock.advance(2.0);
+        return whisper_full(ctx, params, samples, count);
+    };
+    const JobResult result = handler(std::move(options))->handle(job(wav("a.wav", sineSamples(1))), recorder(), {});
+    EXPECT_EQ(stages, (std::vector<Stage>{{decode, 1.5}, {inference, 2.0}}));
+    EXPECT_EQ(result.wallTimeSeconds, 3.5);
+}
+
+TEST_F(WhisperHandlerTest, FailuresStillReportTheStageTheyHappenedIn) {
+    // Not a transcription: refused before any stage.
+    auto plain = handler();
+    try {
+        plain->handle(job(wav("a.wav", sineSamples(1)), ModelCategory::llm), recorder(), {});
+        FAIL();
+    } catch (const ModelError& error) {
+        EXPECT_STREQ(error.what(), R"(invalidInput(reason: "WhisperHandler only handles .transcription jobs, got llm"))");
+    }
+    EXPECT_TRUE(stages.empty());
+
+    // A file that is no audio: the decoder's own error passes through, after the decode report.
+    EXPECT_THROW(plain->handle(job(folder.write("notes.mp3", "just some text, not audio")), recorder(), {}),
+                 AudioDecodeError);
+    EXPECT_EQ(stageNames(), (std::vector{decode}));
+
+    // No samples at all.
+    stages.clear();
+    WhisperHandler::Options empty;
+    empty.decode = [](const std::filesystem::path&) { return std::vector<float>{}; };
+    try {
+        handler(std::move(empty))->handle(job(folder / "any.wav"), recorder(), {});
+        FAIL();
+    } catch (const ModelError& error) {
+        EXPECT_STREQ(error.what(), R"(invalidInput(reason: "empty PCM input"))");
+    }
+    EXPECT_EQ(stageNames(), (std::vector{decode, inference}));
+
+    // whisper.cpp fails: reported after the inference stage, and the handler serves the next shard.
+    stages.clear();
+    bool fail = true;
+    WhisperHandler::Options failing;
+    failing.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+        return std::exchange(fail, false) ? -6 : whisper_full(ctx, params, samples, count);
+    };
+    auto h = handler(std::move(failing));
+    const auto input = wav("b.wav", sineSamples(1));
+    try {
+        h->handle(job(input), recorder(), {});
+        FAIL();
+    } catch (const ModelError& error) {
+        EXPECT_STREQ(error.what(), "backendCrashed(underlying: inferenceFailed(status: -6))");
+    }
+    EXPECT_EQ(stageNames(), (std::vector{decode, inference}));
+    EXPECT_NE(h->handle(job(input), {}, {}).output.transcript(), nullptr);
+}
+
+TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
+    std::atomic<int> running{0}, mostAtOnce{0}, runs{0};
+    WhisperHandler::Options options;
+    options.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+        const int now = ++running;
+        int seen = mostAtOnce.load();
+        while (now > seen && !mostAtOnce.compare_exchange_weak(seen, now)) {
+        }
+        const int status = whisper_full(ctx, params, samples, count);
+        --running;
+        ++runs;
+        return status;
+    };
+    auto h = handler(std::move(options));
+    const auto input = wav("c.wav", sineSamples(12));
+    const std::string alone = h->handle(job(input), {}, {}).output.transcript()->text;
+
+    std::vector<std::string> texts(6);
+    {
+        std::vector<std::jthread> shards;
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            shards.emplace_back([&, i] { texts[i] = h->handle(job(input), {}, {}).output.transcript()->text; });
+        }
+    }
+    EXPECT_EQ(runs, 7);
+    EXPECT_EQ(mostAtOnce, 1);
+    for (const auto& text : texts) EXPECT_EQ(text, alone);
+}
+
+TEST_F(WhisperHandlerTest, FoldersWithoutUsableWeightsAreModelErrors) {
+    const struct {
+        const char* name;
+        std::optional<std::string> bytes;  // absent: an empty folder
+        const char* error;
+    } rows[] = {
+        {"missing", std::nullopt, "modelNotInstalled"},
+        {"random", std::string(50'000, '\x42'), "backendCrashed(underlying: contextInitFailed)"},
+        {"truncated", std::string(4096, '\0').replace(0, 4, "lmgg"), "backendCrashed(underlying: contextInitFailed)"},
+    };
+    for (const auto& row : rows) {
+        const auto directory = folder / row.name;
+        std::filesystem::create_directories(directory);
+        if (row.bytes) folder.write(std::string(row.name) + "/" + WhisperImpl::defaultModelFilename, *row.bytes);
+        LogCapture logs;
+        try {
+            handler({}, directory);
+            ADD_FAILURE() << row.name;
+        } catch (const ModelError& error) {
+            EXPECT_STREQ(error.what(), row.error) << row.name;
+        }
+        if (!row.bytes) {
+            EXPECT_TRUE(logs.contains("WhisperHandler error: Whisper weights missing at " +
+                                      (directory / WhisperImpl::defaultModelFilename).string()));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace corvane::testing
