@@ -112,13 +112,15 @@ private:
     double bucketAccumCpuCorvane_ = 0, bucketAccumCpuOther_ = 0;
     double bucketAccumRamCorvane_ = 0, bucketAccumRamOther_ = 0;
     int bucketSampleCount_ = 0;
-    TimerHandle timer_;
 
     mutable std::mutex mutex_;
     Snapshot history_;                // guarded by mutex_
     std::deque<RawSample> rawSamples_;  // guarded by mutex_; oldest first
     int rawsPerBucket_ = 30;          // guarded by mutex_
     bool partialBucketLive_ = false;  // guarded by mutex_
+
+    // Last, so that the timer is cancelled before anything its ticks touch is destroyed.
+    TimerHandle timer_;
 };
 
 }  // namespace corvane

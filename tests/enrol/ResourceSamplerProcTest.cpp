@@ -1,0 +1,197 @@
+#include <gtest/gtest.h>
+
+#include "CorvaneApp/eligibility/ProcessTreeSampler.h"
+#include "CorvaneApp/eligibility/ResourceSamplerProcProbes.h"
+#include "tests/enrol/EnrolTestSupport.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/ManualExecutor.h"
+
+namespace corvane::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string statLine(int pid, const std::string& name, int ppid, std::uint64_t utime, std::uint64_t stime,
+                     std::uint64_t rssPages) {
+    return std::to_string(pid) + " (" + name + ") S " + std::to_string(ppid) + " 1 1 0 -1 4194304 10 0 0 0 " +
+           std::to_string(utime) + " " + std::to_string(stime) + " 0 0 20 0 3 0 100 1000000 " + std::to_string(rssPages) +
+           " 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 0 0 0 0 0 0\n";
+}
+
+constexpr const char* kStat =
+    "cpu  400 20 100 1480 5 0 1 0 0 0\n"
+    "cpu0 100 5 25 370 1 0 0 0 0 0\n"
+    "cpu1 100 5 25 370 1 0 0 0 0 0\n"
+    "cpu2 100 5 25 370 1 0 1 0 0 0\n"
+    "cpu3 100 5 25 370 2 0 0 0 0 0\n"
+    "intr 12345 0 0\nctxt 999\nbtime 1700000000\nprocesses 500\n";
+
+constexpr const char* kMeminfo =
+    "MemTotal:       16384000 kB\nMemFree:         1000000 kB\nMemAvailable:    4096000 kB\nBuffers: 1 kB\n";
+
+class ProcFixture : public ::testing::Test {
+protected:
+    TempDir dir;
+    FakeClock clock;
+    fs::path proc = dir.path() / "proc";
+    fs::path sys = dir.path() / "sys";
+    fs::path runtime = dir.path() / "data" / "VarnixCompute" / "runtime";
+
+    void process(int pid, const std::string& name, int ppid, std::uint64_t utime, std::uint64_t stime,
+                 std::uint64_t rss) {
+        dir.write("proc/" + std::to_string(pid) + "/stat", statLine(pid, name, ppid, utime, stime, rss));
+    }
+    void children(int pid, int tid, const std::string& ids) {
+        dir.write("proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/children", ids);
+    }
+    ProcessTreeSampler::Options treeOptions() {
+        ProcessTreeSampler::Options options;
+        options.procRoot = proc;
+        options.runtimeDir = runtime;
+        options.ticksPerSecond = 100;
+        options.pageSize = 4096;
+        options.now = clock.function();
+        return options;
+    }
+    ResourceSamplerProcProbes probes() {
+        return ResourceSamplerProcProbes({proc, sys, treeOptions()});
+    }
+};
+
+TEST_F(ProcFixture, MachineCountersMemoryAndHybridCores) {
+    dir.write("proc/stat", kStat);
+    dir.write("proc/meminfo", kMeminfo);
+    dir.write("sys/devices/cpu_core/cpus", "0-1\n");
+    auto p = probes();
+    auto machine = p.machineTicks();
+    ASSERT_TRUE(machine);
+    EXPECT_EQ(machine->user, 400u);
+    EXPECT_EQ(machine->nice, 20u);
+    EXPECT_EQ(machine->system, 100u);
+    EXPECT_EQ(machine->idle, 1480u);
+    EXPECT_EQ(p.perCoreTicks()->size(), 4u);
+    EXPECT_EQ(p.processorCount(), 4);
+    EXPECT_EQ(p.performanceCoreCount(), 2);
+    auto memory = p.memory();
+    ASSERT_TRUE(memory);
+    EXPECT_DOUBLE_EQ(memory->usedPercent, 75.0);
+    EXPECT_NEAR(memory->totalGB, 16384000.0 / 1048576.0, 1e-9);
+
+    EXPECT_EQ(ResourceSamplerProcProbes::countCpuList("0-7,12,14-15"), 11);
+    for (const char* bad : {"", "7-3", "a-b", "0-", "1,,2"}) {
+        EXPECT_EQ(ResourceSamplerProcProbes::countCpuList(bad), std::nullopt) << bad;
+    }
+}
+
+TEST_F(ProcFixture, MissingTruncatedOrMalformedFilesGiveNoReading) {
+    auto p = probes();
+    EXPECT_FALSE(p.machineTicks()) << "no stat file";
+    EXPECT_FALSE(p.memory()) << "no meminfo";
+    EXPECT_FALSE(p.performanceCoreCount()) << "cores all alike";
+
+    struct Row {
+        const char* what;
+        const char* stat;
+        const char* meminfo;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"empty", "", ""},
+             {"letters in a counter", "cpu  12 x 3 4\ncpu0 1 2 3 4\n", "MemTotal: 100 kB\n"},
+             {"cut mid-line", "cpu  12 3", "MemTotal:       16384000 kB\nMemAvail"},
+             {"more available than total", "cpu0 1 2 3 4\n", "MemTotal: 100 kB\nMemAvailable: 200 kB\n"},
+             {"zero total", "intr 1\n", "MemTotal: 0 kB\nMemAvailable: 0 kB\n"},
+         }) {
+        SCOPED_TRACE(row.what);
+        dir.write("proc/stat", row.stat);
+        dir.write("proc/meminfo", row.meminfo);
+        EXPECT_FALSE(p.machineTicks());
+        EXPECT_FALSE(p.memory());
+    }
+    dir.write("proc/stat", "cpu  1 2 3 4\ncpu0 1 2 3 4\ncpu1 1 two 3 4\n");
+    EXPECT_FALSE(p.perCoreTicks()) << "one bad core line spoils the split, not just that core";
+}
+
+TEST_F(ProcFixture, TreeFollowsChildrenOfEveryThreadAndTheRuntimeFolder) {
+    process(100, "corvane", 1, 100, 100, 2560);  // 10 MB
+    children(100, 100, "101 ");
+    children(100, 107, "");  // a worker thread without children
+    process(101, "ffmpeg", 100, 0, 0, 256);
+    children(101, 101, "102");
+    process(102, "helper (x) y", 101, 10, 0, 256);  // a name with spaces and parentheses
+    process(300, "daemon", 1, 0, 0, 256);
+    process(301, "stranger", 1, 0, 0, 256);
+    fs::create_directories(runtime / "bin");
+    fs::create_symlink(runtime / "bin" / "daemon", proc / "300" / "exe");
+    fs::create_symlink(dir.path() / "usr" / "bin" / "stranger", proc / "301" / "exe");
+
+    ProcessTreeSampler tree(treeOptions());
+    auto ids = tree.corvanePIDs(100);
+    std::sort(ids.begin(), ids.end());
+    EXPECT_EQ(ids, (std::vector<int>{100, 101, 102, 300}));
+
+    auto first = tree.sample(100);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->cpuPercent, 0.0) << "the first sample has no interval";
+    EXPECT_DOUBLE_EQ(first->residentMB, (2560 + 3 * 256) * 4096.0 / 1048576.0);
+
+    clock.advance(2);
+    process(100, "corvane", 1, 150, 150, 2560);  // +100 ticks = 1 s
+    process(101, "ffmpeg", 100, 50, 0, 256);     // +50 ticks = 0.5 s
+    process(102, "helper (x) y", 101, 5, 0, 256);  // went backwards: a reused id, counts 0
+    children(101, 101, "102 103");
+    process(103, "fresh", 101, 1000, 0, 0);  // born this interval with 10 s: charged at most 2 s
+    auto second = tree.sample(100);
+    ASSERT_TRUE(second);
+    EXPECT_NEAR(second->cpuPercent, (1.0 + 0.5 + 2.0) / 2.0 * 100.0, 1e-9);
+
+    fs::remove(proc / "101" / "stat");  // a child that ended between the walk and the read
+    clock.advance(2);
+    auto third = tree.sample(100);
+    ASSERT_TRUE(third);
+    EXPECT_NEAR(third->cpuPercent, 0.0, 1e-9);
+}
+
+TEST_F(ProcFixture, WithoutChildrenFilesTheTreeComesFromParentIDs) {
+    process(200, "corvane", 1, 0, 0, 1);
+    process(201, "child", 200, 0, 0, 1);
+    process(202, "grandchild", 201, 0, 0, 1);
+    process(203, "unrelated", 1, 0, 0, 1);
+    dir.write("proc/204/stat", "garbage without a name\n");
+    ProcessTreeSampler tree(treeOptions());
+    auto ids = tree.descendants(200);
+    std::sort(ids.begin(), ids.end());
+    EXPECT_EQ(ids, (std::vector<int>{201, 202}));
+}
+
+TEST_F(ProcFixture, AnUnreadableRootReportsNothingAndNoRootReportsZero) {
+    ProcessTreeSampler tree(treeOptions());
+    EXPECT_EQ(tree.sample(100), std::nullopt) << "missing";
+    dir.write("proc/100/stat", "100 (corvane) S 1 1 1 0 -1 4194304 10 0 0 0 abc");
+    EXPECT_EQ(tree.sample(100), std::nullopt) << "truncated";
+    auto none = tree.sample(std::nullopt);
+    ASSERT_TRUE(none);
+    EXPECT_EQ(none->cpuPercent, 0.0);
+    EXPECT_EQ(tree.sample(0)->residentMB, 0.0);
+}
+
+TEST_F(ProcFixture, SamplerOverTheFixtureSkipsTheTickWhoseStatVanished) {
+    dir.write("proc/stat", kStat);
+    dir.write("proc/meminfo", kMeminfo);
+    process(100, "corvane", 1, 100, 100, 2560);
+    ManualExecutor executor(&clock);
+    ResourceSampler sampler(executor, std::make_shared<ResourceSamplerProcProbes>(probes()), 100, clock.function());
+    sampler.start(2.0);
+    EXPECT_EQ(sampler.history().cpuOther.size(), 1u);
+    fs::remove(proc / "stat");
+    executor.advance(2.0);
+    EXPECT_DOUBLE_EQ(sampler.history().latestCpuOther, 0.0);
+    EXPECT_EQ(sampler.rawSampleCount(), 2u);
+    dir.write("proc/stat", "cpu  500 20 100 1580 5 0 1 0 0 0\n");
+    process(100, "corvane", 1, 100, 100, 2560);
+    executor.advance(2.0);
+    // 100 busy of 200 ticks since the last good reading: 50 %, and the tree was idle.
+    EXPECT_DOUBLE_EQ(sampler.history().latestCpuOther, 50.0);
+}
+
+}  // namespace
+}  // namespace corvane::testing
