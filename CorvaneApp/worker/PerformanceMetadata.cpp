@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
-#include "CorvaneApp/platform/AtomicFile.h"
+#include "CorvaneApp/eligibility/RuntimeState.h"
 
 namespace corvane {
 namespace {
@@ -53,15 +53,9 @@ std::function<WorkerPerformanceMetadata()> makePerformanceMetadataProvider(Perfo
 }
 
 std::optional<double> readRuntimeEffectiveResourcePercent(const std::filesystem::path& file) {
-    auto text = readFile(file);
-    if (!text) return std::nullopt;
-    const Json state = Json::parse(*text, nullptr, /*allow_exceptions=*/false);
-    if (!state.is_object()) return std::nullopt;
-    auto thermal = state.find("thermal");
-    if (thermal == state.end() || !thermal->is_object()) return std::nullopt;
-    auto percent = thermal->find("effective_resource_percent");
-    if (percent == thermal->end() || !percent->is_number()) return std::nullopt;
-    const double value = percent->get<double>();
+    auto state = loadRuntimeState(file);
+    if (!state || !state->thermal || !state->thermal->effectiveResourcePercent) return std::nullopt;
+    const double value = *state->thermal->effectiveResourcePercent;
     return std::isfinite(value) ? std::optional(value) : std::nullopt;
 }
 
