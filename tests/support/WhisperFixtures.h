@@ -1,17 +1,15 @@
 #pragma once
-// Shared by the whisper and end-to-end suites: a scratch folder, WAV files written sample by
-// sample, the generated test model, and thread inputs a test can change between runs.
+// Shared by the whisper and end-to-end suites and the whisper benchmark: a scratch folder, WAV
+// files written sample by sample, the generated test model, and thread inputs a test can set.
 // Header-only: only targets that define CORVANE_WHISPER_TEST_MODEL_DIR include it.
 
 #include <stdlib.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <numbers>
 #include <optional>
 #include <span>
@@ -19,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneApp/models/ModelHandler.h"
 #include "CorvaneApp/models/WhisperImpl.h"
 
 namespace corvane::testing {
@@ -90,37 +89,27 @@ inline std::string wavBytes(std::span<const float> samples, std::uint32_t rate =
     return out;
 }
 
-// Thread inputs whose answers a test sets; safe to change while no run is reading them.
+// The printed ModelError that `run` throws, or "no error".
+template <typename Run>
+std::string modelErrorOf(Run&& run) {
+    try {
+        run();
+    } catch (const ModelError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+// Thread inputs whose answers a test sets between runs.
 struct ThreadKnobs {
-    std::atomic<double> idleMinutes{0};
-    std::atomic<double> inUseCpuCeiling{50};
-    std::atomic<double> awayCpuCeiling{100};
-    std::mutex mutex;
-    std::optional<double> idleSeconds;               // guarded by mutex
-    std::optional<std::int64_t> runtimePercent;      // guarded by mutex
-    std::atomic<std::int64_t> cpuCount{2};
+    WhisperThreadInputs::Settings settings{0, 50, 100};
+    std::optional<double> idleSeconds;
+    std::optional<std::int64_t> runtimePercent;
+    std::int64_t cpuCount = 2;
 
     WhisperThreadInputs inputs() {
-        return {[this] {
-                    return WhisperThreadInputs::Settings{idleMinutes.load(), inUseCpuCeiling.load(), awayCpuCeiling.load()};
-                },
-                [this] {
-                    std::lock_guard lock(mutex);
-                    return idleSeconds;
-                },
-                [this] {
-                    std::lock_guard lock(mutex);
-                    return runtimePercent;
-                },
-                [this] { return cpuCount.load(); }};
-    }
-    void setIdleSeconds(std::optional<double> value) {
-        std::lock_guard lock(mutex);
-        idleSeconds = value;
-    }
-    void setRuntimePercent(std::optional<std::int64_t> value) {
-        std::lock_guard lock(mutex);
-        runtimePercent = value;
+        return {[this] { return settings; }, [this] { return idleSeconds; }, [this] { return runtimePercent; },
+                [this] { return cpuCount; }};
     }
 };
 

@@ -84,14 +84,6 @@ protected:
     Subscription subscription = reader.observe([this] { ++changes; });
 };
 
-TEST_F(RuntimeStateReaderTest, MissingFileIsTheEmptyRecordWithNoDate) {
-    reader.startPolling(2.0);
-    EXPECT_EQ(reader.state(), RuntimeState{});
-    EXPECT_EQ(reader.lastReadAt(), std::nullopt);
-    EXPECT_EQ(changes, 0);
-    EXPECT_EQ(path, folder.path() / ".varnix-compute" / "worker-runtime-state.json");
-}
-
 TEST_F(RuntimeStateReaderTest, FreshnessIsTheWritersClockThenTheModificationTime) {
     const Date modified = dateFromUnixSeconds(1'790'000'000);
     write("{}", modified);
@@ -111,8 +103,13 @@ TEST_F(RuntimeStateReaderTest, FreshnessIsTheWritersClockThenTheModificationTime
 }
 
 TEST_F(RuntimeStateReaderTest, DamagedFilesKeepTheLastGoodRecordAndDeletionResets) {
+    reader.startPolling(2.0);  // no file yet: the empty record, no date
+    EXPECT_EQ(reader.state(), RuntimeState{});
+    EXPECT_EQ(reader.lastReadAt(), std::nullopt);
+    EXPECT_EQ(path, folder.path() / ".varnix-compute" / "worker-runtime-state.json");
+
     write(R"({"worker_id": "w-1", "updated_at": "2026-11-16T21:00:53Z"})", clock.now());
-    reader.startPolling(2.0);
+    executor.advance(2.0);
     const RuntimeState good = reader.state();
     ASSERT_EQ(good.workerID, "w-1");
 
@@ -126,7 +123,7 @@ TEST_F(RuntimeStateReaderTest, DamagedFilesKeepTheLastGoodRecordAndDeletionReset
     }
     EXPECT_EQ(changes, 1);
 
-    std::filesystem::remove(path);
+    std::filesystem::remove(path);  // gone: the empty record at the next poll
     executor.advance(2.0);
     EXPECT_EQ(reader.state(), RuntimeState{});
     EXPECT_EQ(reader.lastReadAt(), std::nullopt);

@@ -27,35 +27,24 @@ Context load(const std::filesystem::path& path) {
     return Context(whisper_init_from_file_with_params(path.c_str(), whisper_context_default_params()));
 }
 
-TEST(WhisperTestModel, HeaderCarriesTheShapeAndTheSeedDecidesTheBytes) {
+TEST(WhisperTestModel, TheSeedDecidesTheBytesAndImpossibleShapesAreRefused) {
     WhisperTestModelShape shape;
     const std::string bytes = tools::makeWhisperTestModel(shape);
-    std::int32_t header[12];
-    std::memcpy(header, bytes.data(), sizeof header);
-    EXPECT_EQ(static_cast<std::uint32_t>(header[0]), 0x67676d6cu);
-    const std::int32_t expected[11] = {51865, 1500, 64, 2, 1, 448, 64, 2, 1, 80, 1};
-    for (int i = 0; i < 11; ++i) EXPECT_EQ(header[i + 1], expected[i]) << "header field " << i;
-    EXPECT_GT(bytes.size(), 7'000'000u);
-    EXPECT_LT(bytes.size(), 9'000'000u);
-
     EXPECT_EQ(tools::makeWhisperTestModel(shape), bytes);
     shape.seed = 2;
     EXPECT_NE(tools::makeWhisperTestModel(shape), bytes);
-}
+    EXPECT_LT(bytes.size(), 9'000'000u);
 
-TEST(WhisperTestModel, RefusesShapesTheLoaderCannotTake) {
     auto with = [](auto change) {
-        WhisperTestModelShape shape;
-        change(shape);
-        return shape;
+        WhisperTestModelShape refused;
+        change(refused);
+        return refused;
     };
-    const WhisperTestModelShape refused[] = {
-        with([](auto& s) { s.nTextLayer = 0; }),   // whisper.cpp fails to load zero decoder layers
-        with([](auto& s) { s.nAudioHead = 3; }),   // 64 is not divisible by 3
-        with([](auto& s) { s.nVocab = 51000; }),   // no room for the timestamps
-        with([](auto& s) { s.nMels = -1; }),
-    };
-    for (const auto& shape : refused) EXPECT_THROW(tools::makeWhisperTestModel(shape), std::invalid_argument);
+    for (const auto& refused : {with([](auto& s) { s.nTextLayer = 0; }),  // whisper.cpp fails on no decoder layer
+                                with([](auto& s) { s.nAudioHead = 3; }),  // 64 does not divide by 3
+                                with([](auto& s) { s.nVocab = 51000; })}) {  // no room for the timestamps
+        EXPECT_THROW(tools::makeWhisperTestModel(refused), std::invalid_argument);
+    }
 }
 
 TEST(WhisperTestModel, BuildTreeModelLoadsPassesTheFileCheckAndTranscribesIntoWords) {
