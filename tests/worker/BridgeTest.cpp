@@ -58,7 +58,8 @@ TEST_F(Bridge, RepeatedMemoryGatingMakesOnePauseAndIdleEndsIt) {
         d.isEligible = [] { return true; };  // the worker keeps turning whatever the gate says
     });
     bridge = WorkerControllerBridge::create(controller, gate, executor, clock.function());
-    for (int i = 0; i < 10; ++i) ASSERT_TRUE(sleeper->releaseNext(kRecheck));
+    // Ten gated turns have nine sleeps between them; the tenth turn's sleep stays pending.
+    for (int i = 0; i < 9; ++i) ASSERT_TRUE(sleeper->releaseNext(kRecheck));
     ASSERT_TRUE(applyUntil([&](const Event&) {
         int gated = 0;
         for (const auto& e : bridge->recentEvents()) gated += e.as<Event::RamGated>() != nullptr;
@@ -66,6 +67,7 @@ TEST_F(Bridge, RepeatedMemoryGatingMakesOnePauseAndIdleEndsIt) {
     }));
     EXPECT_EQ(gate->pauseReasons(), (std::vector<std::string>{"ram budget exhausted"}));
     EXPECT_FALSE(gate->isEligible());
+    ASSERT_TRUE(sleeper->releaseNext(kRecheck));
     ASSERT_TRUE(applyUntil<Event::Idle>());
     executor.runUntilIdle();
     EXPECT_TRUE(gate->pauseReasons().empty());

@@ -69,8 +69,7 @@ TEST_F(Lifecycle, PerformanceBlockCarriesStagesRoundTripsCacheAndStrategy) {
             meta.chip = "Test CPU";
             return meta;
         };
-    });
-    controller->recordModelLoaded(true, 1.25);
+    }, [](WorkerController& w) { w.recordModelLoaded(true, 1.25); });  // the load precedes the shard
     ASSERT_TRUE(awaitEvent<Event::ResultSubmitted>());
     auto perf = http->results().at(0).body.performance;
     ASSERT_TRUE(perf.has_value());

@@ -132,10 +132,12 @@ public:
         return d;
     }
 
-    void start(std::function<void(WorkerController::Dependencies&)> adjust = {}) {
+    void start(std::function<void(WorkerController::Dependencies&)> adjust = {},
+               std::function<void(WorkerController&)> beforeStart = {}) {
         auto d = dependencies();
         if (adjust) adjust(d);
         controller = WorkerController::create(std::move(d));
+        if (beforeStart) beforeStart(*controller);
         controller->start();
     }
 
