@@ -13,6 +13,7 @@
 
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
@@ -29,6 +30,16 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+// For conditions only the child's log file shows: looks again every 20 ms up to `limit`.
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(20ms);
+    }
+    return true;
+}
 
 // Speech in three containers, made once per test binary.
 const fs::path& speechFolder() {
@@ -208,7 +219,7 @@ TEST_F(HeadlessProcess, AnInvalidCoordinatorURLBuildsNoWorker) {
         return readFile(logFile()).value_or("").find("buildAndStartWorkerIfPossible: invalid coordinator URL not a url") !=
                std::string::npos;
     };
-    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator&) { return logged(); }, 60s));
+    ASSERT_TRUE(eventually(logged, 60s));
     ASSERT_EQ(::kill(child, SIGTERM), 0);
     EXPECT_EQ(waitForExit(5000ms), 0);
     EXPECT_TRUE(coordinator->requests().empty());
@@ -222,7 +233,7 @@ TEST_F(HeadlessProcess, AFailedModelDownloadKeepsTheWorkerStoppedUntilARetrySucc
     auto failedOnce = [&] {
         return readFile(logFile()).value_or("").find("Whisper model cache/init failed") != std::string::npos;
     };
-    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator&) { return failedOnce(); }, 60s));
+    ASSERT_TRUE(eventually(failedOnce, 60s));
     for (const auto& r : coordinator->requests()) EXPECT_FALSE(r.path.starts_with("/api/v1/workers/poll")) << "not started";
     installModel();  // the next retry finds the weights in place
     ASSERT_TRUE(coordinator->waitUntil([](const dev::DevCoordinator& c) { return c.results().size() == 1; }, 120s))
