@@ -113,7 +113,7 @@ WhisperThreadSelection WhisperImpl::currentThreadCount() const {
     return selection;
 }
 
-std::string WhisperImpl::transcribe(std::span<const float> pcm) {
+std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token stop) {
     if (pcm.empty()) throw ModelError(ModelError::InvalidInput{"empty PCM input"});
     const WhisperThreadSelection selection = currentThreadCount();
     // whisper.cpp counts both in C ints; 2^31 samples would be 37 hours of audio.
@@ -131,6 +131,9 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm) {
     params.print_realtime = false;
     params.print_timestamps = false;
     params.language = "en";  // a literal: outlives every call; no detection, no other language
+    // A worker that stops does not wait for the rest of a long shard.
+    params.abort_callback = [](void* token) { return static_cast<std::stop_token*>(token)->stop_requested(); };
+    params.abort_callback_user_data = &stop;
 
     std::lock_guard lock(contextMutex_);
     int status = 0;
@@ -142,6 +145,7 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm) {
         log_->error("whisper_full threw: {}", thrown.what());
         throw ModelError(ModelError::BackendCrashed{thrown.what()});
     }
+    if (stop.stop_requested()) throw ModelError(ModelError::BackendCrashed{"inference cancelled"});
     if (status != 0) {
         log_->error("whisper_full failed with status {}", status);
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::InferenceFailed{status}));

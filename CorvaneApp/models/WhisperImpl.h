@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <string>
 
 #include <spdlog/logger.h>
@@ -73,9 +74,9 @@ public:
 
     // English transcription of 16 kHz mono samples, segments joined and trimmed. The samples go
     // to whisper.cpp without a copy. Runs of one context take turns: whisper.cpp's context is not
-    // safe for concurrent use. Not cancellable: a run goes to its end. Throws ModelError
-    // (InvalidInput for no samples, BackendCrashed when whisper.cpp fails).
-    std::string transcribe(std::span<const float> pcm);
+    // safe for concurrent use. A requested `stop` ends the run early. Throws ModelError
+    // (InvalidInput for no samples, BackendCrashed when whisper.cpp fails or the run was stopped).
+    std::string transcribe(std::span<const float> pcm, std::stop_token stop = {});
     // The generic entry: audio input only, at 16 kHz.
     ModelOutput run(const ModelInput& input);
 

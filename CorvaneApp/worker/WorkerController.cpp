@@ -67,7 +67,6 @@ WorkerController::~WorkerController() {
     std::vector<TaskHandle> tasks;
     {
         std::lock_guard lock(mutex_);
-        tasks = std::move(retiredTasks_);
         if (runLoopTask_) tasks.push_back(std::move(runLoopTask_));
         for (auto& [key, shard] : inFlight_) {
             tasks.push_back(std::move(shard.heartbeatTask));
@@ -125,7 +124,7 @@ void WorkerController::stop() {
         std::lock_guard lock(mutex_);
         for (auto& [key, shard] : inFlight_) {
             cancelled.push_back(std::move(shard.heartbeatTask));
-            retiredTasks_.push_back(std::move(shard.handlerTask));
+            cancelled.push_back(std::move(shard.handlerTask));
         }
         inFlight_.clear();
         pendingClaims_.clear();
@@ -136,7 +135,11 @@ void WorkerController::stop() {
         currentShardExpectedSeconds_.reset();
         loop = runLoopTask_;
     }
-    cancelled.clear();  // joins the heartbeat tasks, outside the lock
+    // Joins the heartbeats and the handlers, outside the lock. A handler must not outlive stop():
+    // it holds the worker while it runs, and whoever stops the worker may be about to exit.
+    // Cancelled, a handler gives up its download or inference; a result already on its way is
+    // sent first.
+    cancelled.clear();
     if (loop) {
         loop->join();
         std::lock_guard lock(mutex_);

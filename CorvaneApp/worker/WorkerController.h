@@ -158,7 +158,6 @@ private:
     std::optional<std::int64_t> lastSuggestedMaxShards_;
     std::optional<CoordinatorStrategySuggestion> lastStrategySuggestion_;
     std::set<std::string> terminallySubmittedJobIDs_;
-    std::vector<TaskHandle> retiredTasks_;  // handler tasks stop() let go; joined at destruction
 };
 
 }  // namespace corvane

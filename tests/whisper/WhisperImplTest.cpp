@@ -7,7 +7,6 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-#include <cstring>
 #include <stdexcept>
 
 #include "tests/support/LogCapture.h"
@@ -98,22 +97,20 @@ TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishWithTheChosenThrea
     const std::vector<float> pcm = sineSamples(3);
     EXPECT_FALSE(impl->transcribe(pcm).empty());
 
-    const whisper_full_params defaults = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
     EXPECT_EQ(seenSamples, pcm.data());
     EXPECT_EQ(seen.strategy, WHISPER_SAMPLING_GREEDY);
     EXPECT_EQ(seen.n_threads, 2);
     EXPECT_STREQ(seen.language, "en");
     EXPECT_FALSE(seen.detect_language || seen.translate || seen.no_timestamps);
-    EXPECT_FALSE(seen.print_special || seen.print_progress || seen.print_realtime || seen.print_timestamps);
-    EXPECT_EQ(std::tie(seen.no_context, seen.single_segment, seen.temperature_inc),
-              std::tie(defaults.no_context, defaults.single_segment, defaults.temperature_inc));
 }
 
 TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServesOn) {
     int call = 0;
+    std::stop_source stopping;
     auto impl = load([&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
         if (++call == 1) params.abort_callback = [](void*) { return true; };  // the encoder then fails
         if (call == 2) throw std::out_of_range("map::at");                    // C++ through the C interface
+        if (call == 4) stopping.request_stop();                               // the worker stops mid-run
         return whisper_full(ctx, params, samples, count);
     });
     const std::vector<float> pcm = sineSamples(2);
@@ -122,6 +119,9 @@ TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServe
     EXPECT_TRUE(logs.contains("WhisperHandler error: whisper_full failed with status -6"));
     EXPECT_TRUE(logs.contains("whisper.cpp error: whisper_full_with_state: failed to encode"));  // routed, not stderr
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: map::at)");
+    EXPECT_FALSE(impl->transcribe(pcm).empty());
+    EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm, stopping.get_token()); }),
+              "backendCrashed(underlying: inference cancelled)");
     EXPECT_FALSE(impl->transcribe(pcm).empty());
 }
 
@@ -142,9 +142,6 @@ TEST_F(WhisperImplTest, RunTakesOnly16kAudio) {
 TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirLogLine) {
     ScratchFolder folder;
     const std::string model = tools::makeWhisperTestModel({});
-    std::string badType = model;
-    const std::int32_t unknownType = 99;
-    std::memcpy(badType.data() + 4 + 10 * 4, &unknownType, 4);  // whisper.cpp would assert on it
     const char* crashed = "backendCrashed(underlying: contextInitFailed)";
     const struct {
         const char* name;
@@ -153,10 +150,8 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirLogLine) 
         std::string logLine;
     } rows[] = {
         {"missing", std::nullopt, "modelNotInstalled", "WhisperHandler error: Model file missing at "},
-        {"empty", "", crashed, "is not a whole whisper model: not a ggml model (bad magic)"},
-        {"half", model.substr(0, model.size() / 2), crashed, "file ends inside tensor decoder.token_embedding.weight"},
+        {"random", std::string(4096, '\x5a'), crashed, "is not a whole whisper model: not a ggml model (bad magic)"},
         {"tail", model.substr(0, model.size() - 10), crashed, "file ends inside tensor decoder.ln.bias"},
-        {"bad type", badType, crashed, "unknown weight type 99"},
     };
     for (const auto& row : rows) {
         if (row.bytes) folder.write(row.name, *row.bytes);
@@ -172,7 +167,7 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirLogLine) 
     const auto path = folder.write("renamed", renamed);
     LogCapture logs;
     {
-        LeakCheckPause pause;
+        [[maybe_unused]] LeakCheckPause pause;
         EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, {knobs.inputs(), {}}); }), crashed);
     }
     EXPECT_TRUE(logs.contains("WhisperHandler error: whisper_init_from_file_with_params returned NULL for " + path.string()));

@@ -197,20 +197,22 @@ TEST_F(RunLoop, ExpectedDurationAndSnapshotFollowTheOldestRunningShard) {
 TEST_F(RunLoop, StopReportsShardsInFlightOnlyAndDiscardsTheLateResult) {
     config.maxShardsInFlightOverride = 2;
     Gate& gate = newGate();
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token) {
+    std::atomic<bool> handlerReturned{false};
+    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token stop) {
         gate.markReached();
-        gate.wait();
-        return ScriptedHandler::transcript(job, "late");
+        gate.wait(stop);
+        handlerReturned = true;
+        return ScriptedHandler::transcript(job, "late");  // finished all the same
     }));
     http->queueClaims({makeClaim("run", "run", kModelA), makeClaim("queued", "queued", kModelB)});
     start();
     ASSERT_TRUE(gate.waitReached());
     controller->stop();
+    EXPECT_TRUE(handlerReturned) << "stop() returns only once the handler has";
     ASSERT_EQ(http->failures().size(), 1u);
     EXPECT_EQ(http->failures()[0].jobID, "run");
     EXPECT_EQ(http->failures()[0].reason.wireString(),
               "code=worker_shutdown; retryable=true; message=worker stopped while job was in flight");
-    gate.open();
     ASSERT_TRUE(awaitEvent<Event::ResultDiscarded>());
     EXPECT_EQ(*seen.back().as<Event::ResultDiscarded>(), (Event::ResultDiscarded{"run", "terminal state already submitted"}));
     EXPECT_TRUE(http->results().empty());

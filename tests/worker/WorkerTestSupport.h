@@ -10,6 +10,7 @@
 #include <mutex>
 #include <deque>
 #include <set>
+#include <stop_token>
 #include <thread>
 
 #include "CorvaneApp/models/HandlerBox.h"
@@ -67,6 +68,11 @@ public:
         std::unique_lock lock(mutex_);
         cv_.wait(lock, [&] { return open_; });
     }
+    // Also returns when `stop` is requested, as a handler honouring its cancellation does.
+    void wait(std::stop_token stop) {
+        std::unique_lock lock(mutex_);
+        cv_.wait(lock, stop, [&] { return open_; });
+    }
     void markReached() {
         {
             std::lock_guard lock(mutex_);
@@ -81,7 +87,7 @@ public:
 
 private:
     std::mutex mutex_;
-    std::condition_variable cv_;
+    std::condition_variable_any cv_;
     bool open_ = false;
     bool reached_ = false;
 };
