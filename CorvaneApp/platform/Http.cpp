@@ -235,8 +235,6 @@ Response Session::stream(const Request& request, const StreamCallbacks& callback
     return std::move(transfer.response);
 }
 
-namespace {
-
 // Percent-encodes every byte outside the letters, digits and `keep`.
 std::string percentEncode(std::string_view text, std::string_view keep) {
     static constexpr char hex[] = "0123456789ABCDEF";
@@ -252,8 +250,6 @@ std::string percentEncode(std::string_view text, std::string_view keep) {
     }
     return out;
 }
-
-}  // namespace
 
 // RFC 3986 pchar plus "/": unreserved, sub-delims, ":" and "@".
 std::string percentEncodePath(std::string_view text) { return percentEncode(text, "-._~!$&'()*+,;=:@/"); }

@@ -97,6 +97,8 @@ private:
 };
 
 // Percent-encodes everything outside the characters a URL path may carry ("/" stays).
+// Percent-encodes every byte outside the ASCII letters, digits and `keep`.
+std::string percentEncode(std::string_view text, std::string_view keep);
 std::string percentEncodePath(std::string_view text);
 // Percent-encodes for a query value.
 std::string percentEncodeQuery(std::string_view text);

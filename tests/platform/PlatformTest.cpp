@@ -70,6 +70,17 @@ TEST(EventStreamTest, KeepsOrderAcrossThreadsAndEndsWhenClosed) {
     for (int i = 0; i < 1000; ++i) ASSERT_EQ(received[i], i);
     stream.push(5);
     EXPECT_EQ(stream.tryNext(), std::nullopt) << "nothing enters a closed stream";
+
+    // A reader that lags behind: the read front is dropped in place and the order still holds.
+    EventStream<int> lagging;
+    for (int i = 0; i < 300; ++i) lagging.push(i);
+    for (int i = 0; i < 200; ++i) ASSERT_EQ(lagging.tryNext(), i);
+    for (int i = 300; i < 400; ++i) lagging.push(i);
+    EXPECT_EQ(lagging.tryNext(), 200);
+    const auto rest = lagging.drain();
+    ASSERT_EQ(rest.size(), 199u);
+    for (std::size_t i = 0; i < rest.size(); ++i) ASSERT_EQ(rest[i], int(201 + i));
+    EXPECT_EQ(lagging.tryNext(), std::nullopt);
 }
 
 TEST(Executors, TimersRunInDueOrderAndStopWhenTheirHandleGoes) {
