@@ -96,6 +96,7 @@ DevCoordinator::DevCoordinator(Options options)
           {"POST", PathPattern("/api/v1/jobs/{}/fail"), true, &DevCoordinator::handleFail},
           {"GET", PathPattern("/audio/{}"), false, &DevCoordinator::handleAudio},
           {"POST", PathPattern("/api/v1/workers/register"), false, &DevCoordinator::handleRegister},
+          {"PUT", PathPattern("/api/v1/workers/me/payout-prefs"), true, &DevCoordinator::handlePutPayoutPrefs},
       },
       server_(std::make_unique<httplib::Server>()) {
     for (ShardSpec& spec : options.shards) book_.add(std::move(spec));

@@ -77,6 +77,18 @@ class DevCoordinator {
     std::vector<HeartbeatRecord> heartbeats() const;
     std::vector<RegistrationRecord> registrations() const;
 
+    // Payout preferences (PUT "/api/v1/workers/me/payout-prefs"): the accepted pair, a method
+    // refused with 400 and "required_setup" until it is set up, and a payout cycle in progress
+    // that refuses every change with 409. See DevCoordinatorPayout.cpp.
+    struct PayoutPrefs {
+        std::string method = "ach";
+        std::string schedule = "weekly";
+        std::string updatedAt = "2026-01-01T00:00:00Z";
+    };
+    PayoutPrefs payoutPrefs() const;
+    void requirePayoutSetup(std::string method, std::string requiredSetup);
+    void setPayoutCycleInProgress(bool inProgress);
+
     // Blocks until the predicate holds or `limit` passes; returns whether it held. The
     // predicate runs without the coordinator's lock, so it may call the accessors above.
     bool waitUntil(std::function<bool(const DevCoordinator&)> predicate,
@@ -120,6 +132,7 @@ class DevCoordinator {
     void handleAudio(const httplib::Request& request, httplib::Response& response,
                      const std::string& fileName);
     void handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response, const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;
@@ -140,6 +153,9 @@ class DevCoordinator {
     std::vector<FailureRecord> failures_;                        // guarded by mutex_
     std::vector<HeartbeatRecord> heartbeats_;                    // guarded by mutex_
     std::vector<RegistrationRecord> registrations_;              // guarded by mutex_
+    PayoutPrefs payoutPrefs_;                                    // guarded by mutex_
+    std::map<std::string, std::string> payoutSetupRequired_;     // guarded by mutex_
+    bool payoutCycleInProgress_ = false;                         // guarded by mutex_
 
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;
