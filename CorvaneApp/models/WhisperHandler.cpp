@@ -5,6 +5,7 @@
 
 #include "CorvaneApp/models/AudioPipeline.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/StageTiming.h"
 #include "CorvaneApp/platform/Log.h"
 
 namespace corvane {
@@ -13,22 +14,6 @@ namespace {
 const ModelCatalogueEntry& catalogued() {
     static const ModelCatalogueEntry entry = *catalogueEntry(whisperModelIdentifier());
     return entry;
-}
-
-// Runs one stage and tells the observer its seconds, whether the stage worked or threw.
-template <typename Work>
-auto timedStage(ModelHandlerStage stage, const StageObserver& observer, const NowFunction& now, Work&& work) {
-    const Date start = now();
-    std::optional<decltype(work())> value;
-    std::exception_ptr failure;
-    try {
-        value.emplace(work());
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    if (observer) observer(stage, secondsBetween(start, now()));
-    if (failure) std::rethrow_exception(failure);
-    return std::move(*value);
 }
 
 }  // namespace
@@ -52,7 +37,7 @@ WhisperHandler::WhisperHandler(const std::filesystem::path& modelDirectory, Chip
     installedVersion_ = "1";
 }
 
-JobResult WhisperHandler::handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token) {
+JobResult WhisperHandler::handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) {
     const Date start = now_();
     if (job.category != ModelCategory::transcription) {
         throw ModelError(ModelError::InvalidInput{"WhisperHandler only handles .transcription jobs, got " +
@@ -61,7 +46,7 @@ JobResult WhisperHandler::handle(const ClaimedJob& job, const StageObserver& sta
     const std::vector<float> pcm =
         timedStage(ModelHandlerStage::decode, stageObserver, now_, [&] { return decode_(job.inputPath); });
     std::string text =
-        timedStage(ModelHandlerStage::inference, stageObserver, now_, [&] { return impl_->transcribe(pcm); });
+        timedStage(ModelHandlerStage::inference, stageObserver, now_, [&] { return impl_->transcribe(pcm, stop); });
 
     JobResult result;
     result.jobID = job.id;

@@ -1,0 +1,113 @@
+// Both model families against the local coordinator: one poll brings Whisper and Parakeet claims
+// together; the Parakeet ones wait until the Whisper ones are done, then start together on one
+// swap made by the application's handler loader, and a later Whisper claim swaps back. Every
+// shard ends in exactly one result.
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
+#include "CorvaneApp/coordinator/WorkerHTTPClient.h"
+#include "CorvaneApp/models/ClaimMaterialiser.h"
+#include "CorvaneApp/models/HandlerLoader.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/worker/WorkerController.h"
+#include "tests/parakeet/ParakeetFixtures.h"
+#include "tools/dev-coordinator/DevCoordinator.h"
+
+namespace corvane::testing {
+namespace {
+
+constexpr std::chrono::seconds kSafetyLimit{240};  // only a broken worker gets near it
+
+TEST(SwapEndToEnd, ClaimsOfTheOtherModelWaitThenRunTogetherOnOneSwap) {
+    ScratchFolder folder;
+    folder.write("audio/hello.wav", wavBytes(helloWorldAudio()));
+    auto box = std::make_shared<HandlerBox>();
+    HandlerLoader::Dependencies loading;
+    loading.box = box;
+    loading.modelCache = modelCacheAt(folder / "cache");
+    auto whisperFile = loading.modelCache->modelDirectory(whisperModelIdentifier()) /
+                       loading.modelCache->registry().spec(whisperModelIdentifier())->filename;
+    std::filesystem::create_directories(whisperFile.parent_path());
+    std::filesystem::copy_file(whisperTestModelFile(), whisperFile);
+    loading.chipTier = [] { return ChipTier::t1; };
+    loading.whisper.impl.threadInputs = {[] { return WhisperThreadInputs::Settings{0, 100, 100}; },
+                                         [] { return std::optional<double>(); },
+                                         [] { return std::optional<std::int64_t>(); }, [] { return std::int64_t{1}; }};
+    loading.parakeet = std::make_shared<const ParakeetCache>(installScriptedParakeet(folder), scriptedParakeetRuntime());
+    HandlerLoader loader(std::move(loading));
+    loader(whisperModelIdentifier());  // the start-up's first handler
+
+    const auto parakeet = parakeetModelIdentifier();
+    dev::DevCoordinator coordinator({.audioDir = folder.path() / "audio",
+                                     .shards = {{.jobID = "job-w", .shardID = "w1", .audioFile = "hello.wav",
+                                                 .modelIdentifier = whisperModelIdentifier()},
+                                                {.jobID = "job-p", .shardID = "p1", .audioFile = "hello.wav",
+                                                 .modelIdentifier = parakeet},
+                                                {.jobID = "job-w", .shardID = "w2", .audioFile = "hello.wav"},
+                                                {.jobID = "job-p", .shardID = "p2", .audioFile = "hello.wav",
+                                                 .modelIdentifier = parakeet}}});
+
+    auto session = std::make_shared<const http::Session>();
+    WorkerController::Dependencies d;
+    d.http = std::make_shared<WorkerHTTPClient>(coordinator.baseURL(), "dev-token", "worker-swap", "e2e", session);
+    CapabilityAdvertiser::Providers capabilities;
+    capabilities.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider("q5_0", [] { return true; });
+    capabilities.chipTierProvider = [] { return std::string("t1"); };
+    capabilities.ramGBProvider = [] { return std::int64_t{16}; };
+    d.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(capabilities));
+    d.handlerLookup = [box](const ModelIdentifier&) { return box->current(); };
+    d.materialiser = ClaimMaterialiser(session, folder.path());
+    d.isEligible = [] { return true; };
+    d.strategyHolder = std::make_shared<StrategySuggestionHolder>();
+    d.config.pollInterval = 0.2;
+    d.config.eligibilityRecheckInterval = 0.2;
+    d.config.maxShardsInFlightOverride = 4;
+    d.sleepProvider = std::make_shared<TaskSleepProvider>();
+    d.handlerLoader = loader;
+    auto worker = WorkerController::create(std::move(d));
+    worker->start();
+
+    auto reports = [](const dev::DevCoordinator& c) { return c.results().size() + c.failures().size(); };
+    ASSERT_TRUE(coordinator.waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 4; }, kSafetyLimit));
+    coordinator.addShard({.jobID = "job-w3", .shardID = "w3", .audioFile = "hello.wav", .modelIdentifier = whisperModelIdentifier()});
+    ASSERT_TRUE(coordinator.waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 5; }, kSafetyLimit));
+    worker->stop();
+
+    EXPECT_TRUE(coordinator.failures().empty());
+    std::vector<std::string> order;
+    std::map<std::string, int> perShard;
+    for (const auto& result : coordinator.results()) {
+        const std::string shard = result.shardID.value_or("none");
+        SCOPED_TRACE(shard + ": " + result.body.dump());
+        order.push_back(shard);
+        ++perShard[shard];
+        if (shard[0] == 'p') {
+            EXPECT_EQ(result.body["transcript"], "hello world");
+            EXPECT_EQ(result.body["backend"], "speech-engine-parakeet");
+            EXPECT_EQ(result.body["model"], "parakeet-tdt-0.6b-v2");
+        } else {
+            EXPECT_EQ(result.body["backend"], "whisper-cpp-swift");
+        }
+    }
+    EXPECT_EQ(perShard, (std::map<std::string, int>{{"p1", 1}, {"p2", 1}, {"w1", 1}, {"w2", 1}, {"w3", 1}}));
+    EXPECT_EQ(std::set<std::string>(order.begin(), order.begin() + 2), (std::set<std::string>{"w1", "w2"}));
+    EXPECT_EQ(std::set<std::string>(order.begin() + 2, order.begin() + 4), (std::set<std::string>{"p1", "p2"}));
+    EXPECT_EQ(order[4], "w3");
+
+    std::vector<std::pair<std::string, std::string>> swaps;  // from, to
+    for (const auto& event : worker->events().drain()) {
+        if (auto swap = event.as<WorkerControllerEvent::ModelSwap>()) {
+            swaps.emplace_back(swap->from ? swap->from->model : "none", swap->to.model);
+        }
+    }
+    EXPECT_EQ(swaps, (std::vector<std::pair<std::string, std::string>>{
+                         {"whisper-large-v3-turbo-q4", "parakeet-tdt-0.6b-v2"},
+                         {"parakeet-tdt-0.6b-v2", "whisper-large-v3-turbo-q4"}}))
+        << "p1 and p2 share one swap";
+}
+
+}  // namespace
+}  // namespace corvane::testing
