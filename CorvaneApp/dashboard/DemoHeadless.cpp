@@ -1,0 +1,48 @@
+#include "CorvaneApp/dashboard/DemoHeadless.h"
+
+#include <chrono>
+#include <ctime>
+#include <thread>
+
+#include "CorvaneApp/app/HeadlessRunner.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
+#include "CorvaneApp/platform/Log.h"
+
+namespace corvane {
+
+std::optional<std::string> DemoShardLog::tick(double sessionElapsed) {
+    auto now = liveShardProgress(sessionElapsed);
+    // Same shard still running (only its elapsed time moved), or still none: nothing to say.
+    bool sameShard = now && last_ && now->jobID == last_->jobID && now->shardID == last_->shardID;
+    if (started_ && (sameShard || (!now && !last_))) {
+        last_ = now;
+        return std::nullopt;
+    }
+    started_ = true;
+    last_ = now;
+    if (!now) return "demo worker idle between shards";
+    return "demo shard " + now->shardID + " of " + now->jobID + " running, expected " +
+           std::to_string(static_cast<int>(now->expectedDurationSeconds)) + " s";
+}
+
+int runDemoHeadless(const std::string& version) {
+    auto logger = log::get("corvane");
+    logger->info("corvane {} starting headless with demo data; nothing reaches a coordinator", version);
+    LoopExecutor loop;
+    DemoShardLog shardLog;
+    const auto start = std::chrono::steady_clock::now();
+    auto tick = [&] {
+        double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (auto line = shardLog.tick(elapsed)) logger->info("{}", *line);
+    };
+    tick();
+    auto timer = loop.scheduleRepeating(1.0, tick);
+
+    auto signalWatcher = quitOnTerminationSignal(loop);
+    loop.run();
+    signalWatcher.request_stop();
+    logger->info("corvane stopped");
+    return 0;
+}
+
+}  // namespace corvane
