@@ -1,8 +1,12 @@
 // corvane: the worker application. With a display it lives in the tray; without one, or with
 // --headless, the same worker runs on a plain main loop. `enroll` connects the computer once.
 
+#include <signal.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,10 +14,14 @@
 #include "CorvaneApp/app/EnrollCommand.h"
 #include "CorvaneApp/app/HeadlessRunner.h"
 #include "CorvaneApp/app/OnboardingSystemCredentialStore.h"
+#include "CorvaneApp/app/WorkerStatusTracker.h"
+#include "CorvaneApp/config/DataMode.h"
+#include "CorvaneApp/config/UserDefaults.h"
+#include "CorvaneApp/dashboard/DemoHeadless.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/platform/Paths.h"
 #ifdef CORVANE_HAS_DESKTOP
-#include "CorvaneApp/app/AppDelegate.h"
+#include "CorvaneApp/app/AppSession.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/DesktopApp.h"
 #endif
@@ -21,13 +29,34 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: corvane [--headless]\n"
+    "usage: corvane [--headless] [--data-mode=real|dummy]\n"
     "       corvane enroll --coordinator URL [--token-stdin | --token-file FILE] [--schedule WHEN]\n"
+    "       corvane status\n"
     "\n"
     "  (no arguments)  run the worker: in the tray when a display is available, else headless\n"
     "  --headless      run the worker without a display, logging to stderr and the log file;\n"
     "                  SIGTERM or SIGINT stop it cleanly\n"
-    "  enroll          connect this computer to a coordinator (see: corvane enroll --help)\n";
+    "  --data-mode=dummy  show sample data instead: no coordinator, settings kept in memory\n"
+    "                  (also CORVANE_DATA_MODE, or the CorvaneDataMode user default)\n"
+    "  enroll          connect this computer to a coordinator (see: corvane enroll --help)\n"
+    "  status          print the running worker's status, job and last error\n";
+
+// Reads what the running instance last published; exit 3 when none is running.
+int status() {
+    try {
+        const auto record = corvane::readWorkerStatusFile(corvane::workerStatusFilePath());
+        const bool alive = record && (record->pid <= 0 || ::kill(pid_t(record->pid), 0) == 0 || errno == EPERM);
+        if (!alive) {
+            std::cout << "Corvane is not running.\n";
+            return 3;
+        }
+        std::cout << corvane::describe(*record);
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "corvane: " << error.what() << "\n";
+        return 1;
+    }
+}
 
 int enroll(const std::vector<std::string>& arguments) {
     corvane::OnboardingMachineFacts::Sources sources;
@@ -50,46 +79,24 @@ bool hasDisplay() {
     return set("DISPLAY") || set("WAYLAND_DISPLAY");
 }
 
-// The application as the tray sees it. The full status words arrive with the app model; until
-// then the line says what the worker is doing in plain terms.
+// The application as the tray sees it: the model's status words, read at every refresh.
 class AppDesktopSession final : public corvane::DesktopSession {
 public:
     explicit AppDesktopSession(corvane::Executor& main)
-        : delegate_(corvane::AppDelegate::create(main, corvane::AppEnvironment::system(CORVANE_VERSION))) {
-        delegate_->launch();
+        : session_(main, corvane::AppEnvironment::system(CORVANE_VERSION)) {
+        session_.launch();
     }
     corvane::TrayStatus trayStatus() override {
-        const auto& bridge = delegate_->workerBridge();
-        std::string line;
-        std::string icon;
-        if (!bridge) {
-            line = delegate_->isWorkerEnrolled() ? "Starting" : "Not enrolled: run corvane enroll";
-            icon = "notEnrolled";
-        } else if (delegate_->modelFailure()) {
-            line = "Model download failed";
-            icon = "error";
-        } else if (!delegate_->modelReady()) {
-            line = "Preparing the model";
-            icon = "idle";
-        } else if (auto reason = delegate_->eligibilityGate().reason()) {
-            line = "Paused: " + *reason;
-            icon = "paused";
-        } else if (bridge->hasActiveJob()) {
-            line = "Working";
-            icon = "earning";
-        } else {
-            line = "Waiting for work";
-            icon = "idle";
-        }
-        return {line, "Corvane: " + line, icon};
+        const auto p = session_.refreshedPresentation();
+        return {p.label + " — " + session_.statusSubtitle(), p.tooltip, std::string(corvane::rawValue(p.status))};
     }
     void openDashboard() override {}
     void showPreferences() override {}
     void about() override { corvane::log::get("corvane")->info("Corvane {}", CORVANE_VERSION); }
-    void shutdown() override { delegate_->terminate(); }
+    void shutdown() override { session_.terminate(); }
 
 private:
-    std::shared_ptr<corvane::AppDelegate> delegate_;
+    corvane::AppSession session_;
 };
 #endif
 
@@ -100,14 +107,27 @@ int main(int argc, char** argv) {
     if (!arguments.empty() && arguments.front() == "enroll") {
         return enroll(std::vector<std::string>(arguments.begin() + 1, arguments.end()));
     }
+    if (!arguments.empty() && arguments.front() == "status") return status();
     if (!arguments.empty() && (arguments.front() == "--help" || arguments.front() == "-h" || arguments.front() == "help")) {
         std::cout << kUsage;
         return 0;
     }
-    const bool headless = !arguments.empty() && arguments.front() == "--headless";
-    if (!arguments.empty() && !headless) {
-        std::cerr << "corvane: unknown argument " << arguments.front() << "\n" << kUsage;
+    std::map<std::string, std::string> environment;
+    if (const char* mode = std::getenv("CORVANE_DATA_MODE")) environment["CORVANE_DATA_MODE"] = mode;
+    const auto dataMode = corvane::resolveDataMode(arguments, environment, corvane::UserDefaults());
+    std::vector<std::string> runArguments;  // without the data-mode switches, read above
+    for (const auto& argument : arguments) {
+        if (!argument.starts_with("--data-mode=")) runArguments.push_back(argument);
+    }
+    const bool headless = !runArguments.empty() && runArguments.front() == "--headless";
+    if (!runArguments.empty() && !headless) {
+        std::cerr << "corvane: unknown argument " << runArguments.front() << "\n" << kUsage;
         return 2;
+    }
+    if (dataMode == corvane::DataMode::dummy) {
+        // The sample session has no desktop screens yet; it runs its rhythm in the log.
+        corvane::blockTerminationSignals();
+        return corvane::runDemoHeadless(CORVANE_VERSION);
     }
 #ifdef CORVANE_HAS_DESKTOP
     if (!headless && hasDisplay()) {

@@ -12,6 +12,7 @@
 #include "CorvaneApp/eligibility/SystemMeetingProbe.h"
 #include "CorvaneApp/models/ChipTier.h"
 #include "CorvaneApp/models/ClaimMaterialiser.h"
+#include "CorvaneApp/models/HandlerLoader.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/models/WhisperHandler.h"
@@ -34,6 +35,8 @@ AppEnvironment AppEnvironment::system(std::string version) {
     env.configPath = paths::varnixDir() / "config.yaml";
     env.runtimeStatePath = paths::varnixDir() / "worker-runtime-state.json";
     env.modelRoot = ModelCache::defaultRootDirectory();
+    env.parakeetDirectory = ParakeetCache::defaultDirectory();
+    // No runtime for Parakeet's compiled networks exists on Linux yet: it stays unadvertised.
     env.tempDirectory = paths::tempDir();
     env.userDefaultsFile = UserDefaults::defaultFile();
     env.version = std::move(version);
@@ -73,6 +76,7 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
     cacheDependencies.rootDirectory = env_.modelRoot;
     cacheDependencies.session = env_.session;
     modelCache_ = std::make_shared<ModelCache>(std::move(cacheDependencies));
+    parakeetCache_ = std::make_shared<const ParakeetCache>(env_.parakeetDirectory, env_.parakeetRuntime);
     stateReader_ = std::make_unique<RuntimeStateReader>(main_, env_.runtimeStatePath);
     refreshMirror();
     storeSubscription_ = configStore_->observe([this](WorkerConfigStore::Field) { refreshMirror(); });
@@ -128,6 +132,7 @@ std::vector<ModelIdentifier> AppDelegate::installedModels() const {
     for (const auto& spec : modelCache_->registry().all()) {
         if (modelCache_->isCached(spec.identifier)) installed.push_back(spec.identifier);
     }
+    if (parakeetCache_->canServe()) installed.push_back(parakeetModelIdentifier());
     return installed;
 }
 
@@ -212,24 +217,15 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
         return std::nullopt;
     };
     deps.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
+    deps.handlerLoader = HandlerLoader({box, modelCache_, [machine] { return currentChipTier(*machine); }, whisperOptions(),
+                                        parakeetCache_, {}});
     workerController_ = WorkerController::create(std::move(deps));
     workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
     observers_.notify();
     restartModelCacheTask();
 }
 
-void AppDelegate::restartModelCacheTask() {
-    if (!workerBridge_ || terminated_) return;
-    auto spec = modelCache_->registry().spec(whisperModelIdentifier());
-    if (!spec) {
-        logger()->error("no ModelSpec for {} \u2014 worker cannot start", whisperModelIdentifier().model);
-        return;
-    }
-    modelRetryTimer_.cancel();
-    if (modelCacheTask_) {
-        modelCacheTask_->cancel();
-        modelCacheTask_.reset();
-    }
+WhisperHandler::Options AppDelegate::whisperOptions() const {
     auto mirror = mirror_;
     auto machine = env_.machine;
     WhisperHandler::Options options;
@@ -245,6 +241,23 @@ void AppDelegate::restartModelCacheTask() {
         return static_cast<std::int64_t>(std::llround(*percent));
     };
     options.impl.threadInputs.activeProcessorCount = [machine] { return static_cast<std::int64_t>(machine->logicalCoreCount()); };
+    return options;
+}
+
+void AppDelegate::restartModelCacheTask() {
+    if (!workerBridge_ || terminated_) return;
+    auto spec = modelCache_->registry().spec(whisperModelIdentifier());
+    if (!spec) {
+        logger()->error("no ModelSpec for {} \u2014 worker cannot start", whisperModelIdentifier().model);
+        return;
+    }
+    modelRetryTimer_.cancel();
+    if (modelCacheTask_) {
+        modelCacheTask_->cancel();
+        modelCacheTask_.reset();
+    }
+    auto machine = env_.machine;
+    auto options = whisperOptions();
 
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Executor& main = main_;
@@ -303,8 +316,36 @@ void AppDelegate::requestModelDownloadRetry() {
     }
 }
 
+void AppDelegate::startParakeetInstallTask() {
+    if (terminated_) return;
+    if (parakeetInstallTask_) {
+        parakeetInstallTask_->cancel();
+        parakeetInstallTask_.reset();
+    }
+    std::weak_ptr<AppDelegate> weak = weak_from_this();
+    Executor& main = main_;
+    parakeetInstallTask_ = Task::start([weak, &main, cache = parakeetCache_](std::stop_token stop) {
+        try {
+            logger()->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
+            cache->install({}, stop);
+            if (stop.stop_requested()) return;
+            logger()->info("startParakeetInstallTask: Parakeet weights ready");
+            main.post([weak] {
+                if (auto self = weak.lock()) self->observers_.notify();
+            });
+        } catch (const std::exception& error) {
+            if (stop.stop_requested()) return;
+            logger()->error("startParakeetInstallTask failed: {}", error.what());
+        }
+    });
+}
+
 void AppDelegate::teardownWorker() {
     modelRetryTimer_.cancel();
+    if (parakeetInstallTask_) {
+        parakeetInstallTask_->cancel();
+        parakeetInstallTask_.reset();
+    }
     if (modelCacheTask_) {
         modelCacheTask_->cancel();
         modelCacheTask_.reset();  // waits for a model load in progress to give up

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/BackgroundRunner.h"
 #include "CorvaneApp/config/CredentialBackend.h"
 #include "CorvaneApp/config/DataMode.h"
@@ -24,6 +25,8 @@
 #include "CorvaneApp/models/HandlerBox.h"
 #include "CorvaneApp/models/MachineProbe.h"
 #include "CorvaneApp/models/ModelCache.h"
+#include "CorvaneApp/models/ParakeetCache.h"
+#include "CorvaneApp/models/WhisperHandler.h"
 #include "CorvaneApp/platform/Executor.h"
 #include "CorvaneApp/platform/Http.h"
 #include "CorvaneApp/worker/WorkerControllerBridge.h"
@@ -36,6 +39,10 @@ struct AppEnvironment {
     std::filesystem::path configPath;        // ~/.varnix-compute/config.yaml
     std::filesystem::path runtimeStatePath;  // ~/.varnix-compute/worker-runtime-state.json
     std::filesystem::path modelRoot;         // weights, as the model cache lays them out
+    std::filesystem::path parakeetDirectory;  // Parakeet's model set
+    // What runs Parakeet's networks; absent where no runtime can, and then Parakeet is neither
+    // advertised nor loaded.
+    std::shared_ptr<const ParakeetRuntime> parakeetRuntime;
     std::filesystem::path tempDirectory;     // downloaded shard audio
     std::filesystem::path userDefaultsFile;
     std::string version;
@@ -70,11 +77,17 @@ public:
     void buildAndStartWorkerIfPossible();
     void restartModelCacheTask();
     void requestModelDownloadRetry();
+    // Fetches Parakeet's model set in the background; it is advertised on the next poll once there.
+    void startParakeetInstallTask();
     void teardownWorker();
 
     EligibilityGate& eligibilityGate() { return *gate_; }
     WorkerConfigStore& configStore() { return *configStore_; }
     const std::shared_ptr<WorkerControllerBridge>& workerBridge() const { return workerBridge_; }
+    const AppEnvironment& environment() const { return env_; }
+    const RuntimeStateReader& stateReader() const { return *stateReader_; }
+    const std::shared_ptr<ResourceSampler>& sampler() const { return sampler_; }  // null before launch()
+    KeychainStore& keychain() { return *keychain_; }
     // The text of the last model download or load failure; cleared when the model is ready.
     const std::optional<std::string>& modelFailure() const { return modelFailure_; }
     bool modelReady() const { return modelReady_; }
@@ -90,6 +103,7 @@ private:
     };
     void refreshMirror();
     std::vector<ModelIdentifier> installedModels() const;
+    WhisperHandler::Options whisperOptions() const;
     void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
     void modelFailedOnMain(std::string description);
 
@@ -101,6 +115,7 @@ private:
     std::unique_ptr<WorkerConfigStore> configStore_;
     std::shared_ptr<KeychainStore> keychain_;
     std::shared_ptr<ModelCache> modelCache_;
+    std::shared_ptr<const ParakeetCache> parakeetCache_;
     std::unique_ptr<RuntimeStateReader> stateReader_;
     std::shared_ptr<ResourceSampler> sampler_;
     std::unique_ptr<IdleEligibilityMonitor> idleMonitor_;
@@ -112,6 +127,7 @@ private:
     std::shared_ptr<WorkerController> workerController_;
     std::shared_ptr<WorkerControllerBridge> workerBridge_;
     TaskHandle modelCacheTask_;
+    TaskHandle parakeetInstallTask_;
     TimerHandle modelRetryTimer_;
     std::optional<std::string> modelFailure_;
     bool modelReady_ = false;

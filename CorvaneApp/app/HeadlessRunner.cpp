@@ -7,7 +7,8 @@
 #include <ostream>
 #include <thread>
 
-#include "CorvaneApp/app/AppDelegate.h"
+#include "CorvaneApp/app/AppSession.h"
+#include "CorvaneApp/config/WorkerConfigWriter.h"
 #include "CorvaneApp/platform/LoopExecutor.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/Paths.h"
@@ -23,11 +24,61 @@ sigset_t terminationSignals() {
     return set;
 }
 
+// Logs each change of the status words once, and keeps the status file that `corvane status`
+// reads in step with them. The file goes with a clean stop.
+class StatusPublisher {
+public:
+    StatusPublisher(AppSession& session, std::filesystem::path file) : session_(session), file_(std::move(file)) {}
+    ~StatusPublisher() {
+        std::error_code ignored;
+        std::filesystem::remove(file_, ignored);
+    }
+    StatusPublisher(const StatusPublisher&) = delete;
+    StatusPublisher& operator=(const StatusPublisher&) = delete;
+
+    void tick() {
+        WorkerStatusRecord record = session_.statusRecord();
+        if (!last_ || last_->presentation != record.presentation) {
+            const auto& p = record.presentation;
+            log::get("corvane")->info("status: {} — {}", p.label, p.sub);
+        }
+        record.updatedAt = last_ ? last_->updatedAt : "";
+        if (last_ && *last_ == record) return;
+        record.updatedAt = internetDateTime(systemNow());
+        last_ = record;
+        try {
+            writeWorkerStatusFile(file_, record);
+        } catch (const std::exception& error) {
+            log::get("corvane")->warn("cannot write the status file {}: {}", file_.string(), error.what());
+        }
+    }
+
+private:
+    AppSession& session_;
+    std::filesystem::path file_;
+    std::optional<WorkerStatusRecord> last_;
+};
+
 }  // namespace
 
 void blockTerminationSignals() {
     sigset_t set = terminationSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+std::jthread quitOnTerminationSignal(LoopExecutor& loop) {
+    return std::jthread([&loop](std::stop_token stop) {
+        sigset_t set = terminationSignals();
+        timespec tick{0, 200'000'000};
+        while (!stop.stop_requested()) {
+            int signal = sigtimedwait(&set, nullptr, &tick);
+            if (signal == SIGTERM || signal == SIGINT) {
+                log::get("corvane")->info("received {}, stopping", signal == SIGTERM ? "SIGTERM" : "SIGINT");
+                loop.quit();
+                return;
+            }
+        }
+    });
 }
 
 int runHeadless(const std::string& version, std::ostream& out, std::ostream& err) {
@@ -47,8 +98,8 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
         double seconds = std::strtod(retry, &end);
         if (end != retry && *end == '\0' && seconds > 0) environment.modelRetrySeconds = seconds;
     }
-    auto delegate = AppDelegate::create(loop, std::move(environment));
-    if (!delegate->isWorkerEnrolled()) {
+    AppSession session(loop, std::move(environment));
+    if (!session.delegate().isWorkerEnrolled()) {
         out << "This computer is not enrolled with a coordinator yet.\n"
                "Enrol it once with:\n"
                "  corvane enroll --coordinator <URL> --token-stdin < token.txt\n"
@@ -56,22 +107,14 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
         return 2;
     }
     logger->info("corvane {} starting headless", version);
-    delegate->launch();
+    session.launch();
+    StatusPublisher status(session, workerStatusFilePath());
+    status.tick();
+    auto statusTimer = loop.scheduleRepeating(2.0, [&status] { status.tick(); });
 
-    std::jthread signalWatcher([&loop, logger](std::stop_token stop) {
-        sigset_t set = terminationSignals();
-        timespec tick{0, 200'000'000};
-        while (!stop.stop_requested()) {
-            int signal = sigtimedwait(&set, nullptr, &tick);
-            if (signal == SIGTERM || signal == SIGINT) {
-                logger->info("received {}, stopping", signal == SIGTERM ? "SIGTERM" : "SIGINT");
-                loop.quit();
-                return;
-            }
-        }
-    });
+    auto signalWatcher = quitOnTerminationSignal(loop);
     loop.run();
-    delegate->terminate();
+    session.terminate();
     signalWatcher.request_stop();
     logger->info("corvane stopped");
     return 0;

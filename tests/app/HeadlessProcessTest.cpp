@@ -78,17 +78,26 @@ protected:
     fs::path varnix() const { return home.path() / ".varnix-compute"; }
     fs::path logFile() const { return home.path() / "state" / "Corvane" / "logs" / "corvane-app.log"; }
 
-    void writeConfig(const std::string& coordinatorURL) {
+    static std::string weeklyGrid(const std::string& cell) {
+        std::string row = cell;
+        for (int hour = 1; hour < 24; ++hour) row += ", " + cell;
+        std::string grid = "schedule:\n  weekly_grid:\n";
+        for (int day = 0; day < 7; ++day) grid += "    - [" + row + "]\n";
+        return grid;
+    }
+    void writeConfig(const std::string& coordinatorURL, const std::string& more = "") {
         fs::create_directories(varnix());
         writeFileAtomically(varnix() / "config.yaml",
-                            "coordinator_url: \"" + coordinatorURL + "\"\nworker_id: \"worker-e2e\"\n", 0600);
+                            "coordinator_url: \"" + coordinatorURL + "\"\nworker_id: \"worker-e2e\"\n" + more, 0600);
     }
     void storeToken(const std::string& coordinatorURL) {
         KeychainStore store(std::make_shared<FileCredentialBackend>(varnix() / "credentials"));
         store.storePythonWorkerToken("dev-token", coordinatorURL, "worker-e2e");
     }
+    // Enrolled with every hour of the week allowed, so the worker's chance to work does not hang
+    // on the hour the test runs at.
     void enroll() {
-        writeConfig(coordinator->baseURL());
+        writeConfig(coordinator->baseURL(), weeklyGrid("true"));
         storeToken(coordinator->baseURL());
     }
     // The generated model where the model cache keeps the Whisper weights under XDG_DATA_HOME.
@@ -99,6 +108,12 @@ protected:
     }
 
     void start(std::vector<std::string> extraEnvironment = {}) {
+        child = spawn({"--headless"}, home.path() / "stdout.txt", std::move(extraEnvironment));
+    }
+
+    // Runs `corvane <arguments>` in the test's home, its stdout going to `output`.
+    pid_t spawn(std::vector<std::string> arguments, const fs::path& output,
+                std::vector<std::string> extraEnvironment = {}) {
         std::vector<std::string> env{"HOME=" + home.path().string(),
                                      "XDG_DATA_HOME=" + (home.path() / "data").string(),
                                      "XDG_CONFIG_HOME=" + (home.path() / "config").string(),
@@ -108,14 +123,26 @@ protected:
         std::vector<char*> envp;
         for (auto& e : env) envp.push_back(e.data());
         envp.push_back(nullptr);
-        std::string binary = CORVANE_BINARY, flag = "--headless";
-        std::string outPath = (home.path() / "stdout.txt").string();
-        char* argv[] = {binary.data(), flag.data(), nullptr};
+        std::string binary = CORVANE_BINARY;
+        std::vector<char*> argv{binary.data()};
+        for (auto& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ASSERT_EQ(posix_spawn(&child, binary.c_str(), &actions, nullptr, argv, envp.data()), 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        pid_t pid = -1;
+        EXPECT_EQ(posix_spawn(&pid, binary.c_str(), &actions, nullptr, argv.data(), envp.data()), 0);
         posix_spawn_file_actions_destroy(&actions);
+        return pid;
+    }
+
+    // `corvane status` in the test's home: its exit status and what it printed.
+    std::pair<int, std::string> status() {
+        const fs::path output = home.path() / "status.txt";
+        pid_t pid = spawn({"status"}, output);
+        int code = 0;
+        ::waitpid(pid, &code, 0);
+        return {WIFEXITED(code) ? WEXITSTATUS(code) : -1, readFile(output).value_or("")};
     }
 
     // Waits for the child to end, at most `limit`; gives its exit status, or -1 when it did not end.
@@ -240,6 +267,32 @@ TEST_F(HeadlessProcess, AFailedModelDownloadKeepsTheWorkerStoppedUntilARetrySucc
         << readFile(logFile()).value_or("");
     ASSERT_EQ(::kill(child, SIGTERM), 0);
     EXPECT_EQ(waitForExit(5000ms), 0);
+}
+
+TEST_F(HeadlessProcess, StatusPrintsTheLineTheWorkerLoggedLast) {
+    EXPECT_EQ(status(), (std::pair<int, std::string>{3, "Corvane is not running.\n"}));
+    // Every hour of the week switched off: the worker starts and stays outside its schedule.
+    writeConfig(coordinator->baseURL(), weeklyGrid("false"));
+    storeToken(coordinator->baseURL());
+    installModel();
+    start();
+    const std::string expected = "status: Outside schedule window — Outside schedule window";
+    ASSERT_TRUE(eventually([&] { return readFile(logFile()).value_or("").find(expected) != std::string::npos; }, 60s))
+        << readFile(logFile()).value_or("(no log)");
+    // The last status line the worker logged is the one `corvane status` prints first.
+    const auto log = readFile(logFile()).value_or("");
+    const auto last = log.rfind("status: ");
+    const auto logged = log.substr(last + 8, log.find('\n', last) - last - 8);
+    auto [code, printed] = status();
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(printed.substr(0, printed.find('\n')), logged) << printed;
+    EXPECT_NE(printed.find("last error: none"), std::string::npos) << printed;
+    EXPECT_EQ(fs::status(home.path() / "state" / "Corvane" / "status.json").permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(waitForExit(5000ms), 0);
+    EXPECT_EQ(status().first, 3) << "a clean stop takes the status file with it";
 }
 
 }  // namespace

@@ -220,7 +220,8 @@ class TraySmokeTest : public ::testing::Test {
 
     static std::unique_ptr<QProcess> start(const QString& program, const QStringList& arguments,
                                            const QString& platform = QString(),
-                                           const QString& stderrFile = QString()) {
+                                           const QString& stderrFile = QString(),
+                                           const QStringList& extraEnvironment = {}) {
         auto process = std::make_unique<QProcess>();
         auto environment = QProcessEnvironment::systemEnvironment();
         for (const char* name :
@@ -231,6 +232,10 @@ class TraySmokeTest : public ::testing::Test {
         environment.insert(QStringLiteral("DISPLAY"), displayName);
         environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), root->path());
         if (!platform.isEmpty()) environment.insert(QStringLiteral("QT_QPA_PLATFORM"), platform);
+        for (const auto& entry : extraEnvironment) {
+            const auto equals = entry.indexOf(u'=');
+            environment.insert(entry.left(equals), entry.mid(equals + 1));
+        }
         process->setProcessEnvironment(environment);
         if (!stderrFile.isEmpty()) process->setStandardErrorFile(stderrFile);
         process->start(QStandardPaths::findExecutable(program).isEmpty()
@@ -359,6 +364,30 @@ TEST_F(TraySmokeTest, ASessionThatCannotBeBuiltEndsTheProcessWithAnError) {
         << stderrText();
     EXPECT_FALSE(QFile::exists(path("shutdown")));
 }
+
+#ifdef CORVANE_BINARY
+// The shipped binary, in a home that was never enrolled: the tray and its menu appear, and the
+// menu's quit ends the process cleanly.
+TEST_F(TraySmokeTest, TheRealApplicationShowsItsTrayAndQuitsThroughItsMenu) {
+    QStringList home;
+    for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME"}) {
+        home << QString::fromLatin1(name) + u'=' + path("home") + u'/' + QString::fromLatin1(name);
+    }
+    auto app = start(QStringLiteral(CORVANE_BINARY), {}, QStringLiteral("xcb"), path("stderr.log"),
+                     home);
+    auto item = trayItem();
+    ASSERT_TRUE(item) << "no tray item registered:\n" << stderrText();
+    EXPECT_TRUE(item->waitUntil([&] {
+        return item->menu() ==
+                   std::vector<std::string>{"Not enrolled — Sign in to start earning (disabled)", "-",
+                                            "Open Dashboard", "Preferences…", "-", "About Corvane",
+                                            "Quit Corvane"} &&
+               item->toolTip() == QStringLiteral("Corvane · Not enrolled");
+    })) << stderrText();
+    ASSERT_TRUE(item->click("Quit Corvane"));
+    EXPECT_TRUE(endedWith(*app, 0));
+}
+#endif
 
 }  // namespace
 }  // namespace corvane

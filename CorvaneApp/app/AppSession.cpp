@@ -1,0 +1,187 @@
+#include "CorvaneApp/app/AppSession.h"
+
+#include <unistd.h>
+
+#include "CorvaneApp/config/WorkerConfig.h"
+#include "CorvaneApp/platform/Log.h"
+
+namespace corvane {
+namespace {
+
+constexpr const char* kWhisperDisplayName = "Whisper large-v3 turbo";
+
+PayoutPrefsSyncError toSyncError(const CoordinatorAPIError& error) {
+    if (error.kind() == CoordinatorAPIError::Kind::payoutPrefsSetupRequired) {
+        return PayoutPrefsSyncError::setupRequired(error.requiredSetup(), error.detail());
+    }
+    return PayoutPrefsSyncError::payoutCycleConflict(error.detail());
+}
+
+}  // namespace
+
+AppSession::AppSession(Executor& mainSequence, AppEnvironment environment)
+    : main_(mainSequence), delegate_(AppDelegate::create(mainSequence, std::move(environment))) {}
+
+AppSession::~AppSession() {
+    terminate();
+}
+
+std::shared_ptr<const CoordinatorAPI> AppSession::coordinatorAPI(const AppEnvironment& environment,
+                                                                 KeychainStore& keychain) {
+    auto config = WorkerConfig::load(environment.configPath);
+    if (!config) return nullptr;
+    auto token = keychain.pythonWorkerToken(config->coordinatorURL, config->workerID);
+    if (!token) return nullptr;
+    CoordinatorAPIOptions options;
+    return std::make_shared<const CoordinatorAPI>(config->coordinatorURL, *token, config->workerID,
+                                                  options);
+}
+
+void AppSession::launch() {
+    installPayoutPrefsHooks();
+    delegate_->launch();
+    AppDelegate* delegate = delegate_.get();
+    const AppEnvironment& env = delegate->environment();
+    AppModel::Dependencies deps;
+    deps.eligibilityGate = delegate->eligibilityGate().shared_from_this();
+    deps.runtimeState = [delegate]() -> std::optional<std::pair<RuntimeState, Date>> {
+        const auto& reader = delegate->stateReader();
+        if (!reader.lastReadAt()) return std::nullopt;
+        return std::pair{reader.state(), *reader.lastReadAt()};
+    };
+    deps.samplerSnapshot = [delegate] {
+        return delegate->sampler() ? delegate->sampler()->history() : ResourceSampler::Snapshot{};
+    };
+    deps.sampleNow = [delegate] {
+        if (delegate->sampler()) delegate->sampler()->sampleOnce();
+    };
+    deps.dataMode = env.dataMode;
+    deps.coordinatorAPIFactory = [delegate] {
+        return coordinatorAPI(delegate->environment(), delegate->keychain());
+    };
+    deps.fetchAppVersion = [configPath = env.configPath,
+                            session = env.session](std::stop_token stop) {
+        auto config = WorkerConfig::load(configPath);
+        return CoordinatorAPI::fetchAppVersion(
+            config ? config->coordinatorURL : CoordinatorAPI::defaultProductionURL, nullptr, stop);
+    };
+    deps.buildMachineInfo = [delegate] {
+        auto info = AppModel::MachineInfo::current(delegate->environment().version);
+        if (auto config = WorkerConfig::load(delegate->environment().configPath))
+            info.workerID = config->workerID;
+        return info;
+    };
+    deps.appVersion = env.version;
+    deps.clearEnrollment = [this] { forgetEnrollment(); };
+    model_ = std::make_unique<AppModel>(main_, std::move(deps));
+
+    std::weak_ptr<AppDelegate> weak = delegate_;
+    AppModel::Requests requests;
+    requests.requestWorkerStart = [weak] {
+        if (auto self = weak.lock()) self->buildAndStartWorkerIfPossible();
+    };
+    requests.requestWorkerStop = [weak] {
+        if (auto self = weak.lock()) self->teardownWorker();
+    };
+    requests.requestModelDownloadRetry = [weak] {
+        if (auto self = weak.lock()) self->requestModelDownloadRetry();
+    };
+    model_->setRequests(std::move(requests));
+    model_->setWorkerSnapshotSource([weak]() -> std::optional<WorkerControllerSnapshot> {
+        auto self = weak.lock();
+        if (!self || !self->workerBridge()) return std::nullopt;
+        return self->workerBridge()->snapshot();
+    });
+    delegateSubscription_ = delegate_->observe([this] { syncModelDownload(); });
+    // The model was made before it could hear of the worker; let it ask for it now.
+    model_->refreshLocalState(false);
+    syncModelDownload();
+}
+
+void AppSession::terminate() {
+    delegateSubscription_.reset();
+    model_.reset();
+    delegate_->terminate();
+}
+
+void AppSession::syncModelDownload() {
+    if (!model_) return;
+    std::optional<ModelDownloadProgress> progress;
+    if (const auto& failure = delegate_->modelFailure()) {
+        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Phase::failed,
+                                         0, 0, *failure};
+    } else if (delegate_->workerBridge() && !delegate_->modelReady()) {
+        progress = ModelDownloadProgress{
+            kWhisperDisplayName, ModelDownloadProgress::Phase::downloading, 0, 0, {}};
+    }
+    model_->setModelDownloadProgress(std::move(progress));
+    model_->refreshStatus(true);
+}
+
+WorkerStatusPresentation AppSession::refreshedPresentation() {
+    if (!model_) return WorkerStatusPresentation::defaultFor(WorkerStatus::offline);
+    syncModelDownload();
+    return model_->presentation();
+}
+
+std::string AppSession::statusSubtitle() const {
+    return model_ ? model_->statusSubtitle()
+                  : WorkerStatusPresentation::defaultFor(WorkerStatus::offline).sub;
+}
+
+WorkerStatusRecord AppSession::statusRecord() {
+    WorkerStatusRecord record;
+    record.presentation = refreshedPresentation();
+    if (auto snapshot = model_ ? model_->workerSnapshot() : std::nullopt) {
+        record.jobID = snapshot->currentJobID;
+        record.shardID = snapshot->currentShardID;
+        record.lastError = snapshot->lastError;
+    }
+    record.pid = long(::getpid());
+    return record;
+}
+
+void AppSession::forgetEnrollment() {
+    const auto& env = delegate_->environment();
+    auto config = WorkerConfig::load(env.configPath);
+    delegate_->configStore().cancelPendingSave();
+    std::error_code ignored;
+    std::filesystem::remove(env.configPath, ignored);
+    delegate_->configStore().reload();
+    if (config) {
+        delegate_->keychain().deleteItem(KeychainStore::pythonServiceName(config->coordinatorURL),
+                                         config->workerID);
+    }
+    delegate_->keychain().deleteItem("worker_token");
+    delegate_->keychain().deleteItem("worker_id");
+}
+
+void AppSession::installPayoutPrefsHooks() {
+    std::weak_ptr<AppDelegate> weak = delegate_;
+    auto client = [weak]() -> std::shared_ptr<const CoordinatorAPI> {
+        auto self = weak.lock();
+        auto api = self ? coordinatorAPI(self->environment(), self->keychain()) : nullptr;
+        if (!api) throw PayoutPrefsSyncError::missingCredentials();
+        return api;
+    };
+    PayoutPrefsHooks hooks;
+    hooks.push = [client](const PayoutPrefsSyncPayload& pair, std::stop_token stop) {
+        try {
+            client()->putPayoutPrefs(pair.method, pair.schedule, stop);
+        } catch (const CoordinatorAPIError& error) {
+            if (error.kind() == CoordinatorAPIError::Kind::payoutPrefsSetupRequired ||
+                error.kind() == CoordinatorAPIError::Kind::payoutCycleConflict) {
+                throw toSyncError(error);
+            }
+            throw;
+        }
+    };
+    hooks.fetchBaseline = [client](std::stop_token stop) -> std::optional<PayoutPrefsSyncPayload> {
+        const auto summary = client()->dashboard(stop).payoutSummary;
+        return PayoutPrefsSyncPayload{summary.method.value_or("ach"),
+                                      summary.schedule.value_or("weekly")};
+    };
+    delegate_->configStore().setPayoutPrefsHooks(std::move(hooks));
+}
+
+}  // namespace corvane

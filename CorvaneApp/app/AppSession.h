@@ -1,0 +1,53 @@
+#pragma once
+// The running application as its front ends (the tray, the headless loop) see it: the delegate
+// that runs the worker and the model that says what it is doing, wired to each other — the
+// model's requests reach the delegate, the delegate's model download reaches the model, and the
+// payout-preference hooks of the settings store go through the account client.
+
+#include <memory>
+
+#include "CorvaneApp/app/AppDelegate.h"
+#include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/WorkerStatusTracker.h"
+
+namespace corvane {
+
+class AppSession {
+  public:
+    AppSession(Executor& mainSequence, AppEnvironment environment);
+    ~AppSession();
+    AppSession(const AppSession&) = delete;
+    AppSession& operator=(const AppSession&) = delete;
+
+    // The delegate's launch, then the model (which asks for the worker when enrolled).
+    void launch();
+    void terminate();
+
+    AppDelegate& delegate() { return *delegate_; }
+    // Present after launch().
+    AppModel& model() { return *model_; }
+
+    // The model as the status surfaces show it now, the delegate's model download included;
+    // "Offline" before launch() and after terminate().
+    WorkerStatusPresentation refreshedPresentation();
+    // The line under the status: a pause's own reason when someone other than the owner paused.
+    std::string statusSubtitle() const;
+    // What `corvane status` prints: the words, the job in hand and the worker's last error.
+    WorkerStatusRecord statusRecord();
+
+    // A client when the config file and the token both exist.
+    static std::shared_ptr<const CoordinatorAPI> coordinatorAPI(const AppEnvironment& environment,
+                                                                KeychainStore& keychain);
+
+  private:
+    void syncModelDownload();
+    void forgetEnrollment();
+    void installPayoutPrefsHooks();
+
+    Executor& main_;
+    std::shared_ptr<AppDelegate> delegate_;
+    std::unique_ptr<AppModel> model_;
+    Subscription delegateSubscription_;
+};
+
+}  // namespace corvane
