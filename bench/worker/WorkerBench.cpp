@@ -39,15 +39,17 @@ dev::DevCoordinator& coordinator() {
     return instance;
 }
 
+WorkerCapabilities benchCapabilities() {
+    WorkerCapabilities c;
+    c.capabilities = {{"whisper-cpp-swift", "whisper-large-v3-turbo-q4", true, std::nullopt}};
+    c.chipTier = "t1";
+    c.ramGB = 16;
+    return c;
+}
+
 void BM_WorkerHTTPClientPoll(benchmark::State& state) {
     WorkerHTTPClient client(coordinator().baseURL(), "dev-token", "bench-worker", "bench");
-    WorkerCapabilities capabilities = [] {
-        WorkerCapabilities c;
-        c.capabilities = {{"whisper-cpp-swift", "whisper-large-v3-turbo-q4", true, std::nullopt}};
-        c.chipTier = "t1";
-        c.ramGB = 16;
-        return c;
-    }();
+    const auto capabilities = benchCapabilities();
     for (auto _ : state) benchmark::DoNotOptimize(client.pollBatch(capabilities, 1, {}));
 }
 BENCHMARK(BM_WorkerHTTPClientPoll)->UseRealTime();
@@ -57,8 +59,13 @@ size_t discard(char*, size_t size, size_t count, void*) { return size * count; }
 void BM_BareCurlGet(benchmark::State& state) {
     std::string url = coordinator().baseURL() + "/api/v1/workers/poll?max_shards=1";
     CURL* curl = curl_easy_init();
+    // The same request on the wire as the client's, so the coordinator's share of the time is equal.
+    const std::string capabilities = "X-Worker-Capabilities: " + benchCapabilities().encode().dump();
     curl_slist* headers = curl_slist_append(nullptr, "Authorization: Bearer dev-token");
     headers = curl_slist_append(headers, "X-Worker-ID: bench-worker");
+    headers = curl_slist_append(headers, "Accept: application/json");
+    headers = curl_slist_append(headers, "X-Worker-Version: bench");
+    headers = curl_slist_append(headers, capabilities.c_str());
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &discard);
