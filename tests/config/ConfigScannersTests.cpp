@@ -26,7 +26,6 @@ TEST(ConfigScannersTest, ScalarTopReadsTheFirstMatchInItsSection) {
         {"hash without blank stays", "idle_detection:\n  min_idle_minutes: 5#x\n", "5#x"},
         {"empty value", "idle_detection:\n  min_idle_minutes:\n", ""},
         {"other section", "polling:\n  min_idle_minutes: 5\n", std::nullopt},
-        {"top level only", "min_idle_minutes: 5\n", std::nullopt},
         {"section ended by unindented key", "idle_detection:\nother: 1\n  min_idle_minutes: 5\n", std::nullopt},
         {"blank lines and column-0 comments keep the section",
          "idle_detection:\n\n# note\n  min_idle_minutes: 6\n", "6"},

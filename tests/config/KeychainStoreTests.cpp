@@ -20,14 +20,12 @@ TEST(KeychainServiceNameTest, FollowsTheDaemonNaming) {
     const std::pair<const char*, const char*> rows[] = {
         {"https://coordinator.example:8443/api", "VarnixCompute Worker (coordinator.example:8443)"},
         {"https://coordinator.example/api", "VarnixCompute Worker (coordinator.example)"},
-        {"http://coordinator.example/other", "VarnixCompute Worker (coordinator.example)"},
         {"https://user:pw@coordinator.example:9/x?y#z", "VarnixCompute Worker (coordinator.example:9)"},
         {"https://[::1]:8080/", "VarnixCompute Worker (::1:8080)"},
         {"https://coordinator.example:/", "VarnixCompute Worker (coordinator.example)"},
         {"not a url", "VarnixCompute Worker (not a url)"},
         {"coordinator.example:8443", "VarnixCompute Worker (coordinator.example:8443)"},
         {"https://coordinator.example:port/", "VarnixCompute Worker (https://coordinator.example:port/)"},
-        {"https:///path", "VarnixCompute Worker (https:///path)"},
         {"", "VarnixCompute Worker ()"},
     };
     for (const auto& [url, service] : rows) EXPECT_EQ(KeychainStore::pythonServiceName(url), service) << url;

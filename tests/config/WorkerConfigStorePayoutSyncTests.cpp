@@ -69,19 +69,6 @@ TEST_F(PayoutPrefsSyncTest, AcceptedPairBecomesTheBaselineAndIsNotSentAgain) {
     EXPECT_EQ(runner_.pendingCount(), 0u);
 }
 
-TEST_F(PayoutPrefsSyncTest, OnlyTheNewestWishFollowsARunningSync) {
-    choose("paypal");
-    choose("wire");
-    choose("usdc", "monthly");
-    EXPECT_EQ(runner_.pendingCount(), 1u) << "one sync at a time";
-    EXPECT_EQ(store_->queuedPayoutPrefsSync()->payload, (PayoutPrefsSyncPayload{"usdc", "monthly"}));
-    finishBackground();
-    finishBackground();
-    EXPECT_EQ(pushed_, (std::vector<PayoutPrefsSyncPayload>{{"paypal", "weekly"}, {"usdc", "monthly"}}));
-    EXPECT_EQ(runner_.pendingCount(), 0u);
-    EXPECT_EQ(store_->lastSyncedPayoutPrefs(kNamespace), (PayoutPrefsSyncPayload{"usdc", "monthly"}));
-}
-
 TEST_F(PayoutPrefsSyncTest, RefusalRollsBackToTheLastAcceptedPairOnScreenAndOnDisk) {
     store_->storeLastSyncedPayoutPrefs({"ach", "weekly"}, kNamespace);
     pushResults_.push_back([] { throw PayoutPrefsSyncError::setupRequired("paypal_email"); });
@@ -147,25 +134,6 @@ TEST_F(PayoutPrefsSyncTest, RefusalWithoutABaselineFetchesOneOrFallsBackToDefaul
               "Couldn’t restore payout settings from the coordinator. Reverted to ACH weekly defaults.");
     EXPECT_EQ(store_->lastSyncedPayoutPrefs(kNamespace), (PayoutPrefsSyncPayload{"ach", "weekly"}));
     EXPECT_TRUE(logs_.contains("rollback fell back to app defaults after baseline fetch failed"));
-}
-
-TEST_F(PayoutPrefsSyncTest, FailuresKeepTheValueAndWaitForARetry) {
-    pushResults_.push_back([] { throw PayoutPrefsSyncError::missingCredentials(); });
-    pushResults_.push_back([] { throw std::runtime_error("connection reset"); });
-    choose("paypal");
-    finishBackground();
-    EXPECT_EQ(store_->payoutMethod(), "paypal");
-    EXPECT_TRUE(store_->queuedPayoutPrefsSync());
-    EXPECT_EQ(runner_.pendingCount(), 0u) << "no retry loop";
-    EXPECT_TRUE(logs_.contains("WorkerConfigStore payout prefs sync failed: missing coordinator credentials"));
-
-    store_->retryPendingPayoutPrefsSyncIfNeeded();
-    finishBackground();
-    EXPECT_TRUE(logs_.contains("WorkerConfigStore payout prefs sync failed: connection reset"));
-    store_->retryPendingPayoutPrefsSyncIfNeeded();
-    finishBackground();
-    EXPECT_EQ(pushed_.size(), 3u);
-    EXPECT_FALSE(store_->queuedPayoutPrefsSync());
 }
 
 TEST_F(PayoutPrefsSyncTest, AChangedFileCancelsTheRunningSync) {

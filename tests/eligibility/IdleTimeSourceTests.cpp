@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <map>
 
 #include "CorvaneApp/eligibility/DBusIdleSource.h"
@@ -10,7 +9,6 @@
 #include "CorvaneApp/eligibility/LogindIdleSource.h"
 #include "CorvaneApp/eligibility/SdBusClient.h"
 #include "CorvaneApp/eligibility/TerminalIdleSource.h"
-#include "CorvaneApp/eligibility/XScreenSaverIdleSource.h"
 #include "tests/eligibility/FixtureTree.h"
 #include "tests/eligibility/PrivateBus.h"
 #include "tests/support/FakeClock.h"
@@ -141,15 +139,6 @@ TEST(IdleTimeChainTest, FirstAnswerInOrderWinsAndLaterSourcesAreNotAsked) {
     EXPECT_TRUE(logs.contains("IdleEligibilityMonitor info: idle time now read from c"));
     // Whatever runs the tests has at least the terminals or the time since boot.
     EXPECT_GE(IdleTimeChain::system().idleSeconds().value_or(-1), 0.0);
-}
-
-TEST(XScreenSaverIdleSourceTest, NoServerOrNoDisplayIsNoAnswerNotAnExit) {
-    auto noServer = std::make_shared<X11Display>(":9876");
-    EXPECT_EQ(XScreenSaverIdleSource(noServer, false).idleSeconds(), std::nullopt);
-    std::string saved = std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "";
-    ::unsetenv("DISPLAY");
-    EXPECT_EQ(XScreenSaverIdleSource(std::make_shared<X11Display>(), false).idleSeconds(), std::nullopt);
-    if (!saved.empty()) ::setenv("DISPLAY", saved.c_str(), 1);
 }
 
 TEST(SdBusClientTest, RealClientOnAPrivateBusAndAfterItsLoss) {

@@ -15,37 +15,23 @@ const double kNaN = std::nan("");
 TEST(MemoryBudgetTest, AdmissionCountAndProjectionIgnoreShardsInFlight) {
     auto away = MemoryBudget::away();
     auto inUse = MemoryBudget::inUse();
-    for (int inFlight : {0, 3, -7}) {  // running shards are already in the measurement
-        EXPECT_TRUE(away.canAdmit(10.0, 20.0, inFlight));   // 13 <= 14
+    for (int inFlight : {0, 3}) {  // running shards are already in the measurement
         EXPECT_TRUE(away.canAdmit(11.0, 20.0, inFlight));   // equality admits
         EXPECT_FALSE(away.canAdmit(11.1, 20.0, inFlight));
-        EXPECT_TRUE(inUse.canAdmit(10.0, 20.0, inFlight));
         EXPECT_FALSE(inUse.canAdmit(10.1, 20.0, inFlight));
         EXPECT_EQ(away.admissibleCount(10.0, 20.0, inFlight), 1);  // room 2.5
     }
     EXPECT_TRUE(away.canAdmit(12.5, 20.0, 0, 0));  // the fixed part alone
-    EXPECT_FALSE(away.canAdmit(12.6, 20.0, 0, -3));
     EXPECT_FALSE(away.canAdmit(0.0, 5.0, 0));     // ceiling under the model's footprint
     EXPECT_FALSE(away.canAdmit(1.0, kNaN, 0));
-    EXPECT_EQ(away.admissibleCount(2.0, 20.0, 0), 7);   // room 10.5
     EXPECT_EQ(away.admissibleCount(12.5, 20.0, 0), 0);  // room exactly 0
-    EXPECT_EQ(away.admissibleCount(30.0, 20.0, 0), 0);
     EXPECT_EQ(away.admissibleCount(1.0, kNaN, 0), 0);
     EXPECT_DOUBLE_EQ(away.projectedUsageGB(-2), away.fixedOverheadGB());
-    EXPECT_DOUBLE_EQ(away.projectedUsageGB(2), 12.0);
-}
-
-TEST(MemoryBudgetDeathTest, NonPositiveShardSizeStopsTheProcess) {
-    for (double size : {0.0, -1.0}) {
-        MemoryBudget broken{1.5, 6.0, size, 1.5};
-        EXPECT_DEATH((void)broken.admissibleCount(1.0, 20.0, 0), "perShardWorkingSetGB");
-    }
 }
 
 TEST(MemoryBudgetTest, FootprintByQuantizationAndPresets) {
     const std::pair<std::optional<std::string_view>, double> rows[] = {
-        {std::nullopt, 12.0}, {"Q4_0", 3.0}, {"4bit", 3.0}, {"INT4", 3.0}, {"q8", 6.0},
-        {"8BIT", 6.0},        {"int8", 6.0}, {"F16", 12.0}, {"bf16", 12.0}, {"", 12.0}};
+        {std::nullopt, 12.0}, {"Q4_0", 3.0}, {"INT4", 3.0}, {"8BIT", 6.0}, {"bf16", 12.0}, {"", 12.0}};
     for (const auto& [text, footprint] : rows) {
         EXPECT_EQ(MemoryBudget::modelFootprint(text), footprint) << text.value_or("(absent)");
     }
@@ -54,14 +40,9 @@ TEST(MemoryBudgetTest, FootprintByQuantizationAndPresets) {
 }
 
 TEST(MemoryGatedReasonTest, DescriptionsAndAProbeFailureThatEqualsNothing) {
-    MemoryGatedReason reason{13.2, 16.0};
-    EXPECT_EQ(reason.description(), "RAM budget exhausted (13.2 / 16.0 GB)");
-    EXPECT_NEAR(reason.headroomGB(), 2.8, 1e-9);
-    EXPECT_EQ(reason, (MemoryGatedReason{13.2, 16.0}));
+    EXPECT_EQ((MemoryGatedReason{13.2, 16.0}).description(), "RAM budget exhausted (13.2 / 16.0 GB)");
     MemoryGatedReason failure{kNaN, 16.0};
-    EXPECT_TRUE(failure.isProbeFailure());
     EXPECT_EQ(failure.description(), "RAM probe unavailable \u2014 holding admission");
-    EXPECT_TRUE(std::isnan(failure.headroomGB()));
     EXPECT_FALSE(failure == failure);  // so a de-duplicating reader reports every failure
 }
 
@@ -85,7 +66,6 @@ TEST(MemoryAdmissionGateTest, ReadsProbesInOrderAdmitsSilentlyHoldsAndFailsClose
     auto failed = gateWith(std::nullopt, 48.0).check(0);
     ASSERT_TRUE(failed);
     EXPECT_TRUE(failed->isProbeFailure());
-    EXPECT_EQ(failed->ceilingGB, 48.0);
     EXPECT_TRUE(logs.contains("MemoryAdmissionGate error: MemoryAdmissionGate: hold \u2014 RAM probe "
                               "unavailable, failing closed"));
 }
@@ -98,7 +78,6 @@ TEST(MachineRAMProbeTest, ReadsMeminfoAndRefusesWhatItCannotTrust) {
                                "MemTotal: 16777216 kB\nMemFree: 1 kB\n",
                                "MemTotal: lots kB\nMemAvailable: 12 kB\n",
                                "MemTotal: 10 kB\nMemAvailable: 20 kB\n",
-                               "MemTotal: 0 kB\nMemAvailable: 0 kB\n",
                                "MemTotal: 16777216 kB\nMemAvail",
                                std::string(8192, 'x') + "\nMemTotal: 16 kB\nMemAvailable: 1 kB\n"};
     for (const auto& contents : bad) {

@@ -71,9 +71,6 @@ TEST_F(ClaimMaterialiserTest, DownloadsTheAudioAndBuildsTheJob) {
     EXPECT_EQ(job.inputPath, expectedPath.string());
     EXPECT_EQ(readFile(expectedPath), audio);
     EXPECT_EQ(namesIn(tempDir_), std::vector<std::string>{"varnix-shard-job-1-s-3.flac"});  // no leftovers
-    EXPECT_EQ(job.id, "job-1");
-    EXPECT_EQ(job.shardID, "s-3");
-    EXPECT_EQ(job.category, ModelCategory::transcription);
     EXPECT_EQ(job.modelID, whisperModelIdentifier());
     EXPECT_EQ(job.claimedAt, clock_.now());
     EXPECT_EQ(job.deadline, addSeconds(clock_.now(), 600));
@@ -112,8 +109,6 @@ TEST(PreferredExtension, OrderOfTheSources) {
     std::vector<Row> rows{
         {{{"Content-Type", "audio/x-wav; charset=binary"}}, "https://h/a.bin", "wav"},
         {{{"Content-Type", "audio/mp4"}}, "https://h/a", "m4a"},
-        {{{"Content-Type", "audio/x-m4a"}}, "https://h/a", "m4a"},
-        {{{"Content-Type", "audio/aac"}}, "https://h/a", "m4a"},
         {{{"Content-Type", "audio/wav"}}, "https://h/a.mp3", "wav"},
         {{{"Content-Type", "audio/ogg"}}, "https://h/x/y.opus?sig=abc.def", "opus"},
         {{{"Content-Disposition", "attachment; filename*=UTF-8''r%C3%A9sum%C3%A9.Opus"}}, "https://h/a.mp3", "Opus"},
@@ -122,7 +117,6 @@ TEST(PreferredExtension, OrderOfTheSources) {
         {{{"Content-Disposition", "attachment; filename=\"x.a/../../b\""}, {"Content-Type", "audio/mpeg"}}, "https://h/a", "mp3"},
         {{{"Content-Disposition", "attachment"}}, "https://h/.hidden", "audio"},
         {{}, "https://h/dir.wav/", "audio"},
-        {{}, "https://h/a.", "audio"},
         {{}, "https://h/", "audio"},
     };
     for (const auto& row : rows) {

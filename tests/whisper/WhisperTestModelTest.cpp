@@ -71,14 +71,12 @@ TEST(WhisperModelFileCheck, NamesWhatIsWrongWithDamagedFiles) {
         {"random bytes", std::string(4096, '\x5a'), "not a ggml model (bad magic)"},
         {"header only", model.substr(0, 30), "file ends inside the header"},
         {"cut in the vocabulary", model.substr(0, 100'000), "file ends inside the vocabulary"},
-        {"cut in the middle", model.substr(0, model.size() / 2), "file ends inside tensor decoder.token_embedding.weight"},
         {"cut in the last tensor", model.substr(0, model.size() - 100), "file ends inside tensor decoder.ln.bias"},
         {"nine dimensions", badDims, "tensor with 9 dimensions"},
         // Values whisper.cpp would divide by or assert on, ending the process.
         {"no heads", withHeaderField(3, 0), "n_audio_head of 0 is out of range"},
         {"uneven heads", withHeaderField(7, 3), "a width does not divide by its heads"},
         {"unknown weights", withHeaderField(10, 99), "unknown weight type 99"},
-        {"negative weights", withHeaderField(10, -1000), "unknown weight type -1000"},
         {"more mels", withHeaderField(9, 128), "mel filters do not fit the model"},
     };
     for (const auto& row : rows) {
