@@ -302,8 +302,9 @@ void AppModel::refreshStatus(bool preservePausedState) {
     WorkerStatusInputs inputs;
     inputs.enrolled = phase_ == AppPhase::enrolled;
     inputs.paused = preservePausedState && (isManuallyPaused_ || gate.isTemporarilyPaused());
-    inputs.modelDownloading = modelDownloadProgress_ &&
-                              modelDownloadProgress_->phase != ModelDownloadProgress::Phase::failed;
+    inputs.modelDownloading =
+        modelDownloadProgress_ &&
+        std::holds_alternative<ModelDownloadProgress::Downloading>(modelDownloadProgress_->phase);
     inputs.workerRunning = isWorkerRunning();
     inputs.busy = hasActiveJob() || coordinatorReportsBusy();
     inputs.gateEligible = gate.isEligible();

@@ -26,6 +26,7 @@
 #include "CorvaneApp/eligibility/EligibilityGate.h"
 #include "CorvaneApp/eligibility/ResourceSampler.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
+#include "CorvaneApp/models/ModelDownloadProgress.h"
 #include "CorvaneApp/platform/Clock.h"
 #include "CorvaneApp/platform/Executor.h"
 #include "CorvaneApp/platform/Observers.h"
@@ -47,16 +48,6 @@ struct EarningsRangeSnapshot {
     std::vector<double> hourly;  // always 24 values
     std::optional<Date> startDate;
     bool operator==(const EarningsRangeSnapshot&) const = default;
-};
-
-struct ModelDownloadProgress {
-    enum class Phase { downloading, failed };
-    std::string displayName;
-    Phase phase = Phase::downloading;
-    std::uint64_t bytesDownloaded = 0;
-    std::uint64_t totalBytes = 0;
-    std::string failureText;  // failed only
-    bool operator==(const ModelDownloadProgress&) const = default;
 };
 
 struct LiveShardSnapshot {

@@ -108,11 +108,9 @@ void AppSession::syncModelDownload() {
     if (!model_) return;
     std::optional<ModelDownloadProgress> progress;
     if (const auto& failure = delegate_->modelFailure()) {
-        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Phase::failed,
-                                         0, 0, *failure};
+        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Failed{*failure}};
     } else if (delegate_->workerBridge() && !delegate_->modelReady()) {
-        progress = ModelDownloadProgress{
-            kWhisperDisplayName, ModelDownloadProgress::Phase::downloading, 0, 0, {}};
+        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Downloading{}};
     }
     model_->setModelDownloadProgress(std::move(progress));
     model_->refreshStatus(true);

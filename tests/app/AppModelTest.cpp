@@ -163,9 +163,7 @@ TEST_F(AppModelTest, AScriptedDayOfWorkerEventsAndAccountReplies) {
     EXPECT_EQ(m.phase(), AppPhase::enrolled);
     EXPECT_EQ(workerStarts, 1);
     EXPECT_EQ(runner->pendingCount(), 1u) << "the first account refresh starts at once";
-    ModelDownloadProgress download;
-    download.displayName = "Whisper large-v3 turbo";
-    m.setModelDownloadProgress(download);
+    m.setModelDownloadProgress(ModelDownloadProgress{"Whisper large-v3 turbo", ModelDownloadProgress::Downloading{}});
     executor.advance(2);
     EXPECT_EQ(m.statusSub(), "Fetching weights — worker starts after download");
 
