@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "CorvaneApp/config/WorkerConfig.h"
@@ -22,6 +23,16 @@
 
 namespace corvane {
 namespace {
+
+// The bytes of the regular files under `directory`; throws when it cannot be read.
+std::uint64_t directoryBytes(const std::filesystem::path& directory) {
+    std::uint64_t total = 0;
+    if (!std::filesystem::exists(directory)) return 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+        if (entry.is_regular_file()) total += entry.file_size();
+    }
+    return total;
+}
 
 const std::shared_ptr<spdlog::logger>& logger() {
     static const auto instance = log::get("AppDelegate");
@@ -134,6 +145,21 @@ std::vector<ModelIdentifier> AppDelegate::installedModels() const {
     }
     if (parakeetCache_->canServe()) installed.push_back(parakeetModelIdentifier());
     return installed;
+}
+
+std::unordered_set<ModelIdentifier> AppDelegate::installedModelIDs() const {
+    std::unordered_set<ModelIdentifier> installed;
+    for (const auto& spec : modelCache_->registry().all()) {
+        if (modelCache_->isCached(spec.identifier)) installed.insert(spec.identifier);
+    }
+    if (parakeetCache_->isInstalled()) installed.insert(parakeetModelIdentifier());
+    return installed;
+}
+
+void AppDelegate::setModelDownloadProgress(std::optional<ModelDownloadProgress> progress) {
+    if (modelDownloadProgress_ == progress) return;
+    modelDownloadProgress_ = std::move(progress);
+    observers_.notify();
 }
 
 void AppDelegate::buildAndStartWorkerIfPossible() {
@@ -258,6 +284,7 @@ void AppDelegate::restartModelCacheTask() {
     }
     auto machine = env_.machine;
     auto options = whisperOptions();
+    setModelDownloadProgress(ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()), ModelDownloadProgress::Downloading{}});
 
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Executor& main = main_;
@@ -291,20 +318,23 @@ void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool h
     handlerBox_->replace(std::move(handler));
     logger()->info("restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; starting worker bridge",
                    hit, seconds);
-    modelFailure_.reset();
     modelReady_ = true;
     workerBridge_->recordModelLoaded(hit, seconds);
     workerBridge_->start();
     logger()->info("restartModelCacheTask: worker bridge started");
+    if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName == modelDisplayName(whisperModelIdentifier())) {
+        modelDownloadProgress_.reset();
+    }
     observers_.notify();
 }
 
 void AppDelegate::modelFailedOnMain(std::string description) {
-    modelFailure_ = std::move(description);
     modelReady_ = false;
     if (env_.modelRetrySeconds > 0 && !terminated_) {
         modelRetryTimer_ = main_.scheduleOnce(env_.modelRetrySeconds, [this] { requestModelDownloadRetry(); });
     }
+    modelDownloadProgress_ =
+        ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()), ModelDownloadProgress::Failed{std::move(description)}};
     observers_.notify();
 }
 
@@ -318,34 +348,106 @@ void AppDelegate::requestModelDownloadRetry() {
 
 void AppDelegate::startParakeetInstallTask() {
     if (terminated_) return;
-    if (parakeetInstallTask_) {
-        parakeetInstallTask_->cancel();
-        parakeetInstallTask_.reset();
+    const std::string parakeet = modelDisplayName(parakeetModelIdentifier());
+    if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName != parakeet &&
+        !std::holds_alternative<ModelDownloadProgress::Failed>(modelDownloadProgress_->phase)) {
+        const std::string other = modelDownloadProgress_->modelDisplayName;
+        logger()->info("startParakeetInstallTask: blocked \u2014 {} is already downloading", other);
+        setModelDownloadProgress(ModelDownloadProgress{
+            parakeet, ModelDownloadProgress::Failed{"Wait for " + other + " to finish downloading, then try again."}});
+        return;
     }
+    cancelParakeetInstallTask();
+    // The catalogue's size: an estimate fixed here, never read from the server.
+    const std::uint64_t total = catalogueEntry(parakeetModelIdentifier())->downloadSizeBytes;
+    setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Downloading{0, total}});
+
+    // Reports go through the main sequence and count only while their task is the current one
+    // (not cancelled, replaced or torn down since).
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Executor& main = main_;
-    parakeetInstallTask_ = Task::start([weak, &main, cache = parakeetCache_](std::stop_token stop) {
+    const std::uint64_t generation = parakeetInstallGeneration_;
+    auto deliver = [weak, &main, generation](std::function<void(AppDelegate&)> apply) {
+        main.post([weak, generation, apply = std::move(apply)] {
+            auto self = weak.lock();
+            if (self && self->parakeetInstallTask_ && self->parakeetInstallGeneration_ == generation) apply(*self);
+        });
+    };
+    parakeetInstallTask_ = Task::start([deliver, cache = parakeetCache_, parakeet, total](std::stop_token stop) {
+        auto progress = [&](double fraction) {
+            const auto bytes = static_cast<std::uint64_t>(std::clamp(fraction, 0.0, 1.0) * double(total));
+            deliver([parakeet, bytes, total](AppDelegate& delegate) {
+                delegate.setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Downloading{bytes, total}});
+            });
+        };
         try {
             logger()->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
-            cache->install({}, stop);
+            cache->install(progress, stop);
             if (stop.stop_requested()) return;
             logger()->info("startParakeetInstallTask: Parakeet weights ready");
-            main.post([weak] {
-                if (auto self = weak.lock()) self->observers_.notify();
+            deliver([](AppDelegate& delegate) {
+                delegate.parakeetInstallTask_.reset();
+                delegate.modelDownloadProgress_.reset();
+                delegate.observers_.notify();  // the installed set changed too
             });
         } catch (const std::exception& error) {
             if (stop.stop_requested()) return;
             logger()->error("startParakeetInstallTask failed: {}", error.what());
+            deliver([parakeet, text = std::string(error.what())](AppDelegate& delegate) {
+                delegate.parakeetInstallTask_.reset();
+                delegate.setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Failed{text}});
+            });
         }
     });
 }
 
-void AppDelegate::teardownWorker() {
-    modelRetryTimer_.cancel();
+void AppDelegate::cancelParakeetInstallTask() {
+    ++parakeetInstallGeneration_;
     if (parakeetInstallTask_) {
         parakeetInstallTask_->cancel();
-        parakeetInstallTask_.reset();
+        parakeetInstallTask_.reset();  // waits for the download to give up
     }
+}
+
+void AppDelegate::requestModelInstall(const ModelIdentifier& identifier) {
+    if (identifier == whisperModelIdentifier()) {
+        restartModelCacheTask();
+    } else if (identifier == parakeetModelIdentifier()) {
+        startParakeetInstallTask();
+    }
+}
+
+std::uint64_t AppDelegate::requestModelRemove(const ModelIdentifier& identifier) {
+    std::uint64_t freed = 0;
+    if (identifier == parakeetModelIdentifier()) {
+        cancelParakeetInstallTask();
+        if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName == modelDisplayName(identifier)) {
+            modelDownloadProgress_.reset();
+        }
+        const auto& directory = parakeetCache_->directory();
+        try {
+            freed = directoryBytes(directory);
+            parakeetCache_->remove();
+            logger()->info("removeParakeetCache: removed {} bytes at {}", freed, directory.string());
+        } catch (const std::exception& error) {
+            logger()->error("removeParakeetCache failed: {}", error.what());
+            freed = 0;
+        }
+    } else {
+        try {
+            freed = modelCache_->remove(identifier);
+        } catch (const std::exception& error) {
+            logger()->error("ModelCache.remove failed for {}: {}", identifier.model, error.what());
+            return 0;
+        }
+    }
+    observers_.notify();
+    return freed;
+}
+
+void AppDelegate::teardownWorker() {
+    modelRetryTimer_.cancel();
+    cancelParakeetInstallTask();
     if (modelCacheTask_) {
         modelCacheTask_->cancel();
         modelCacheTask_.reset();  // waits for a model load in progress to give up
@@ -355,6 +457,7 @@ void AppDelegate::teardownWorker() {
     workerBridge_.reset();
     handlerBox_.reset();
     modelReady_ = false;
+    modelDownloadProgress_.reset();
     gate_->clearAllPauses();
     observers_.notify();
 }

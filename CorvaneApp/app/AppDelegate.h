@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_set>
 
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/BackgroundRunner.h"
@@ -25,6 +26,7 @@
 #include "CorvaneApp/models/HandlerBox.h"
 #include "CorvaneApp/models/MachineProbe.h"
 #include "CorvaneApp/models/ModelCache.h"
+#include "CorvaneApp/models/ModelDownloadProgress.h"
 #include "CorvaneApp/models/ParakeetCache.h"
 #include "CorvaneApp/models/WhisperHandler.h"
 #include "CorvaneApp/platform/Executor.h"
@@ -77,8 +79,12 @@ public:
     void buildAndStartWorkerIfPossible();
     void restartModelCacheTask();
     void requestModelDownloadRetry();
-    // Fetches Parakeet's model set in the background; it is advertised on the next poll once there.
+    // Fetches Parakeet's model set in the background, unless another model is downloading: one
+    // download at a time. It is advertised on the next poll once there and runnable.
     void startParakeetInstallTask();
+    // The models screen's install and remove; other identifiers do nothing (and free 0 bytes).
+    void requestModelInstall(const ModelIdentifier& identifier);
+    std::uint64_t requestModelRemove(const ModelIdentifier& identifier);
     void teardownWorker();
 
     EligibilityGate& eligibilityGate() { return *gate_; }
@@ -88,8 +94,10 @@ public:
     const RuntimeStateReader& stateReader() const { return *stateReader_; }
     const std::shared_ptr<ResourceSampler>& sampler() const { return sampler_; }  // null before launch()
     KeychainStore& keychain() { return *keychain_; }
-    // The text of the last model download or load failure; cleared when the model is ready.
-    const std::optional<std::string>& modelFailure() const { return modelFailure_; }
+    // The one model download the screens show: the latest to start, fail or finish wins.
+    const std::optional<ModelDownloadProgress>& modelDownloadProgress() const { return modelDownloadProgress_; }
+    // Models whose weights are on disk (Parakeet's even where no runtime can run it).
+    std::unordered_set<ModelIdentifier> installedModelIDs() const;
     bool modelReady() const { return modelReady_; }
     [[nodiscard]] Subscription observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
 
@@ -106,6 +114,8 @@ private:
     WhisperHandler::Options whisperOptions() const;
     void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
     void modelFailedOnMain(std::string description);
+    void setModelDownloadProgress(std::optional<ModelDownloadProgress> progress);
+    void cancelParakeetInstallTask();
 
     Executor& main_;
     AppEnvironment env_;
@@ -128,8 +138,9 @@ private:
     std::shared_ptr<WorkerControllerBridge> workerBridge_;
     TaskHandle modelCacheTask_;
     TaskHandle parakeetInstallTask_;
+    std::uint64_t parakeetInstallGeneration_ = 0;  // reports of older install tasks are dropped
     TimerHandle modelRetryTimer_;
-    std::optional<std::string> modelFailure_;
+    std::optional<ModelDownloadProgress> modelDownloadProgress_;
     bool modelReady_ = false;
     bool terminated_ = false;
     ObserverList<> observers_;

@@ -8,8 +8,6 @@
 namespace corvane {
 namespace {
 
-constexpr const char* kWhisperDisplayName = "Whisper large-v3 turbo";
-
 PayoutPrefsSyncError toSyncError(const CoordinatorAPIError& error) {
     if (error.kind() == CoordinatorAPIError::Kind::payoutPrefsSetupRequired) {
         return PayoutPrefsSyncError::setupRequired(error.requiredSetup(), error.detail());
@@ -86,6 +84,13 @@ void AppSession::launch() {
     requests.requestModelDownloadRetry = [weak] {
         if (auto self = weak.lock()) self->requestModelDownloadRetry();
     };
+    requests.requestModelInstall = [weak](const ModelIdentifier& identifier) {
+        if (auto self = weak.lock()) self->requestModelInstall(identifier);
+    };
+    requests.requestModelRemove = [weak](const ModelIdentifier& identifier) -> std::uint64_t {
+        auto self = weak.lock();
+        return self ? self->requestModelRemove(identifier) : 0;
+    };
     model_->setRequests(std::move(requests));
     model_->setWorkerSnapshotSource([weak]() -> std::optional<WorkerControllerSnapshot> {
         auto self = weak.lock();
@@ -106,13 +111,8 @@ void AppSession::terminate() {
 
 void AppSession::syncModelDownload() {
     if (!model_) return;
-    std::optional<ModelDownloadProgress> progress;
-    if (const auto& failure = delegate_->modelFailure()) {
-        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Failed{*failure}};
-    } else if (delegate_->workerBridge() && !delegate_->modelReady()) {
-        progress = ModelDownloadProgress{kWhisperDisplayName, ModelDownloadProgress::Downloading{}};
-    }
-    model_->setModelDownloadProgress(std::move(progress));
+    model_->setModelDownloadProgress(delegate_->modelDownloadProgress());
+    model_->setInstalledModelIDs(delegate_->installedModelIDs());
     model_->refreshStatus(true);
 }
 
