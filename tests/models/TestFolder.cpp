@@ -10,32 +10,29 @@
 namespace corvane::testing {
 
 std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
     std::stringstream content;
-    content << in.rdbuf();
+    content << std::ifstream(path, std::ios::binary).rdbuf();
     return content.str();
 }
 
 void writeFile(const std::filesystem::path& path, const std::string& content) {
     if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) throw std::runtime_error("cannot write " + path.string());
+    if (!(out << content)) throw std::runtime_error("cannot write " + path.string());
 }
 
-TestFolder::TestFolder(const std::string& prefix) {
-    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    root_ = std::filesystem::temp_directory_path() /
-            (prefix + "-" + std::to_string(::getpid()) + "-" + (test ? test->name() : "none"));
-    std::filesystem::remove_all(root_);
-    std::filesystem::create_directories(served());
-    server_ = std::make_unique<dev::DevCoordinator>(dev::DevCoordinator::Options{.audioDir = served()});
+TestFolder::TestFolder(const std::string& prefix)
+    : root(std::filesystem::temp_directory_path() /
+           (prefix + "-" + std::to_string(::getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
+    std::filesystem::remove_all(root);
+    std::filesystem::create_directories(served);
+    server_.emplace(dev::DevCoordinator::Options{.audioDir = served});
 }
 
 TestFolder::~TestFolder() {
     server_.reset();
     std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
+    std::filesystem::remove_all(root, ignored);
 }
 
 }  // namespace corvane::testing

@@ -55,28 +55,21 @@ protected:
 
 using enum ModelHandlerStage;
 
-TEST_F(WhisperHandlerTest, AFileBecomesATranscriptResult) {
-    const JobResult result = handler()->handle(job(wav("short.wav", sineSamples(0.2))), recorder(), {});
-    EXPECT_EQ(result.jobID, "job-1");
+TEST_F(WhisperHandlerTest, ShortLongAndSilentAudioAllBecomeTranscriptResults) {
+    auto h = handler();
+    const JobResult result = h->handle(job(wav("short.wav", sineSamples(0.2))), recorder(), {});
     EXPECT_EQ(result.shardID, "shard-7");
     EXPECT_EQ(result.backendUsed, "whisper-cpp-swift");
     ASSERT_NE(result.output.transcript(), nullptr);
-    const TranscriptResult& transcript = *result.output.transcript();
-    EXPECT_GE(wordCount(transcript.text), 1u) << "0.2 s is still one window";
-    EXPECT_EQ(transcript.language, std::nullopt);
-    EXPECT_TRUE(transcript.segments.empty());
+    EXPECT_GE(wordCount(result.output.transcript()->text), 1u) << "0.2 s is still one window";
+    EXPECT_EQ(result.output.transcript()->language, std::nullopt);
     EXPECT_EQ(stageNames(), (std::vector{decode, inference}));
     EXPECT_GE(result.wallTimeSeconds, stages[0].second + stages[1].second);
-}
 
-TEST_F(WhisperHandlerTest, TenMinutesRunThroughEveryWindowAndSilenceIsAValidResult) {
-    auto h = handler();
-    const JobResult longRun = h->handle(job(wav("ten-minutes.wav", sineSamples(600))), {}, {});
-    // Each of the twenty 30 s windows says a few words of its own.
-    EXPECT_GE(wordCount(longRun.output.transcript()->text), 40u);
-
-    const JobResult silent = h->handle(job(wav("silence.wav", sineSamples(5, 440, 0))), {}, {});
-    ASSERT_NE(silent.output.transcript(), nullptr);  // whatever it says, empty included, is a result
+    // Each of the twenty 30 s windows of ten minutes says a few words of its own.
+    EXPECT_GE(wordCount(h->handle(job(wav("ten-minutes.wav", sineSamples(600))), {}, {}).output.transcript()->text), 40u);
+    // Whatever silence says, empty included, is a result.
+    EXPECT_NE(h->handle(job(wav("silence.wav", sineSamples(5, 440, 0))), {}, {}).output.transcript(), nullptr);
 }
 
 TEST_F(WhisperHandlerTest, StagesAreReportedWithTheInjectedClocksSecondsAlsoWhenTheyFail) {
@@ -131,15 +124,13 @@ TEST_F(WhisperHandlerTest, UndecodableOrEmptyAudioFailsAfterItsStageReport) {
 }
 
 TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
-    std::atomic<int> running{0}, mostAtOnce{0}, runs{0};
+    std::atomic<bool> busy{false}, overlapped{false};
+    std::atomic<int> runs{0};
     WhisperHandler::Options options;
     options.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
-        const int now = ++running;
-        int seen = mostAtOnce.load();
-        while (now > seen && !mostAtOnce.compare_exchange_weak(seen, now)) {
-        }
+        if (busy.exchange(true)) overlapped = true;
         const int status = whisper_full(ctx, params, samples, count);
-        --running;
+        busy = false;
         ++runs;
         return status;
     };
@@ -155,7 +146,7 @@ TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
         }
     }
     EXPECT_EQ(runs, 7);
-    EXPECT_EQ(mostAtOnce, 1);
+    EXPECT_FALSE(overlapped);
     for (const auto& text : texts) EXPECT_EQ(text, alone);
 }
 
