@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "CorvaneApp/app/DummyDataProvider.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/platform/Log.h"
 
@@ -71,6 +72,14 @@ void AppSession::launch() {
     };
     deps.appVersion = env.version;
     deps.clearEnrollment = [this] { forgetEnrollment(); };
+    if (env.dataMode == DataMode::dummy) {
+        // The demo account reads as of launch, however long the session runs.
+        auto provider = std::make_shared<const DummyDataProvider>(systemNow());
+        deps.loadDummyData = [provider](AppModel& model) { provider->load(model); };
+        deps.dummyEarningsSnapshot = [provider](EarningsRange range) {
+            return std::optional<EarningsRangeSnapshot>(provider->earningsSnapshot(range));
+        };
+    }
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
 
     std::weak_ptr<AppDelegate> weak = delegate_;

@@ -1,8 +1,81 @@
 #include "CorvaneApp/dashboard/ScreenshotScenarios.h"
 
 #include <algorithm>
+#include <charconv>
+
+#include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
 
 namespace corvane {
+namespace {
+
+constexpr std::string_view failedDownloadText = "The network connection was lost.";
+constexpr std::uint64_t downloadedPercent = 41;
+
+// The next minor release after `running` ("0.2.5" gives "0.3.0"), so that the update scenes have
+// a version the running one is older than.
+std::string nextMinorVersion(std::string_view running) {
+    std::vector<long> parts;
+    for (std::size_t start = 0; start <= running.size();) {
+        const auto dot = std::min(running.find('.', start), running.size());
+        long value = 0;
+        std::from_chars(running.data() + start, running.data() + dot, value);
+        parts.push_back(value);
+        start = dot + 1;
+    }
+    parts.resize(std::max<std::size_t>(parts.size(), 3), 0);
+    parts[1] += 1;
+    std::fill(parts.begin() + 2, parts.end(), 0);
+    std::string text;
+    for (std::size_t i = 0; i < parts.size(); ++i) text += (i ? "." : "") + std::to_string(parts[i]);
+    return text;
+}
+
+ModelDownloadProgress::Phase downloadPhase(ScreenshotModelsState state, std::uint64_t size) {
+    using P = ModelDownloadProgress;
+    switch (state) {
+        case ScreenshotModelsState::ready:
+            return P::Ready{};
+        case ScreenshotModelsState::downloading:
+            return P::Downloading{size * downloadedPercent / 100, size};
+        case ScreenshotModelsState::notInstalled:
+            return P::NotStarted{};
+        case ScreenshotModelsState::downloadFailed:
+            return P::Failed{std::string(failedDownloadText)};
+    }
+    return P::NotStarted{};
+}
+
+void applyModelsState(ScreenshotModelsState state, AppModel& model) {
+    const ModelIdentifier whisper = whisperModelIdentifier();
+    const auto entry = catalogueEntry(whisper);
+    std::unordered_set<ModelIdentifier> installed;
+    if (state == ScreenshotModelsState::ready) installed.insert(whisper);
+    model.setInstalledModelIDs(std::move(installed));
+    model.setModelDownloadProgress(ModelDownloadProgress{
+        modelDisplayName(whisper), downloadPhase(state, entry ? entry->downloadSizeBytes : 0)});
+    model.refreshStatus(true);
+}
+
+}  // namespace
+
+std::string_view rawValue(DashPage page) {
+    switch (page) {
+        case DashPage::overview:
+            return "overview";
+        case DashPage::earnings:
+            return "earnings";
+        case DashPage::payouts:
+            return "payouts";
+        case DashPage::schedule:
+            return "schedule";
+        case DashPage::models:
+            return "models";
+        case DashPage::settings:
+            return "settings";
+    }
+    return "overview";
+}
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(const std::vector<std::string>& arguments) {
     constexpr std::string_view screen = "--screen=";
@@ -23,28 +96,50 @@ std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(const std::vecto
 
 const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
     using K = ScreenshotSurface::Kind;
+    using S = WorkerStatus;
+    using M = ScreenshotModelsState;
+    constexpr std::nullopt_t none = std::nullopt;
     constexpr ScreenshotSurface popover{K::popover, DashPage::overview};
     auto page = [](DashPage p) { return ScreenshotSurface{K::dashboard, p}; };
     static const std::vector<ScreenshotScenarioInfo> catalog{
-        {"popover-earning", "Tray popover — earning, no update banner.", popover},
-        {"popover-idle", "Tray popover — idle (online, no jobs).", popover},
-        {"popover-paused", "Tray popover — paused by user.", popover},
-        {"popover-scheduled", "Tray popover — outside allowed hours.", popover},
-        {"popover-throttled", "Tray popover — CPU cap reached.", popover},
-        {"popover-offline", "Tray popover — no internet connection.", popover},
-        {"popover-updating", "Tray popover — installing update.", popover},
-        {"popover-update-available", "Tray popover — earning with an update banner.", popover},
-        {"overview-earning", "Overview page — earning, steady state.", page(DashPage::overview)},
-        {"overview-paused", "Overview page — paused by user.", page(DashPage::overview)},
-        {"overview-update-available", "Overview page — update banner shown.", page(DashPage::overview)},
-        {"earnings-default", "Earnings page — populated dummy data.", page(DashPage::earnings)},
-        {"models-ready", "Models page — Whisper installed and ready.", page(DashPage::models)},
-        {"models-downloading", "Models page — Whisper mid-download.", page(DashPage::models)},
-        {"models-not-installed", "Models page — Whisper not yet installed.", page(DashPage::models)},
-        {"models-download-failed", "Models page — Whisper download failed, retry offered.", page(DashPage::models)},
-        {"schedule-default", "Schedule & limits page — default recommended.", page(DashPage::schedule)},
-        {"payouts-default", "Payouts page — no method attached yet.", page(DashPage::payouts)},
-        {"settings-default", "Settings page — default.", page(DashPage::settings)},
+        {"popover-earning", "Tray popover — earning, no update banner.", popover,
+         S::earning, false, none},
+        {"popover-idle", "Tray popover — idle (online, no jobs).", popover,
+         S::idle, false, none},
+        {"popover-paused", "Tray popover — paused by user.", popover,
+         S::paused, false, none},
+        {"popover-scheduled", "Tray popover — outside allowed hours.", popover,
+         S::scheduled, false, none},
+        {"popover-throttled", "Tray popover — CPU cap reached.", popover,
+         S::throttled, false, none},
+        {"popover-offline", "Tray popover — no internet connection.", popover,
+         S::offline, false, none},
+        {"popover-updating", "Tray popover — installing update.", popover,
+         S::updating, false, none},
+        {"popover-update-available", "Tray popover — earning with an update banner.", popover,
+         S::earning, true, none},
+        {"overview-earning", "Overview page — earning, steady state.", page(DashPage::overview),
+         S::earning, false, none},
+        {"overview-paused", "Overview page — paused by user.", page(DashPage::overview),
+         S::paused, false, none},
+        {"overview-update-available", "Overview page — update banner shown.", page(DashPage::overview),
+         none, true, none},
+        {"earnings-default", "Earnings page — populated dummy data.", page(DashPage::earnings),
+         none, false, none},
+        {"models-ready", "Models page — Whisper installed and ready.", page(DashPage::models),
+         none, false, M::ready},
+        {"models-downloading", "Models page — Whisper mid-download.", page(DashPage::models),
+         none, false, M::downloading},
+        {"models-not-installed", "Models page — Whisper not yet installed.", page(DashPage::models),
+         none, false, M::notInstalled},
+        {"models-download-failed", "Models page — Whisper download failed, retry offered.", page(DashPage::models),
+         none, false, M::downloadFailed},
+        {"schedule-default", "Schedule & limits page — default recommended.", page(DashPage::schedule),
+         none, false, none},
+        {"payouts-default", "Payouts page — no method attached yet.", page(DashPage::payouts),
+         none, false, none},
+        {"settings-default", "Settings page — default.", page(DashPage::settings),
+         none, false, none},
     };
     return catalog;
 }
@@ -53,6 +148,24 @@ const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id) {
     const auto& catalog = screenshotCatalog();
     auto it = std::find_if(catalog.begin(), catalog.end(), [&](const auto& s) { return s.id == id; });
     return it == catalog.end() ? nullptr : &*it;
+}
+
+void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model) {
+    const auto& surface = scenario.surface;
+    model.setRequestedPage(surface.kind == ScreenshotSurface::Kind::dashboard
+                               ? std::optional<std::string>(rawValue(surface.page))
+                               : std::nullopt);
+    // The demo account; a dummy-mode refresh touches no network and loads it only once.
+    if (model.dataMode() == DataMode::dummy) model.refreshFromAPI();
+    if (scenario.status) {
+        // Through the pause command, so that the model's own pause state agrees with the words.
+        if (model.isManuallyPaused() != (*scenario.status == WorkerStatus::paused))
+            model.togglePause();
+        model.setStatusPresentation(WorkerStatusPresentation::defaultFor(*scenario.status));
+    }
+    if (scenario.offersUpdate)
+        model.applyLatestAppVersion({nextMinorVersion(model.machine().appVersion), {}, {}, {}});
+    if (scenario.models) applyModelsState(*scenario.models, model);
 }
 
 }  // namespace corvane

@@ -8,7 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneApp/app/WorkerStatus.h"
+
 namespace corvane {
+
+class AppModel;
 
 struct ScreenshotLaunchArgs {
     std::string scenario;
@@ -20,6 +24,11 @@ struct ScreenshotLaunchArgs {
 };
 
 enum class DashPage { overview, earnings, payouts, schedule, models, settings };
+// The page's name as the model's `requestedPage` carries it.
+std::string_view rawValue(DashPage page);
+
+// Where Whisper stands on the models page of a scene.
+enum class ScreenshotModelsState { ready, downloading, notInstalled, downloadFailed };
 
 struct ScreenshotSurface {
     enum class Kind { dashboard, popover };
@@ -28,15 +37,23 @@ struct ScreenshotSurface {
     friend bool operator==(const ScreenshotSurface&, const ScreenshotSurface&) = default;
 };
 
-// One scene as data; its set-up over the app model is looked up by id.
+// One scene as data: where it is shown and what its set-up changes on the app model.
 struct ScreenshotScenarioInfo {
     std::string_view id;
     std::string_view description;
     ScreenshotSurface surface;
+    std::optional<WorkerStatus> status;  // shown with that status's own words
+    bool offersUpdate = false;           // a newer published version is known
+    std::optional<ScreenshotModelsState> models;
 };
 
 // In catalogue order, the popover scenes first.
 const std::vector<ScreenshotScenarioInfo>& screenshotCatalog();
 const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id);
+
+// Sets a dummy-mode model up for the scene: the page it asks for, the demo account (loaded once),
+// then the scene's status, update and model state. A scene that names no status keeps the one
+// the model has; a paused scene is the owner's own pause, and any other status lifts it.
+void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model);
 
 }  // namespace corvane

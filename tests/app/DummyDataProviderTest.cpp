@@ -1,0 +1,176 @@
+// The demo account, loaded into a dummy-mode model as the session wires it, and its records
+// checked against each other and against the instant they count from.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <numeric>
+
+#include "CorvaneApp/app/DummyDataProvider.h"
+#include "tests/support/ManualExecutor.h"
+
+namespace corvane {
+namespace {
+
+const Date kReference = dateFromUnixSeconds(1'781'771'400);  // Thursday 2026-06-18 08:30 UTC
+
+double total(const std::vector<double>& values) {
+    return std::accumulate(values.begin(), values.end(), 0.0);
+}
+
+Date parsed(const std::optional<std::string>& text) {
+    return AppModelDateParser::parseCoordinatorTimestamp(text.value_or("")).value_or(Date{});
+}
+
+class DummyDataProviderTest : public ::testing::Test {
+  protected:
+    DummyDataProviderTest() { useZone("UTC"); }
+    ~DummyDataProviderTest() override { useZone("UTC"); }
+    static void useZone(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+
+    testing::ManualExecutor executor;
+    DummyDataProvider provider{kReference};
+};
+
+TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
+    AppModel::Dependencies deps;
+    deps.eligibilityGate = EligibilityGate::create(executor, true);
+    deps.dataMode = DataMode::dummy;
+    deps.startBackgroundTasks = false;
+    deps.now = [] { return kReference + std::chrono::hours(5); };  // the demo keeps its own day
+    deps.loadDummyData = [this](AppModel& m) { provider.load(m); };
+    deps.dummyEarningsSnapshot = [this](EarningsRange r) {
+        return std::optional(provider.earningsSnapshot(r));
+    };
+    AppModel m(executor, std::move(deps));
+    m.refreshFromAPI();
+
+    ASSERT_TRUE(m.dummyDataLoaded());
+    EXPECT_EQ(m.phase(), AppPhase::enrolled);
+    EXPECT_EQ(m.statusSub(), "Demo session · processing queued audio");
+    EXPECT_EQ(m.statusTooltip(), "Corvane · Demo data");
+    EXPECT_EQ(m.currentDate(), kReference);
+    std::string payoutIDs;
+    for (const auto& payout : m.payoutHistory()) payoutIDs += payout.payoutEventId.value() + " ";
+    EXPECT_EQ(
+        payoutIDs,
+        "payout_demo_0418 payout_demo_0417 payout_demo_0416 payout_demo_0415 payout_demo_0414 ");
+    EXPECT_EQ(m.topJobs().front().clientDisplayName, "Acme Transcripts");
+    EXPECT_EQ(m.earningsVisibleRange(), EarningsRange::month);
+    ASSERT_EQ(m.earningsHourly().size(), 24u);
+    EXPECT_NEAR(total(m.earningsHourly()), total(m.earningsLast30()), 1e-6);
+    EXPECT_EQ(m.resourceHistory().cpuCorvane.size(), ResourceSampler::chartPoints);
+
+    // Balances, summary and series tell one story.
+    const auto summary = provider.earningsSummary();
+    const auto series = provider.earningsSnapshot(EarningsRange::all).daily;
+    EXPECT_NEAR(*m.lifetimeEarnings(), total(series), 0.006);
+    EXPECT_NEAR(*m.heldBalance(), total({series.end() - 7, series.end()}), 0.006);
+    EXPECT_EQ(m.jobsCompletedToday(), summary.jobsCompletedToday);
+    // The shards of the last 15 minutes before the reference instant are the estimated ones.
+    ASSERT_TRUE(m.estimatedRecentUnpaidCompletedWork());
+    EXPECT_NEAR(*m.estimatedRecentUnpaidCompletedWork() * 4, *summary.recentHourlyUSD, 0.03);
+    EXPECT_EQ(std::int64_t(m.recentEstimatedActivity().size()), summary.recentCompletedShards);
+    // The rows alone give the summary's day and month.
+    m.applyDerivedEarningsSummaryFallback(m.earningsLast30Rows(), std::nullopt);
+    EXPECT_EQ(m.deltaVsYesterday(), summary.deltaVsYesterdayUSD);
+    EXPECT_EQ(m.monthProjection(), summary.monthProjectionUSD);
+
+    m.selectEarningsRange(EarningsRange::week);
+    EXPECT_EQ(m.currentEarningsSnapshot(), provider.earningsSnapshot(EarningsRange::week));
+}
+
+TEST_F(DummyDataProviderTest, EachRangeCoversItsDaysEndingOnTheReferenceDay) {
+    const std::tuple<EarningsRange, std::size_t, const char*> rows[] = {
+        {EarningsRange::day, 1, "2026-06-18"},
+        {EarningsRange::week, 7, "2026-06-12"},
+        {EarningsRange::month, 30, "2026-05-20"},
+        {EarningsRange::quarter, 90, "2026-03-21"},
+        {EarningsRange::all, 180, "2025-12-21"}};
+    const auto all = provider.earningsSnapshot(EarningsRange::all);
+    for (const auto& [range, days, first] : rows) {
+        SCOPED_TRACE(std::string(rawValue(range)));
+        const auto snapshot = provider.earningsSnapshot(range);
+        ASSERT_EQ(snapshot.dailyRows.size(), days);
+        EXPECT_EQ(snapshot.dailyRows.front().date, first);
+        EXPECT_EQ(snapshot.dailyRows.back().date, "2026-06-18");
+        EXPECT_EQ(snapshot.startDate, parsed(std::string(first) + " 00:00:00"));
+        EXPECT_NEAR(total(snapshot.hourly), total(snapshot.daily), 1e-6);
+        // A day earns the same in every range that shows it.
+        EXPECT_TRUE(std::equal(snapshot.dailyRows.begin(), snapshot.dailyRows.end(),
+                               all.dailyRows.end() - days));
+    }
+    // Today has earned only up to 08:30.
+    const auto today = provider.earningsSnapshot(EarningsRange::day).hourly;
+    EXPECT_GT(today[8], 0);
+    EXPECT_EQ(total({today.begin() + 9, today.end()}), 0);
+    const auto midnight =
+        DummyDataProvider(dateFromUnixSeconds(1'781'740'800)).earningsSnapshot(EarningsRange::day);
+    EXPECT_EQ(midnight.daily, std::vector<double>{0.0});
+    EXPECT_EQ(midnight.hourly, std::vector<double>(24, 0.0));
+    // A day later, the same dates keep their amounts and the former today is whole.
+    const auto later =
+        DummyDataProvider(kReference + std::chrono::hours(24)).dailyEarningsSeries(180);
+    EXPECT_TRUE(std::equal(all.dailyRows.begin() + 1, all.dailyRows.end() - 1, later.begin()));
+    EXPECT_GT(later[178].amountUSD, all.dailyRows.back().amountUSD);
+
+    useZone("America/New_York");  // clocks went forward on 2026-03-08
+    DummyDataProvider spring(dateFromUnixSeconds(1'773'158'400));  // 2026-03-10 12:00 local
+    std::string dates;
+    for (const auto& row : spring.dailyEarningsSeries(4)) dates += row.date + " ";
+    EXPECT_EQ(dates, "2026-03-07 2026-03-08 2026-03-09 2026-03-10 ");
+    EXPECT_EQ(unixSeconds(*spring.earningsSnapshot(EarningsRange::week).startDate), 1'772'600'400);
+}
+
+TEST_F(DummyDataProviderTest, RecordsAreDatedFromTheReferenceInstant) {
+    const auto payouts = provider.payoutHistory();
+    EXPECT_EQ(secondsBetween(parsed(payouts[0].createdAt), kReference), 3 * 86400.0);
+    for (std::size_t i = 1; i < payouts.size(); ++i) {
+        EXPECT_EQ(secondsBetween(parsed(payouts[i].createdAt), parsed(payouts[i - 1].createdAt)),
+                  7 * 86400.0);
+        EXPECT_EQ(payouts[i].amountCents, std::llround(*payouts[i].amountUSD * 100));
+    }
+    const auto activity = provider.recentActivity();
+    for (std::size_t i = 0; i < activity.size(); ++i) {
+        const double age = secondsBetween(parsed(activity[i].createdAt), kReference);
+        EXPECT_TRUE(age > 0 && age < 3600) << i;
+        EXPECT_EQ(activity[i].status == "estimated", age < 15 * 60) << i;
+    }
+    for (const auto& job : provider.topJobs())
+        EXPECT_LT(secondsBetween(parsed(job.completedAt), kReference), 7 * 86400.0);
+
+    const auto dashboard = provider.dashboard("wk_x");
+    double held = 0;
+    for (const auto& entry : dashboard.holdSchedule) held += entry.amountUSD;
+    EXPECT_NEAR(held, dashboard.earningsUSD.held, 0.006);
+    EXPECT_EQ(dashboard.nextRelease, dashboard.holdSchedule.front());
+    EXPECT_EQ(parsed(dashboard.nextRelease->holdUntil), parsed(std::string("2026-06-19 00:00:00")));
+}
+
+TEST_F(DummyDataProviderTest, TheActivityHistogramCountsEachWeekdayAsOftenAsItFell) {
+    const auto week = provider.activityHistogram("wk_demo", 7);
+    const auto eight = provider.activityHistogram("wk_demo", 8);
+    const auto fortnight = provider.activityHistogram("wk_demo", 14);
+    EXPECT_EQ(provider.activityHistogram("wk_demo", 0).activeMinutesTotal, 0);
+    std::int64_t minutes = 0;
+    for (int day = 0; day < 7; ++day) {
+        ASSERT_EQ(week.histogram[day].size(), 24u);
+        for (int hour = 0; hour < 24; ++hour) {
+            minutes += week.histogram[day][hour];
+            EXPECT_LE(week.histogram[day][hour], 60);
+            EXPECT_EQ(fortnight.histogram[day][hour], 2 * week.histogram[day][hour]);
+            // The eighth day back is another Thursday (index 3).
+            EXPECT_EQ(eight.histogram[day][hour], (day == 3 ? 2 : 1) * week.histogram[day][hour]);
+        }
+    }
+    EXPECT_EQ(minutes, week.activeMinutesTotal);
+    // Busy office hours, quiet nights: what the schedule suggestions look for.
+    EXPECT_GE(week.histogram[1][10], 30);
+    EXPECT_LT(week.histogram[1][3], 30);
+}
+
+}  // namespace
+}  // namespace corvane
