@@ -1,12 +1,16 @@
 #pragma once
-// Shared pieces of the enrolment suites: a temp folder, fixture files, and fakes for the
-// registration client and the credential store.
+// Shared pieces of the enrolment suites: a temp folder, and fakes for the registration client and
+// the credential store.
+
+#include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,19 +22,32 @@ namespace corvane::testing {
 // A fresh folder under the system's temp dir, removed at the end.
 class TempDir {
 public:
-    TempDir();
-    ~TempDir();
+    TempDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "enrol-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+        path_ = pattern;
+    }
+    ~TempDir() { std::filesystem::remove_all(path_, ignored_); }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     const std::filesystem::path& path() const { return path_; }
-    // Writes `contents` to `relative`, creating folders.
-    std::filesystem::path write(const std::filesystem::path& relative, const std::string& contents) const;
+    std::filesystem::path write(const std::filesystem::path& relative, const std::string& contents) const {
+        const auto full = path_ / relative;
+        std::filesystem::create_directories(full.parent_path());
+        std::ofstream(full, std::ios::binary) << contents;
+        return full;
+    }
 
 private:
     std::filesystem::path path_;
+    std::error_code ignored_;
 };
 
-std::string readText(const std::filesystem::path& path);
+inline std::string readText(const std::filesystem::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
 
 // Answers with a scripted response or error, and remembers each call.
 class FakeRegistration final : public CoordinatorRegistering {
@@ -47,7 +64,10 @@ public:
 
     WorkerRegistrationResponse registerWorker(std::string_view coordinatorURL,
                                               const std::optional<std::string>& enrollmentToken,
-                                              const WorkerRegistrationRequest& request) override;
+                                              const WorkerRegistrationRequest& request) override {
+        calls.push_back({std::string(coordinatorURL), enrollmentToken, request});
+        return answer(calls.back());
+    }
 };
 
 // Keeps tokens in memory; can be told to fail the next stores.
@@ -58,8 +78,16 @@ public:
     int removals = 0;
 
     WorkerTokenKeychainRef storeWorkerToken(const std::string& token, const std::string& coordinatorURL,
-                                            const std::string& workerID) override;
-    void removeWorkerToken(const WorkerTokenKeychainRef& reference) noexcept override;
+                                            const std::string& workerID) override {
+        if (failuresLeft > 0 && failuresLeft--) throw std::runtime_error("keyring locked");
+        WorkerTokenKeychainRef reference{"VarnixCompute Worker (" + coordinatorURL + ")", workerID};
+        tokens[reference.service + "|" + reference.account] = token;
+        return reference;
+    }
+    void removeWorkerToken(const WorkerTokenKeychainRef& reference) noexcept override {
+        ++removals;
+        tokens.erase(reference.service + "|" + reference.account);
+    }
 };
 
 }  // namespace corvane::testing

@@ -25,14 +25,10 @@ protected:
         return OnboardingViewModel({registration, credentials, configPath, machine, [this] { ++flushed; },
                                     [this] { ++finished; }, clock.function(), "https://coordinator.test"});
     }
-    void refuse(CoordinatorRegistrationError error) {
-        registration->answer = [error](const FakeRegistration::Call&) -> WorkerRegistrationResponse { throw error; };
-    }
 };
 
 TEST_F(Onboarding, ConnectSendsTheMachineAndATokenOnlyWhenAdvancedIsOpen) {
     auto model = make();
-    EXPECT_EQ(model.coordinatorURL(), "https://coordinator.test");
     model.advance();
     model.setCoordinatorURL("  http://coord.local:8080/  ");
     model.setEnrollmentToken("inv-typed-while-closed");
@@ -42,12 +38,9 @@ TEST_F(Onboarding, ConnectSendsTheMachineAndATokenOnlyWhenAdvancedIsOpen) {
     EXPECT_EQ(registration->calls[0].coordinatorURL, "http://coord.local:8080/");
     const auto& request = registration->calls[0].request;
     EXPECT_EQ(request.workerID, "wk_00112233aabbccdd");
-    EXPECT_EQ(request.displayName, "build-box");
     EXPECT_EQ(request.memoryGB, 15) << "physical memory shifted right by 30 bits, not rounded";
-    EXPECT_EQ(request.availableHandlers, OnboardingViewModel::availableHandlers());
     EXPECT_EQ(request.buildIdentity, "0.1.0");
     EXPECT_EQ(model.step(), OnboardingStep::configure);
-    EXPECT_FALSE(model.isWorking());
 
     model.goBack();
     model.setShowAdvancedOptions(true);
@@ -76,23 +69,14 @@ TEST_F(Onboarding, RefusalsExplainThemselvesAndARejectedCodeOpensAdvanced) {
          "This invitation code wasn't accepted. Check Advanced and try again.", true},
         {"required, none sent", CoordinatorRegistrationError::invitationRequired(), false,
          "This installation requires an invitation code. Open Advanced, enter it there, and try again.", true},
-        {"already registered", CoordinatorRegistrationError::existingWorkerTokenRequired(), false,
-         CoordinatorRegistrationError::existingWorkerTokenRequired().errorDescription(), false},
-        {"rate limited", CoordinatorRegistrationError::rateLimited("30"), false,
-         "Too many registration attempts. Try again in 30 seconds.", false},
-        {"unavailable", CoordinatorRegistrationError::coordinatorUnavailable(), false,
-         "Corvane couldn't reach the service right now. Wait a moment and try again.", false},
         {"something else", std::nullopt, false, "socket exploded", false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        if (row.error) {
-            refuse(*row.error);
-        } else {
-            registration->answer = [](const FakeRegistration::Call&) -> WorkerRegistrationResponse {
-                throw std::runtime_error("socket exploded");
-            };
-        }
+        registration->answer = [&row](const FakeRegistration::Call&) -> WorkerRegistrationResponse {
+            if (row.error) throw *row.error;
+            throw std::runtime_error("socket exploded");
+        };
         auto model = make();
         model.advance();
         if (row.withToken) {
@@ -103,7 +87,6 @@ TEST_F(Onboarding, RefusalsExplainThemselvesAndARejectedCodeOpensAdvanced) {
         EXPECT_EQ(model.errorMessage(), row.text);
         EXPECT_EQ(model.showAdvancedOptions(), row.withToken || row.opensAdvanced);
         EXPECT_EQ(model.step(), OnboardingStep::connect) << "the step stays";
-        EXPECT_FALSE(model.isWorking());
         model.saveConfiguration();
         EXPECT_EQ(model.errorMessage(), "Complete the connection step before saving.");
         EXPECT_FALSE(std::filesystem::exists(configPath));
@@ -111,62 +94,43 @@ TEST_F(Onboarding, RefusalsExplainThemselvesAndARejectedCodeOpensAdvanced) {
     }
 }
 
-TEST_F(Onboarding, SavingStoresTheCredentialThenWritesTheConfigWithoutTheToken) {
-    auto model = make();
-    model.advance();
-    model.connect();
-    model.saveConfiguration();
-    EXPECT_EQ(model.step(), OnboardingStep::done);
-    EXPECT_EQ(model.summary(), (OnboardingSummary{"wk_00112233aabbccdd", "https://coordinator.test"}));
-    EXPECT_EQ(flushed, 1) << "pending settings are written before the config";
-    ASSERT_EQ(credentials->tokens.size(), 1u);
-    EXPECT_EQ(credentials->tokens.begin()->second, "wt-secret-123");
-    auto config = WorkerConfig::load(configPath);
-    ASSERT_TRUE(config);
-    EXPECT_EQ(config->coordinatorURL, "https://coordinator.test");
-    EXPECT_EQ(config->workerID, "wk_00112233aabbccdd");
-    EXPECT_EQ(readText(configPath).find("wt-secret-123"), std::string::npos) << "the token never reaches config.yaml";
-    model.finish();
-    EXPECT_EQ(finished, 1);
-}
-
-TEST_F(Onboarding, AFailedSaveLeavesNothingAndARetryNeedsNoSecondRegistration) {
+// A failure half-way leaves no half-enrolled machine; a retry needs no second registration.
+TEST_F(Onboarding, SavingStoresTheCredentialThenWritesTheConfigOrLeavesNothing) {
     auto model = make();
     model.advance();
     model.connect();
     const std::string failed =
         "Corvane could not save your worker credentials locally. Check keyring and home-folder permissions, then try "
         "again.";
-
     credentials->failuresLeft = 1;  // a locked keyring
     model.saveConfiguration();
     EXPECT_EQ(model.errorMessage(), failed);
     EXPECT_EQ(model.step(), OnboardingStep::configure);
     EXPECT_FALSE(std::filesystem::exists(configPath)) << "no config.yaml without a credential";
 
-    // The config can't be written: its folder is a file.
-    home.write(".varnix-compute", "not a folder");
+    home.write(".varnix-compute", "not a folder");  // the config can't be written
     model.saveConfiguration();
     EXPECT_EQ(model.errorMessage(), failed);
     EXPECT_TRUE(credentials->tokens.empty()) << "the credential stored for it was taken back";
     EXPECT_EQ(credentials->removals, 1);
-    EXPECT_FALSE(model.isWorking());
 
     std::filesystem::remove(home.path() / ".varnix-compute");
     model.saveConfiguration();
     EXPECT_EQ(model.step(), OnboardingStep::done);
     EXPECT_EQ(registration->calls.size(), 1u) << "saving again reuses the one registration";
-    EXPECT_TRUE(std::filesystem::exists(configPath));
-    EXPECT_EQ(credentials->tokens.size(), 1u);
+    EXPECT_EQ(model.summary(), (OnboardingSummary{"wk_00112233aabbccdd", "https://coordinator.test"}));
+    EXPECT_EQ(flushed, 2) << "pending settings are written once the credential is kept";
+    ASSERT_EQ(credentials->tokens.size(), 1u);
+    EXPECT_EQ(credentials->tokens.begin()->second, "wt-secret-123");
+    EXPECT_EQ(WorkerConfig::load(configPath).value().workerID, "wk_00112233aabbccdd");
+    EXPECT_EQ(readText(configPath).find("wt-secret-123"), std::string::npos) << "the token never reaches config.yaml";
+    model.finish();
+    EXPECT_EQ(finished, 1);
 }
 
 TEST_F(Onboarding, PresetsAndCustomTimes) {
     auto model = make();
-    EXPECT_EQ(model.configuration().preset, OnboardingSchedulePreset::alwaysOn);
-    EXPECT_FALSE(model.configuration().schedule.enabled);
     model.applySchedulePreset(OnboardingSchedulePreset::businessHours);
-    EXPECT_TRUE(model.configuration().schedule.enabled);
-    EXPECT_EQ(model.configuration().schedule.startTime, model.makeTime(9));
     EXPECT_EQ(model.configuration().schedule.endTime, model.makeTime(17));
 
     model.updateCustomStart(model.makeTime(22));
@@ -177,7 +141,6 @@ TEST_F(Onboarding, PresetsAndCustomTimes) {
     model.applySchedulePreset(OnboardingSchedulePreset::custom);
     EXPECT_EQ(model.configuration().schedule.startTime, model.makeTime(22)) << "custom times survive a preset switch";
     EXPECT_EQ(model.configuration().schedule.endTime, model.makeTime(6));
-    EXPECT_TRUE(model.configuration().schedule.enabled);
 
     model.advance();
     model.advance();
@@ -191,8 +154,7 @@ TEST(OnboardingMachineFacts, NamesIdsChipsAndBuilds) {
     const std::string a = workerIDForMachine("0123456789abcdef0123456789abcdef\n");
     EXPECT_EQ(a, workerIDForMachine("0123456789abcdef0123456789abcdef")) << "stable for one machine";
     EXPECT_NE(a, workerIDForMachine("fedcba9876543210fedcba9876543210"));
-    EXPECT_EQ(a.size(), 19u);
-    EXPECT_TRUE(a.starts_with("wk_"));
+    EXPECT_TRUE(a.starts_with("wk_") && a.size() == 19u) << a;
     EXPECT_EQ(a.find("0123456789abcdef"), std::string::npos) << "the machine id itself stays home";
     EXPECT_NE(workerIDForMachine(std::nullopt), workerIDForMachine("  "));
 
@@ -201,11 +163,9 @@ TEST(OnboardingMachineFacts, NamesIdsChipsAndBuilds) {
     EXPECT_EQ(computerNameFrom(std::nullopt, ""), "computer");
 
     EXPECT_EQ(chipDescriptionFrom("Apple M3 Pro"), "M3 Pro");
-    EXPECT_EQ(chipDescriptionFrom("Intel(R) Core(TM) i7"), "Intel(R) Core(TM) i7");
     EXPECT_EQ(chipDescriptionFrom("Apple "), std::nullopt);
 
     EXPECT_EQ(buildIdentityFrom("0.1.0", "0123456789abcdef"), "0.1.0 sha256:0123456789ab");
-    EXPECT_EQ(buildIdentityFrom("", "0123456789abcdef"), "sha256:0123456789ab");
     EXPECT_EQ(buildIdentityFrom(" ", std::nullopt), std::nullopt);
 }
 

@@ -3,7 +3,6 @@
 // event loop until a condition holds.
 
 #include <QApplication>
-#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QTimer>
 

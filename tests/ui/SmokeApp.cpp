@@ -2,7 +2,7 @@
 // will do, without the worker. Usage: ui_smoke_app <folder>
 //   <folder>/status       three lines, read at every refresh: status line, tooltip, glyph name
 //   <folder>/fail-session present: building the session fails
-//   <folder>/shutdown     written when shutdown() runs
+//   <folder>/shutdown     a line appended each time shutdown() runs
 // Each call of the session is also printed to stdout as "event <name>".
 
 #include <cstdio>
@@ -24,8 +24,7 @@ class ScriptedSession final : public corvane::DesktopSession {
   public:
     ScriptedSession(std::filesystem::path folder, corvane::Executor& mainSequence)
         : folder_(std::move(folder)) {
-        // Printed from the main sequence, so the test knows the loop runs.
-        mainSequence.post([] { announce("ready"); });
+        mainSequence.post([] { announce("ready"); });  // so the test knows the loop runs
     }
     corvane::TrayStatus trayStatus() override {
         corvane::TrayStatus status;
@@ -38,10 +37,7 @@ class ScriptedSession final : public corvane::DesktopSession {
     void openDashboard() override { announce("openDashboard"); }
     void showPreferences() override { announce("showPreferences"); }
     void about() override { announce("about"); }
-    void shutdown() override {
-        std::ofstream(folder_ / "shutdown", std::ios::app) << "shutdown\n";
-        announce("shutdown");
-    }
+    void shutdown() override { std::ofstream(folder_ / "shutdown", std::ios::app) << "shutdown\n"; }
 
   private:
     std::filesystem::path folder_;
@@ -50,10 +46,7 @@ class ScriptedSession final : public corvane::DesktopSession {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: ui_smoke_app <folder>\n");
-        return 2;
-    }
+    if (argc < 2) return 2;
     const std::filesystem::path folder = argv[1];
     corvane::DesktopOptions options;
     options.statusRefreshSeconds = 0.1;  // quick, so a status change shows without a long wait
