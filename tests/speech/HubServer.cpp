@@ -61,10 +61,6 @@ HubServer::HubServer(fs::path root)
                                             {"size", directory ? 0 : fs::file_size(child)},
                                             {"oid", "0000"}});
                      }
-                     if (sub.empty()) {
-                         for (const auto& extra : faults_.extraEntries)
-                             listing.push_back(nlohmann::json::parse(extra));
-                     }
                      response.set_content(listing.dump(), "application/json");
                  });
 
@@ -87,18 +83,19 @@ HubServer::HubServer(fs::path root)
                 return;
             }
             auto body = std::make_shared<std::string>(readAll(file));
-            if (auto cut = faults_.truncated.find(path); cut != faults_.truncated.end()) {
-                std::size_t sent = std::min(cut->second, body->size());
-                response.set_content_provider(
-                    body->size(), "application/octet-stream",
-                    [body, sent](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                        if (offset < sent) sink.write(body->data() + offset, sent - offset);
-                        return offset < sent;  // false drops the connection mid-body
-                    });
-                return;
+            if (auto cut = faults_.cut.find(path); cut != faults_.cut.end()) {
+                std::size_t sent = std::min(cut->second.first, body->size());
+                if (cut->second.second) {
+                    response.set_content_provider(
+                        body->size(), "application/octet-stream",
+                        [body, sent](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                            if (offset < sent) sink.write(body->data() + offset, sent - offset);
+                            return offset < sent;  // false drops the connection mid-body
+                        });
+                    return;
+                }
+                body->resize(sent);
             }
-            if (auto cut = faults_.shortened.find(path); cut != faults_.shortened.end())
-                body->resize(std::min(cut->second, body->size()));
             response.set_content(*body, "application/octet-stream");
         });
 
@@ -117,7 +114,7 @@ HubServer::~HubServer() {
     if (thread_.joinable()) thread_.join();
 }
 
-void HubServer::failListing(int status, std::string body) {
+void HubServer::answerListings(int status, std::string body) {
     std::lock_guard lock(mutex_);
     faults_.listing = std::make_pair(status, std::move(body));
 }
@@ -125,17 +122,9 @@ void HubServer::failFile(const std::string& path, int status) {
     std::lock_guard lock(mutex_);
     faults_.fileStatus[path] = status;
 }
-void HubServer::truncateFile(const std::string& path, std::size_t bytes) {
+void HubServer::cutFile(const std::string& path, std::size_t bytes, bool dropConnection) {
     std::lock_guard lock(mutex_);
-    faults_.truncated[path] = bytes;
-}
-void HubServer::shortenFile(const std::string& path, std::size_t bytes) {
-    std::lock_guard lock(mutex_);
-    faults_.shortened[path] = bytes;
-}
-void HubServer::addListingEntry(std::string json) {
-    std::lock_guard lock(mutex_);
-    faults_.extraEntries.push_back(std::move(json));
+    faults_.cut[path] = {bytes, dropConnection};
 }
 void HubServer::clearFaults() {
     std::lock_guard lock(mutex_);

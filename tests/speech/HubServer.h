@@ -34,12 +34,10 @@ class HubServer {
     std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     // Fault switches.
-    void failListing(int status, std::string body = "");  // every listing answers this
-    void failFile(const std::string& path, int status);   // the file at this repo path
-    void truncateFile(const std::string& path,
-                      std::size_t bytes);  // send a part, then drop the connection
-    void shortenFile(const std::string& path, std::size_t bytes);  // send a shorter body, cleanly
-    void addListingEntry(std::string json);                        // appended to the root listing
+    void answerListings(int status, std::string body = "");  // every listing answers this
+    void failFile(const std::string& path, int status);      // the file at this repo path
+    // Sends the first `bytes` of the file, then drops the connection or ends the body cleanly.
+    void cutFile(const std::string& path, std::size_t bytes, bool dropConnection);
     void clearFaults();
 
     std::vector<Request> requests() const;
@@ -50,9 +48,7 @@ class HubServer {
     struct Faults {
         std::optional<std::pair<int, std::string>> listing;
         std::map<std::string, int> fileStatus;
-        std::map<std::string, std::size_t> truncated;
-        std::map<std::string, std::size_t> shortened;
-        std::vector<std::string> extraEntries;
+        std::map<std::string, std::pair<std::size_t, bool>> cut;  // bytes, drop the connection
     };
 
     std::filesystem::path root_;

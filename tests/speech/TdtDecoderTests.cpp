@@ -18,12 +18,80 @@ namespace {
 using ::testing::ElementsAre;
 using testing::FunctionModel;
 using ::testing::IsEmpty;
-using testing::JointStep;
-using testing::RecordingDecoder;
-using testing::ScriptedJoint;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 constexpr int B = 8192;    // blank of the v3 vocabulary
 constexpr int hidden = 4;  // a narrow encoder keeps the frames readable
+
+// (1, hidden, frames) where frame t's first element is t.
+MultiArray indexedFrames(int frames) {
+    MultiArray array({1, hidden, frames});
+    for (int t = 0; t < frames; ++t) array.at({0, 0, t}) = static_cast<float>(t);
+    return array;
+}
+
+void writeJoint(FeatureMap& out, int token, float probability, int durationIndex) {
+    out.prepare("token_id", {1}, ElementType::int32).storage()[0] = static_cast<float>(token);
+    out.prepare("token_prob", {1}).storage()[0] = probability;
+    out.prepare("duration", {1}, ElementType::int32).storage()[0] =
+        static_cast<float>(durationIndex);
+}
+
+int valueOf(const FeatureMap& in, const char* name) {
+    return static_cast<int>(std::lround(in.find(name)->flat(0)));
+}
+
+// One answer of a joint, with what the loop must have asked.
+struct JointStep {
+    int expectedFrame;
+    int token;
+    float probability;
+    int durationIndex;
+    std::optional<int> expectedPrevious = std::nullopt;  // the token the decoder step must carry
+};
+
+// A joint computed from the frame alone.
+FunctionModel answering(std::function<JointStep(int frame)> answer) {
+    return FunctionModel({}, [answer](const FeatureMap& in, FeatureMap& out) {
+        auto step = answer(valueOf(in, "encoder_step"));
+        writeJoint(out, step.token, step.probability, step.durationIndex);
+    });
+}
+
+// A joint that answers its steps in order. A call past the script or with unexpected inputs is
+// a problem (answered with blank), and so is stopping before the script's end.
+class ScriptedJoint {
+  public:
+    explicit ScriptedJoint(std::vector<JointStep> steps) : steps_(std::move(steps)) {}
+    const NeuralModel& model() const { return model_; }
+    std::vector<std::string> problems() const {
+        auto problems = problems_;
+        if (next_ < steps_.size()) problems.push_back("stopped at step " + std::to_string(next_));
+        return problems;
+    }
+
+  private:
+    void answer(const FeatureMap& in, FeatureMap& out) {
+        int frame = valueOf(in, "encoder_step"), previous = valueOf(in, "decoder_step");
+        std::string at = "step " + std::to_string(next_) + ": ";
+        if (next_ >= steps_.size()) {
+            problems_.push_back("call past the script at frame " + std::to_string(frame));
+            return writeJoint(out, B, 1.0f, 1);
+        }
+        const auto& step = steps_[next_++];
+        if (step.expectedFrame != frame)
+            problems_.push_back(at + "asked frame " + std::to_string(frame));
+        if (step.expectedPrevious && *step.expectedPrevious != previous)
+            problems_.push_back(at + "previous token " + std::to_string(previous));
+        writeJoint(out, step.token, step.probability, step.durationIndex);
+    }
+
+    std::vector<JointStep> steps_;
+    std::size_t next_ = 0;
+    std::vector<std::string> problems_;
+    FunctionModel model_{{}, [this](const FeatureMap& in, FeatureMap& out) { answer(in, out); }};
+};
 
 ASRConfig narrowConfig(TdtConfig tdt = {}) {
     ASRConfig config;
@@ -34,21 +102,41 @@ ASRConfig narrowConfig(TdtConfig tdt = {}) {
 
 class TdtDecoderTest : public ::testing::Test {
   protected:
-    TdtHypothesis decode(ScriptedJoint& joint, int frames, TdtDecoderState& state, bool isLastChunk,
-                         TdtConfig tdt = {}, int context = 0, int offset = 0) {
-        TdtDecoderV3 decoder(narrowConfig(std::move(tdt)));
-        auto encoder = testing::indexedFrames(frames, hidden);
-        auto decoderModel = recorder.model();
-        auto jointModel = joint.model();
-        auto hypothesis =
-            decoder.decodeWithTimings(encoder, frames, frames, *decoderModel, *jointModel, state,
-                                      context, isLastChunk, offset);
-        EXPECT_THAT(joint.mismatches(), IsEmpty());
-        EXPECT_TRUE(joint.finished()) << "the loop stopped before the script's end";
+    struct Window {
+        bool last = false;
+        TdtConfig tdt = {};
+        int context = 0;
+        int offset = 0;
+        std::optional<std::string> language = std::nullopt;
+        std::stop_token stop = {};
+    };
+
+    // Decodes `frames` indexed frames with the recording predictor.
+    TdtHypothesis run(const NeuralModel& joint, int frames, TdtDecoderState& state, Window w) {
+        TdtDecoderV3 decoder(narrowConfig(std::move(w.tdt)), filter);
+        return decoder.decodeWithTimings(indexedFrames(frames), frames, frames, *predictor, joint,
+                                         state, w.context, w.last, w.offset, w.language, w.stop);
+    }
+    // As run(), with a joint whose script must be followed exactly to its end.
+    TdtHypothesis follow(ScriptedJoint& joint, int frames, TdtDecoderState& state, Window w) {
+        auto hypothesis = run(joint.model(), frames, state, std::move(w));
+        EXPECT_THAT(joint.problems(), IsEmpty());
         return hypothesis;
     }
 
-    RecordingDecoder recorder;
+    std::vector<int> fed;  // every token the predictor ran with
+    // Its output carries the token it was fed; h counts its runs.
+    std::shared_ptr<FunctionModel> predictor = std::make_shared<FunctionModel>(
+        ModelDescription{}, [this](const FeatureMap& in, FeatureMap& out) {
+            fed.push_back(valueOf(in, "targets"));
+            out.prepare("decoder", {1, TdtDecoderState::hiddenSize, 1}).storage()[0] =
+                static_cast<float>(fed.back());
+            auto h = *in.find("h_in");
+            h.storage()[0] += 1;
+            out.set("h_out", h);
+            out.set("c_out", *in.find("c_in"));
+        });
+    const TokenLanguageFilter* filter = nullptr;
 };
 
 TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLeavesTheWindow) {
@@ -59,23 +147,23 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
     //  f4 token 9, bin 0 -> new frame, duration stays 0: emitted at 4, time stays 4
     //  f4 token 11, bin 0 -> second emission at frame 4: step 8 makes it 1; emitted at 4, time 5
     //  f5 token 13, bin 1 -> time 6 reaches the end: dropped, loop ends
+    // Scores 1.7 and NaN are recorded as 1 and 0.
     ScriptedJoint joint({{0, B, 0.5f, 0, B},
                          {1, B, 0.5f, 0, B},
-                         {2, 7, 0.9f, 2, B},
-                         {4, 9, 0.8f, 0, 7},
+                         {2, 7, 1.7f, 2, B},
+                         {4, 9, std::nanf(""), 0, 7},
                          {4, 11, 0.7f, 0, 9},
-                         {5, 13, 0.6f, 1, 11}},
-                        B);
+                         {5, 13, 0.6f, 1, 11}});
     TdtDecoderState state(2);
-    auto hypothesis = decode(joint, 6, state, false);
+    auto hypothesis = follow(joint, 6, state, {});
 
     EXPECT_THAT(hypothesis.ySequence, ElementsAre(7, 9, 11));
     EXPECT_THAT(hypothesis.timestamps, ElementsAre(2, 4, 4));
     EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(2, 0, 1));
-    EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(0.9f, 0.8f, 0.7f));
-    EXPECT_FLOAT_EQ(hypothesis.score, 2.4f);
+    EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(1.0f, 0.0f, 0.7f));
+    EXPECT_FLOAT_EQ(hypothesis.score, 1.7f);
     // One predictor run to start, then one per emitted token; blanks never run it.
-    EXPECT_THAT(recorder.tokens(), ElementsAre(B, 7, 9, 11));
+    EXPECT_THAT(fed, ElementsAre(B, 7, 9, 11));
     // Carry-over: the window overshot by 6 - 6 = 0, the predictor output of token 11 is kept.
     EXPECT_EQ(state.timeJump, 0);
     EXPECT_EQ(state.lastToken, 11);
@@ -87,19 +175,12 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
 
     // The next window of the same stream starts with that prediction: no predictor run first.
     // timeJump 0 with no context frames means frame 25 of the new window.
-    ScriptedJoint next({{25, 21, 0.9f, 1, 11}, {26, B, 0.5f, 4, 21}}, B);
-    RecordingDecoder secondRecorder;
-    TdtDecoderV3 decoder(narrowConfig());
-    auto encoder = testing::indexedFrames(30, hidden);
-    auto decoderModel = secondRecorder.model();
-    auto jointModel = next.model();
     // f25 token 21, bin 1: emitted at 25 + offset 100; f26 blank bin 4 jumps to 30, the end.
-    auto second = decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *jointModel, state, 0,
-                                            false, 100);
-    EXPECT_THAT(next.mismatches(), IsEmpty());
+    ScriptedJoint next({{25, 21, 0.9f, 1, 11}, {26, B, 0.5f, 4, 21}});
+    auto second = follow(next, 30, state, {.offset = 100});
     EXPECT_THAT(second.ySequence, ElementsAre(21));
     EXPECT_THAT(second.timestamps, ElementsAre(125));
-    EXPECT_THAT(secondRecorder.tokens(), ElementsAre(21));
+    EXPECT_THAT(fed, ElementsAre(B, 7, 9, 11, 21));
 }
 
 TEST_F(TdtDecoderTest, OneSymbolPerStepForcesAnAdvanceAfterEveryEmission) {
@@ -109,11 +190,9 @@ TEST_F(TdtDecoderTest, OneSymbolPerStepForcesAnAdvanceAfterEveryEmission) {
     //  f1 token 6, bin 0 -> jump 0 (no last emission), emitted at 1; forced to 2
     //  f2 token 7, bin 2 -> jump 2 to 4, emitted at 2; forced to 5
     //  f5 blank -> 6, the end
-    TdtConfig tdt;
-    tdt.maxSymbolsPerStep = 1;
-    ScriptedJoint joint({{0, 5, 1.0f, 0}, {1, 6, 1.0f, 0}, {2, 7, 1.0f, 2}, {5, B, 1.0f, 0}}, B);
+    ScriptedJoint joint({{0, 5, 1.0f, 0}, {1, 6, 1.0f, 0}, {2, 7, 1.0f, 2}, {5, B, 1.0f, 0}});
     TdtDecoderState state(2);
-    auto hypothesis = decode(joint, 6, state, false, tdt);
+    auto hypothesis = follow(joint, 6, state, {.tdt = {.maxSymbolsPerStep = 1}});
     EXPECT_THAT(hypothesis.ySequence, ElementsAre(5, 6, 7));
     EXPECT_THAT(hypothesis.timestamps, ElementsAre(0, 1, 2));
     EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(0, 0, 2));
@@ -125,13 +204,10 @@ TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgressAndLongBlankJumpsSkip
     //  f0 token 6, bin 0 -> made 1 by step 8: emitted at 0, time 1; emissions = 2, not below 2,
     //     so progress is forced: time 2
     //  f2 blank bin 0 -> 3; f3 blank bin 4 -> jump 4 to 7; f7 blank -> 8, the end
-    TdtConfig tdt;
-    tdt.maxSymbolsPerStep = 2;
     ScriptedJoint joint(
-        {{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}},
-        B);
+        {{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}});
     TdtDecoderState state(2);
-    auto hypothesis = decode(joint, 8, state, false, tdt);
+    auto hypothesis = follow(joint, 8, state, {.tdt = {.maxSymbolsPerStep = 2}});
     EXPECT_THAT(hypothesis.ySequence, ElementsAre(5, 6));
     EXPECT_THAT(hypothesis.timestamps, ElementsAre(0, 0));
     EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(0, 1));
@@ -139,38 +215,34 @@ TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgressAndLongBlankJumpsSkip
 
 TEST_F(TdtDecoderTest, TheTailOfTheLastChunkRecoversATokenTheMainLoopDropped) {
     // Four frames. The only token sits on the last frame (3) with a jump of 1, which reaches the
-    // end: the main loop drops it (f0 blank, f1, f2 blank, f3 token 42 -> time 4).
-    // Tail (last chunk only): tailIndex 4, floor max(4-2, 0) = 2, last frame 3.
+    // end: the main loop drops it (f0 blank, f1, f2 blank, f3 token 42 -> time 4), and a middle
+    // chunk has no tail. Tail (last chunk only): tailIndex 4, floor max(4-2, 0) = 2, last frame 3.
     //  step 0: frame min(3, 4) = 3 -> 42, emitted at min(3, 4) = 3 with duration 1; tail 4
     //  step 1: frame lastTimestep 3 -> blank (1); step 2: frame floor 2 -> blank (2)
     //  step 3: frame 3 -> blank (3); step 4: frame 3 -> blank (4); step 5: frame 2 -> blank (5):
     //  five blanks in a row end it.
-    auto script = [] {
-        return std::vector<JointStep>{
-            {0, B, 1.0f, 0}, {1, B, 1.0f, 0}, {2, B, 1.0f, 0}, {3, 42, 0.9f, 1}};
-    };
-    {
-        ScriptedJoint joint(script(), B);
-        TdtDecoderState state(2);
-        auto hypothesis = decode(joint, 4, state, false);
-        EXPECT_THAT(hypothesis.ySequence, IsEmpty()) << "a middle chunk has no tail";
-        EXPECT_EQ(state.timeJump, 0);
-    }
-    auto steps = script();
-    for (JointStep tail :
-         {JointStep{3, 42, 0.9f, 1, B}, JointStep{3, B, 1.0f, 1, 42}, JointStep{2, B, 1.0f, 1, 42},
-          JointStep{3, B, 1.0f, 1}, JointStep{3, B, 1.0f, 1}, JointStep{2, B, 1.0f, 1}}) {
-        steps.push_back(tail);
-    }
-    ScriptedJoint joint(steps, B);
+    std::vector<JointStep> steps{
+        {0, B, 1.0f, 0}, {1, B, 1.0f, 0}, {2, B, 1.0f, 0}, {3, 42, 0.9f, 1}};
+    ScriptedJoint middle(steps);
     TdtDecoderState state(2);
-    auto hypothesis = decode(joint, 4, state, true);
+    EXPECT_THAT(follow(middle, 4, state, {}).ySequence, IsEmpty());
+    EXPECT_EQ(state.timeJump, 0);
+
+    steps.insert(steps.end(), {{3, 42, 0.9f, 1, B},
+                               {3, B, 1.0f, 1, 42},
+                               {2, B, 1.0f, 1, 42},
+                               {3, B, 1.0f, 1},
+                               {3, B, 1.0f, 1},
+                               {2, B, 1.0f, 1}});
+    ScriptedJoint last(steps);
+    TdtDecoderState fresh(2);
+    auto hypothesis = follow(last, 4, fresh, {.last = true});
     EXPECT_THAT(hypothesis.ySequence, ElementsAre(42));
     EXPECT_THAT(hypothesis.timestamps, ElementsAre(3));
     EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(1));
-    EXPECT_FALSE(state.predictorOutput.has_value()) << "a recording's end leaves no context";
-    EXPECT_FALSE(state.timeJump.has_value());
-    EXPECT_EQ(state.lastToken, 42);
+    EXPECT_FALSE(fresh.predictorOutput.has_value()) << "a recording's end leaves no context";
+    EXPECT_FALSE(fresh.timeJump.has_value());
+    EXPECT_EQ(fresh.lastToken, 42);
 }
 
 TEST_F(TdtDecoderTest, The151stTokenIsNotEmittedButTheTailStillRuns) {
@@ -180,16 +252,12 @@ TEST_F(TdtDecoderTest, The151stTokenIsNotEmittedButTheTailStillRuns) {
     //  step 0 frame 151 -> 101 at 151; steps 1, 2 frames 199, 198 blank; tail index 154
     //  step 3 frame 154 -> 104 at 154; steps 4, 5 blank; step 6 frame 157 -> 107 at 157;
     //  steps 7, 8 blank; step 9 frame 160 -> 110 at 160. Ten steps: done.
-    auto joint = testing::functionJoint([](int frame, int) {
+    auto joint = answering([](int frame) {
         return frame < 180 ? JointStep{frame, 100 + frame % 50, 0.5f, 1}
                            : JointStep{frame, B, 1.0f, 1};
     });
-    TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
-    auto encoder = testing::indexedFrames(200, hidden);
-    auto decoderModel = recorder.model();
-    auto hypothesis =
-        decoder.decodeWithTimings(encoder, 200, 200, *decoderModel, *joint, state, 0, true, 0);
+    auto hypothesis = run(joint, 200, state, {.last = true});
     ASSERT_EQ(hypothesis.ySequence.size(), 154u);
     EXPECT_EQ(hypothesis.timestamps[149], 149);
     std::vector<int> tailTokens(hypothesis.ySequence.begin() + 150, hypothesis.ySequence.end());
@@ -198,92 +266,60 @@ TEST_F(TdtDecoderTest, The151stTokenIsNotEmittedButTheTailStillRuns) {
     EXPECT_THAT(tailFrames, ElementsAre(151, 154, 157, 160));
 }
 
-TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFrames) {
+TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFramesOrThereIsNothingToDo) {
+    std::vector<int> asked;
+    auto joint = answering([&asked](int frame) {
+        asked.push_back(frame);
+        return JointStep{frame, B, 1.0f, 4};
+    });
     struct Row {
         std::optional<int> timeJump;
         int context;
         int expectedStart;
     };
-    for (auto row : {Row{std::nullopt, 0, 0}, Row{std::nullopt, 1, 1}, Row{3, 1, 4}, Row{-7, 1, 0},
-                     Row{0, 0, 25}, Row{0, 1, 1}, Row{2, 0, 2}}) {
-        std::vector<int> asked;
-        auto joint = testing::functionJoint([&asked](int frame, int) {
-            asked.push_back(frame);
-            return JointStep{frame, B, 1.0f, 4};
-        });
+    for (auto row : {Row{std::nullopt, 1, 1}, Row{3, 1, 4}, Row{-7, 1, 0}, Row{0, 1, 1}}) {
+        asked.clear();
         TdtDecoderState state(2);
         state.timeJump = row.timeJump;
-        TdtDecoderV3 decoder(narrowConfig());
-        auto encoder = testing::indexedFrames(30, hidden);
-        auto decoderModel = recorder.model();
-        decoder.decodeWithTimings(encoder, 30, 30, *decoderModel, *joint, state, row.context, false,
-                                  0);
+        run(joint, 30, state, {.context = row.context});
         ASSERT_FALSE(asked.empty());
-        EXPECT_EQ(asked.front(), row.expectedStart)
-            << "timeJump " << row.timeJump.value_or(-99) << ", context " << row.context;
+        EXPECT_EQ(asked.front(), row.expectedStart) << row.timeJump.value_or(-99);
     }
-}
-
-TEST_F(TdtDecoderTest, ShortOrExhaustedWindowsReturnEmptyAndLeaveTheStateAlone) {
-    auto joint = testing::functionJoint([](int frame, int) {
-        return JointStep{frame, 5, 1.0f, 1};
-    });
-    auto decoderModel = recorder.model();
-    TdtDecoderV3 decoder(narrowConfig());
+    // One frame, or a start past the audio (30 carried + 0), gives nothing and changes nothing.
+    asked.clear();
     TdtDecoderState state(2);
     state.lastToken = 77;
-
-    auto one = decoder.decodeWithTimings(testing::indexedFrames(1, hidden), 1, 1, *decoderModel,
-                                         *joint, state, 0, true, 0);
+    auto one = run(joint, 1, state, {.last = true});
     EXPECT_TRUE(one.isEmpty());
     ASSERT_TRUE(one.decState.has_value());
     EXPECT_EQ(one.decState->lastToken, 77);
-    // A start past the audio frames (30 carried + 0) gives nothing either.
     state.timeJump = 30;
-    auto past = decoder.decodeWithTimings(testing::indexedFrames(10, hidden), 10, 10, *decoderModel,
-                                          *joint, state, 0, true, 0);
-    EXPECT_TRUE(past.isEmpty());
-    EXPECT_EQ(joint->calls(), 0);
-    EXPECT_THAT(recorder.tokens(), IsEmpty());
+    EXPECT_TRUE(run(joint, 10, state, {.last = true}).isEmpty());
+    EXPECT_THAT(asked, IsEmpty());
+    EXPECT_THAT(fed, ElementsAre(B, B, B, B)) << "only the four rows ran it";
     EXPECT_EQ(state.timeJump, 30);
 }
 
 TEST_F(TdtDecoderTest, SentenceFinalPunctuationRestartsThePredictor) {
     for (int token : {7883, 7952, 7948, 5}) {
         // f0 blank; f1 the token with bin 1; f2 blank -> 3, the end.
-        ScriptedJoint joint({{0, B, 1.0f, 0}, {1, token, 1.0f, 1}, {2, B, 1.0f, 0}}, B);
+        ScriptedJoint joint({{0, B, 1.0f, 0}, {1, token, 1.0f, 1}, {2, B, 1.0f, 0}});
         TdtDecoderState state(2);
-        decode(joint, 3, state, false);
+        follow(joint, 3, state, {});
         EXPECT_EQ(state.lastToken, token);
         EXPECT_EQ(state.predictorOutput.has_value(), token == 5) << token;
     }
 }
 
-TEST_F(TdtDecoderTest, ScoresAreClampedToZeroToOne) {
-    // Probabilities 1.7, NaN and -0.5 are recorded as 1, 0 and 0.
-    auto joint = testing::functionJoint([](int frame, int) {
-        float probability[] = {1.7f, std::nanf(""), -0.5f};
-        return frame < 3 ? JointStep{frame, 10 + frame, probability[frame], 1}
-                         : JointStep{frame, B, 1.0f, 1};
-    });
-    TdtDecoderV3 decoder(narrowConfig());
-    TdtDecoderState state(2);
-    auto decoderModel = recorder.model();
-    auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(5, hidden), 5, 5,
-                                                *decoderModel, *joint, state, 0, false, 0);
-    EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(1.0f, 0.0f, 0.0f));
-}
-
 TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
     using Mutation = std::function<void(FeatureMap&)>;
     struct Row {
-        const char* what;
         Mutation joint;    // applied to a blank answer
         Mutation decoder;  // applied to the predictor's output
         MultiArray encoder;
         std::string expected;
     };
-    auto frames = testing::indexedFrames(4, hidden);
+    auto frames = indexedFrames(4);
     auto none = [](FeatureMap&) {};
     auto without = [](const char* name) {
         return [name](FeatureMap& out) {
@@ -298,87 +334,69 @@ TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
         return [=](FeatureMap& out) { out.set(name, array); };
     };
     std::vector<Row> rows{
-        {"no token", without("token_id"), none, frames, "Joint decision output missing token_id"},
-        {"no probability", without("token_prob"), none, frames,
-         "Joint decision output missing token_prob"},
-        {"no duration", without("duration"), none, frames,
-         "Joint decision output missing duration"},
-        {"two tokens", replace("token_id", MultiArray({2}, ElementType::int32)), none, frames,
+        {without("token_prob"), none, frames, "Joint decision output missing token_prob"},
+        {replace("token_id", MultiArray({2}, ElementType::int32)), none, frames,
          "Joint decision returned unexpected tensor shapes"},
-        {"half a top-K pair", replace("top_k_ids", MultiArray({3})), none, frames,
+        {replace("top_k_ids", MultiArray({3})), none, frames,
          "Joint decision top-K outputs must be present as a pair (top_k_ids + top_k_logits)"},
-        {"top-K lengths",
-         [](FeatureMap& out) {
+        {[](FeatureMap& out) {
              out.set("top_k_ids", MultiArray({3}));
              out.set("top_k_logits", MultiArray({2}));
          },
          none, frames, "Joint decision top-K length mismatch: 3 vs 2"},
-        {"duration bin 5 of 5", replace("duration", MultiArray::scalarInt(5)), none, frames,
+        {replace("duration", MultiArray::scalarInt(5)), none, frames,
          "Duration bin index out of range: 5"},
-        {"infinite token", replace("token_id", MultiArray::of({1}, {INFINITY})), none, frames,
+        {replace("token_id", MultiArray::of({1}, {INFINITY})), none, frames,
          "Joint decision output token_id is not an integer: inf"},
-        {"no predictor output", none, without("decoder"), frames, "Invalid decoder output"},
-        {"predictor rank 4", none, replace("decoder", MultiArray({1, 640, 1, 1})), frames,
+        {none, without("decoder"), frames, "Invalid decoder output"},
+        {none, replace("decoder", MultiArray({1, 640, 1, 1})), frames,
          "Invalid decoder projection rank: 4"},
-        {"predictor batch 2", none, replace("decoder", MultiArray({2, 640})), frames,
+        {none, replace("decoder", MultiArray({2, 640})), frames,
          "Unsupported decoder batch dimension: 2"},
-        {"predictor ints", none, replace("decoder", MultiArray({1, 640, 1}, ElementType::int32)),
-         frames, "Unsupported decoder projection type: int32"},
-        {"predictor width", none, replace("decoder", MultiArray({1, 320, 1})), frames,
+        {none, replace("decoder", MultiArray({1, 640, 1}, ElementType::int32)), frames,
+         "Unsupported decoder projection type: int32"},
+        {none, replace("decoder", MultiArray({1, 320, 1})), frames,
          "Decoder projection hidden size mismatch: 320"},
-        {"predictor time 2", none, replace("decoder", MultiArray({1, 640, 2})), frames,
+        {none, replace("decoder", MultiArray({1, 640, 2})), frames,
          "Decoder projection time axis must be 1: 2"},
-        {"encoder rank 2", none, none, MultiArray({hidden, 4}),
-         "Invalid encoder output shape: (4, 4)"},
-        {"encoder batch 2", none, none, MultiArray({2, hidden, 4}),
-         "Unsupported batch dimension: 2"},
-        {"encoder width", none, none, MultiArray({1, 8, 5}),
-         "Encoder hidden size mismatch: 8, expected 4"},
-        {"no frames", none, none, MultiArray({1, hidden, 0}), "Encoder output has no frames"},
+        {none, none, MultiArray({hidden, 4}), "Invalid encoder output shape: (4, 4)"},
+        {none, none, MultiArray({2, hidden, 4}), "Unsupported batch dimension: 2"},
+        {none, none, MultiArray({1, 8, 5}), "Encoder hidden size mismatch: 8, expected 4"},
+        {none, none, MultiArray({1, hidden, 0}), "Encoder output has no frames"},
     };
     for (const auto& row : rows) {
         FunctionModel joint({}, [&](const FeatureMap&, FeatureMap& out) {
-            testing::writeJointOutputs(out, B, 1.0f, 1);
+            writeJoint(out, B, 1.0f, 1);
             row.joint(out);
         });
-        auto base = recorder.model();
         FunctionModel decoderModel({}, [&](const FeatureMap& in, FeatureMap& out) {
-            base->predict(in, out);
+            predictor->predict(in, out);
             row.decoder(out);
         });
-        TdtDecoderV3 decoder(narrowConfig());
         TdtDecoderState state(2);
-        try {
-            decoder.decodeWithTimings(row.encoder, 4, 4, decoderModel, joint, state, 0, false, 0);
-            ADD_FAILURE() << row.what << ": no error";
-        } catch (const ASRError& error) {
-            EXPECT_EQ(error.kind(), ASRError::Kind::processingFailed) << row.what;
-            EXPECT_EQ(error.errorDescription(), "ASR processing failed: " + row.expected)
-                << row.what;
-        }
+        EXPECT_THAT(
+            [&] {
+                TdtDecoderV3(narrowConfig())
+                    .decodeWithTimings(row.encoder, 4, 4, decoderModel, joint, state, 0, false, 0);
+            },
+            ThrowsMessage<ASRError>(StrEq("ASR processing failed: " + row.expected)));
     }
 }
 
 TEST_F(TdtDecoderTest, PredictorOutputsOfOtherLayoutsAndStridesAreNormalised) {
     // (1, 1, 640) and a strided (1, 640) with every value two apart in storage both carry the
-    // token in their first hidden element.
-    std::vector<MultiArray> layouts;
-    layouts.push_back(MultiArray({1, 1, 640}));
-    layouts.push_back(MultiArray::strided({1, 640}, {1280, 2}, std::vector<float>(1280, 0.0f)));
-    for (auto layout : layouts) {
-        FunctionModel decoderModel({}, [&](const FeatureMap& in, FeatureMap& out) {
-            auto projection = layout;
-            projection.storage()[0] = in.find("targets")->flat(0);
-            out.set("decoder", projection);
-        });
-        ScriptedJoint joint({{0, 9, 1.0f, 1, B}, {1, B, 1.0f, 1, 9}}, B);
+    // token in their first hidden element, which the joint must see as the previous token.
+    for (auto layout : {MultiArray({1, 1, 640}),
+                        MultiArray::strided({1, 640}, {1280, 2}, std::vector<float>(1280))}) {
+        predictor = std::make_shared<FunctionModel>(
+            ModelDescription{}, [layout](const FeatureMap& in, FeatureMap& out) {
+                auto projection = layout;
+                projection.storage()[0] = in.find("targets")->flat(0);
+                out.set("decoder", projection);
+            });
+        ScriptedJoint joint({{0, 9, 1.0f, 1, B}, {1, B, 1.0f, 1, 9}});
         TdtDecoderState state(2);
-        TdtDecoderV3 decoder(narrowConfig());
-        auto jointModel = joint.model();
-        auto hypothesis = decoder.decodeWithTimings(testing::indexedFrames(2, hidden), 2, 2,
-                                                    decoderModel, *jointModel, state, 0, false, 0);
-        EXPECT_THAT(joint.mismatches(), IsEmpty()) << layout.shapeText();
-        EXPECT_THAT(hypothesis.ySequence, ElementsAre(9));
+        EXPECT_THAT(follow(joint, 2, state, {}).ySequence, ElementsAre(9)) << layout.shapeText();
     }
 }
 
@@ -393,44 +411,34 @@ class PreferAlternative final : public TokenLanguageFilter {
 };
 
 TEST_F(TdtDecoderTest, TheLanguageHookSeesTopKOnlyWhenALanguageIsGiven) {
-    auto joint = std::make_shared<FunctionModel>(
-        ModelDescription{}, [](const FeatureMap& in, FeatureMap& out) {
-            int frame = static_cast<int>(in.find("encoder_step")->flat(0));
-            testing::writeJointOutputs(out, frame == 0 ? 5 : B, 0.9f, 1);
-            out.set("top_k_ids", MultiArray::of({2}, {5, 6}, ElementType::int32));
-            out.set("top_k_logits", MultiArray::of({2}, {0.9f, 0.4f}));
-        });
-    PreferAlternative filter;
-    TdtDecoderV3 decoder(narrowConfig(), &filter);
-    auto decoderModel = recorder.model();
+    FunctionModel joint({}, [](const FeatureMap& in, FeatureMap& out) {
+        int frame = static_cast<int>(in.find("encoder_step")->flat(0));
+        writeJoint(out, frame == 0 ? 5 : B, 0.9f, 1);
+        out.set("top_k_ids", MultiArray::of({2}, {5, 6}, ElementType::int32));
+        out.set("top_k_logits", MultiArray::of({2}, {0.9f, 0.4f}));
+    });
+    PreferAlternative preferAlternative;
+    filter = &preferAlternative;
     for (auto [language, expected] :
          {std::pair<std::optional<std::string>, int>{std::nullopt, 5}, {"ru", 6}, {"en", 5}}) {
         TdtDecoderState state(2);
-        auto hypothesis =
-            decoder.decodeWithTimings(testing::indexedFrames(3, hidden), 3, 3, *decoderModel,
-                                      *joint, state, 0, false, 0, language);
-        EXPECT_THAT(hypothesis.ySequence, ElementsAre(expected)) << language.value_or("none");
+        EXPECT_THAT(run(joint, 3, state, {.language = language}).ySequence, ElementsAre(expected))
+            << language.value_or("none");
     }
 }
 
 TEST_F(TdtDecoderTest, AStopRequestEndsTheLoopWithCancellation) {
     std::stop_source stop;
     int calls = 0;
-    auto joint = testing::functionJoint([&](int frame, int) {
+    auto joint = answering([&](int frame) {
         if (++calls == 3) stop.request_stop();
         return JointStep{frame, B, 1.0f, 1};
     });
-    TdtDecoderV3 decoder(narrowConfig());
     TdtDecoderState state(2);
-    auto decoderModel = recorder.model();
-    EXPECT_THROW(
-        decoder.decodeWithTimings(testing::indexedFrames(50, hidden), 50, 50, *decoderModel, *joint,
-                                  state, 0, true, 0, std::nullopt, stop.get_token()),
-        CancellationError);
+    EXPECT_THROW(run(joint, 50, state, {.last = true, .stop = stop.get_token()}),
+                 CancellationError);
     EXPECT_EQ(calls, 3);
-    EXPECT_THROW(
-        TdtDecoderV3(ASRConfig(16000, TdtConfig{true, 10, {0, -1}, B, 20, 150, 5}, hidden, 1)),
-        std::invalid_argument);
+    EXPECT_THROW(TdtDecoderV3(narrowConfig({.durationBins = {0, -1}})), std::invalid_argument);
 }
 
 }  // namespace
