@@ -63,8 +63,6 @@ TEST_F(Onboarding, RefusalsExplainThemselvesAndARejectedCodeOpensAdvanced) {
         bool opensAdvanced;
     };
     const std::vector<Row> rows = {
-        {"invalid invitation", CoordinatorRegistrationError::invalidInvitation(), true,
-         "That invitation code wasn't accepted. Check Advanced and try again.", true},
         {"required, code sent", CoordinatorRegistrationError::invitationRequired(), true,
          "This invitation code wasn't accepted. Check Advanced and try again.", true},
         {"required, none sent", CoordinatorRegistrationError::invitationRequired(), false,
