@@ -9,12 +9,9 @@
 
 namespace corvane {
 
-struct SubmitPerformanceBody {
-    std::optional<double> wallClockSeconds;
-    std::int64_t sampleCount = 0;
-    std::optional<double> cpuAvgPercent;
-    std::optional<double> ramPeakGB;
-    std::optional<double> audioSeconds;
+// The machine and settings a shard ran under, and its stage times: carried in the performance
+// body of its result.
+struct WorkerPerformanceMetadata {
     std::optional<std::string> chip;
     std::optional<std::int64_t> memoryGB;
     std::optional<std::string> quantization;
@@ -30,6 +27,16 @@ struct SubmitPerformanceBody {
     std::optional<double> downloadSeconds;
     std::optional<double> decodeSeconds;
     std::optional<double> inferenceSeconds;
+
+    bool operator==(const WorkerPerformanceMetadata&) const = default;
+};
+
+struct SubmitPerformanceBody : WorkerPerformanceMetadata {
+    std::optional<double> wallClockSeconds;
+    std::int64_t sampleCount = 0;
+    std::optional<double> cpuAvgPercent;
+    std::optional<double> ramPeakGB;
+    std::optional<double> audioSeconds;
     std::optional<double> cpuPerfAvgPct;
     std::optional<double> cpuEffAvgPct;
     std::optional<double> pollRttMs;
@@ -57,25 +64,6 @@ struct SubmitResultBody {
     Json encode() const;
 };
 
-struct WorkerPerformanceMetadata {
-    std::optional<std::string> chip;
-    std::optional<std::int64_t> memoryGB;
-    std::optional<std::string> quantization;
-    std::optional<std::int64_t> resourcePresetPercent;
-    std::optional<std::int64_t> userPercent;
-    std::optional<std::int64_t> effectivePercent;
-    std::optional<std::int64_t> threadLimit;
-    std::optional<std::int64_t> maxShardsInFlight;
-    std::optional<std::string> resourceMode;
-    std::optional<std::int64_t> cpuCountTotal;
-    std::optional<std::int64_t> cpuCountPerf;
-    std::optional<std::int64_t> cpuCountEfficiency;
-    std::optional<double> downloadSeconds;
-    std::optional<double> decodeSeconds;
-    std::optional<double> inferenceSeconds;
-
-    bool operator==(const WorkerPerformanceMetadata&) const = default;
-};
 
 // Why a shard failed. It travels as one string, the value of "error" in the failure report.
 struct FailReason {

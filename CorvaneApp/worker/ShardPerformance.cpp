@@ -19,6 +19,7 @@ void ShardStageAccumulator::add(WorkerControllerEvent::Stage stage, double secon
 SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
     SubmitPerformanceBody body;
     const auto& meta = in.meta;
+    static_cast<WorkerPerformanceMetadata&>(body) = meta;
     // Spans measured across a clock set back are held at 0, never reported negative.
     const double wall = std::max(0.0, in.wallSeconds);
     body.wallClockSeconds = wall;
@@ -30,19 +31,6 @@ SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
         body.cpuEffAvgPct = in.aggregate.avgCpuEffPct;
     }
     if (in.startSeconds && in.endSeconds) body.audioSeconds = std::max(0.0, *in.endSeconds - *in.startSeconds);
-    body.chip = meta.chip;
-    body.memoryGB = meta.memoryGB;
-    body.quantization = meta.quantization;
-    body.resourcePresetPercent = meta.resourcePresetPercent;
-    body.userPercent = meta.userPercent;
-    body.effectivePercent = meta.effectivePercent;
-    body.maxShardsInFlight = meta.maxShardsInFlight;
-    body.resourceMode = meta.resourceMode;
-    body.cpuCountTotal = meta.cpuCountTotal;
-    body.cpuCountPerf = meta.cpuCountPerf;
-    body.cpuCountEfficiency = meta.cpuCountEfficiency;
-
-    body.threadLimit = meta.threadLimit;
     if (in.strategy) {
         const auto& suggested = in.strategy->threadLimit;
         if (!meta.threadLimit) {
@@ -51,11 +39,10 @@ SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
             body.threadLimit = std::max<std::int64_t>(1, std::min(*meta.threadLimit, *suggested));
         }
     }
-    if (in.stages) {
-        body.downloadSeconds = in.stages->download;
-        body.decodeSeconds = in.stages->decode;
-        body.inferenceSeconds = in.stages->inference;
-    }
+    // Stage times are the worker's own measurements of this shard, never the provider's.
+    body.downloadSeconds = in.stages ? in.stages->download : std::nullopt;
+    body.decodeSeconds = in.stages ? in.stages->decode : std::nullopt;
+    body.inferenceSeconds = in.stages ? in.stages->inference : std::nullopt;
     if (in.rtt && in.rtt->pollCount > 0) body.pollRttMs = in.rtt->pollSumMs / static_cast<double>(in.rtt->pollCount);
     if (in.lastSubmitRttMs) body.submitRttMs = std::max(0.0, *in.lastSubmitRttMs);
     if (body.audioSeconds && wall > 0) body.audioRealtimeFactor = *body.audioSeconds / wall;
