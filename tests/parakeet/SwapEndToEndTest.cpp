@@ -33,22 +33,20 @@ TEST(SwapEndToEnd, ClaimsOfTheOtherModelWaitThenRunTogetherOnOneSwap) {
     std::filesystem::create_directories(whisperFile.parent_path());
     std::filesystem::copy_file(whisperTestModelFile(), whisperFile);
     loading.chipTier = [] { return ChipTier::t1; };
-    loading.whisper.impl.threadInputs = {[] { return WhisperThreadInputs::Settings{0, 100, 100}; },
-                                         [] { return std::optional<double>(); },
-                                         [] { return std::optional<std::int64_t>(); }, [] { return std::int64_t{1}; }};
+    ThreadKnobs threads;
+    loading.whisper.impl.threadInputs = threads.inputs();
     loading.parakeet = std::make_shared<const ParakeetCache>(installScriptedParakeet(folder), scriptedParakeetRuntime());
     HandlerLoader loader(std::move(loading));
     loader(whisperModelIdentifier());  // the start-up's first handler
 
-    const auto parakeet = parakeetModelIdentifier();
+    auto shard = [](std::string job, std::string id, std::optional<ModelIdentifier> model) {
+        return dev::ShardSpec{.jobID = job, .shardID = id, .audioFile = "hello.wav", .modelIdentifier = model};
+    };
     dev::DevCoordinator coordinator({.audioDir = folder.path() / "audio",
-                                     .shards = {{.jobID = "job-w", .shardID = "w1", .audioFile = "hello.wav",
-                                                 .modelIdentifier = whisperModelIdentifier()},
-                                                {.jobID = "job-p", .shardID = "p1", .audioFile = "hello.wav",
-                                                 .modelIdentifier = parakeet},
-                                                {.jobID = "job-w", .shardID = "w2", .audioFile = "hello.wav"},
-                                                {.jobID = "job-p", .shardID = "p2", .audioFile = "hello.wav",
-                                                 .modelIdentifier = parakeet}}});
+                                     .shards = {shard("job-w", "w1", whisperModelIdentifier()),
+                                                shard("job-p", "p1", parakeetModelIdentifier()),
+                                                shard("job-w", "w2", std::nullopt),
+                                                shard("job-p", "p2", parakeetModelIdentifier())}});
 
     auto session = std::make_shared<const http::Session>();
     WorkerController::Dependencies d;
@@ -72,7 +70,7 @@ TEST(SwapEndToEnd, ClaimsOfTheOtherModelWaitThenRunTogetherOnOneSwap) {
 
     auto reports = [](const dev::DevCoordinator& c) { return c.results().size() + c.failures().size(); };
     ASSERT_TRUE(coordinator.waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 4; }, kSafetyLimit));
-    coordinator.addShard({.jobID = "job-w3", .shardID = "w3", .audioFile = "hello.wav", .modelIdentifier = whisperModelIdentifier()});
+    coordinator.addShard(shard("job-w3", "w3", whisperModelIdentifier()));
     ASSERT_TRUE(coordinator.waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 5; }, kSafetyLimit));
     worker->stop();
 
@@ -92,7 +90,7 @@ TEST(SwapEndToEnd, ClaimsOfTheOtherModelWaitThenRunTogetherOnOneSwap) {
             EXPECT_EQ(result.body["backend"], "whisper-cpp-swift");
         }
     }
-    EXPECT_EQ(perShard, (std::map<std::string, int>{{"p1", 1}, {"p2", 1}, {"w1", 1}, {"w2", 1}, {"w3", 1}}));
+    ASSERT_EQ(perShard, (std::map<std::string, int>{{"p1", 1}, {"p2", 1}, {"w1", 1}, {"w2", 1}, {"w3", 1}}));
     EXPECT_EQ(std::set<std::string>(order.begin(), order.begin() + 2), (std::set<std::string>{"w1", "w2"}));
     EXPECT_EQ(std::set<std::string>(order.begin() + 2, order.begin() + 4), (std::set<std::string>{"p1", "p2"}));
     EXPECT_EQ(order[4], "w3");
