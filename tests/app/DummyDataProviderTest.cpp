@@ -46,6 +46,7 @@ TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
         return std::optional(provider.earningsSnapshot(r));
     };
     AppModel m(executor, std::move(deps));
+    m.selectEarningsRange(EarningsRange::week);  // the session opens on the month all the same
     m.refreshFromAPI();
 
     ASSERT_TRUE(m.dummyDataLoaded());
