@@ -87,7 +87,7 @@ TEST_F(WhisperImplTest, ModeCeilingAndRuntimePercentDecideTheThreadsAndAreLogged
     EXPECT_EQ(impl->currentThreadCount().userPercent, 50);
 }
 
-TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishWithTheChosenThreads) {
+TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16kAudio) {
     whisper_full_params seen{};
     const float* seenSamples = nullptr;
     auto impl = load([&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
@@ -105,6 +105,16 @@ TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishWithTheChosenThrea
     EXPECT_EQ(seen.n_threads, 2);
     EXPECT_STREQ(seen.language, "en");
     EXPECT_FALSE(seen.detect_language || seen.translate || seen.no_timestamps);
+
+    // The generic entry takes only 16 kHz audio.
+    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::ImagePrompt{"a cat", {}}}); }),
+              R"(invalidInput(reason: "WhisperImpl requires .audio input"))");
+    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{sineSamples(1), 44100}}); }),
+              R"(invalidInput(reason: "WhisperImpl requires 16 kHz input, got 44100"))");
+    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{{}, 16000}}); }), R"(invalidInput(reason: "empty PCM input"))");
+    const std::string text = impl->run({ModelInput::Audio{sineSamples(4), 16000}}).transcript()->text;
+    ASSERT_FALSE(text.empty());
+    EXPECT_NE(text.front(), ' ');  // segments are joined and trimmed
 }
 
 TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServesOn) {
@@ -128,17 +138,6 @@ TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServe
     EXPECT_FALSE(impl->transcribe(pcm).empty());
 }
 
-TEST_F(WhisperImplTest, RunTakesOnly16kAudio) {
-    auto impl = load();
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::ImagePrompt{"a cat", {}}}); }),
-              R"(invalidInput(reason: "WhisperImpl requires .audio input"))");
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{sineSamples(1), 44100}}); }),
-              R"(invalidInput(reason: "WhisperImpl requires 16 kHz input, got 44100"))");
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{{}, 16000}}); }), R"(invalidInput(reason: "empty PCM input"))");
-    const std::string text = impl->run({ModelInput::Audio{sineSamples(4), 16000}}).transcript()->text;
-    ASSERT_FALSE(text.empty());
-    EXPECT_NE(text.front(), ' ');  // segments are joined and trimmed
-}
 
 // The generator writes a file whisper.cpp 1.9.1 takes as a model, and the model transcribes.
 TEST(WhisperTestModel, BuildTreeModelLoadsPassesTheFileCheckAndTranscribesIntoWords) {
