@@ -1,5 +1,5 @@
 // WhisperImpl on the generated model: thread selection, what reaches whisper_full, failures of
-// the library and of the model file, and the generic run() entry; the generated model itself.
+// the library and of the model file, and the generic run() entry.
 
 #include <gtest/gtest.h>
 
@@ -138,28 +138,6 @@ TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServe
     EXPECT_FALSE(impl->transcribe(pcm).empty());
 }
 
-
-// The generator writes a file whisper.cpp 1.9.1 takes as a model, and the model transcribes.
-TEST(WhisperTestModel, BuildTreeModelLoadsPassesTheFileCheckAndTranscribesIntoWords) {
-    EXPECT_EQ(WhisperModelFile::problem(whisperTestModelFile()), std::nullopt);
-    std::unique_ptr<whisper_context, void (*)(whisper_context*)> ctx(
-        whisper_init_from_file_with_params(whisperTestModelFile().c_str(), whisper_context_default_params()), whisper_free);
-    ASSERT_NE(ctx, nullptr);
-    EXPECT_EQ(whisper_model_n_text_layer(ctx.get()), 1);
-    EXPECT_EQ(whisper_model_n_audio_state(ctx.get()), 64);
-
-    // Two windows of a tone: each closes its segment and stops after a few words.
-    const std::vector<float> pcm = sineSamples(40);
-    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    params.language = "en";
-    ASSERT_EQ(whisper_full(ctx.get(), params, pcm.data(), static_cast<int>(pcm.size())), 0);
-    ASSERT_EQ(whisper_full_n_segments(ctx.get()), 2);
-    for (int i = 0; i < 2; ++i) {
-        const std::string text = whisper_full_get_segment_text(ctx.get(), i);
-        EXPECT_GE(std::count(text.begin(), text.end(), ' '), 2) << text;
-    }
-    EXPECT_EQ(whisper_full_get_segment_t1(ctx.get(), 0), 3000);  // the first window ends at 30 s
-}
 
 // The file check names what is wrong before whisper.cpp sees a file it would divide by zero on,
 // assert on, or read past; the model then fails to load with a ModelError and that name logged.
