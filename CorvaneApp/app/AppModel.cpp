@@ -724,6 +724,10 @@ void AppModel::loadActivityHistogram(
     int days,
     std::function<void(std::optional<ActivityHistogramResponse>, std::optional<std::string>)>
         done) {
+    if (deps_.dataMode == DataMode::dummy && deps_.dummyActivityHistogram) {
+        done(deps_.dummyActivityHistogram(machine_.workerID, days), std::nullopt);
+        return;
+    }
     auto api =
         api_ ? api_ : (deps_.coordinatorAPIFactory ? deps_.coordinatorAPIFactory() : nullptr);
     if (!api) {
@@ -754,6 +758,11 @@ void AppModel::retryDownload() {
 }
 
 // --- Simple setters
+
+void AppModel::setLastRefreshAt(std::optional<Date> date) {
+    ChangeBatchGuard batch(batchDepth_, [this] { notifyIfChanged(); });
+    assign(lastRefreshAt_, std::move(date));
+}
 
 void AppModel::setModelDownloadProgress(std::optional<ModelDownloadProgress> progress) {
     ChangeBatchGuard batch(batchDepth_, [this] { notifyIfChanged(); });

@@ -109,6 +109,8 @@ class AppModel {
         // Fills the model with the demo session (dummy mode), and a range of its earnings.
         std::function<void(AppModel&)> loadDummyData;
         std::function<std::optional<EarningsRangeSnapshot>(EarningsRange)> dummyEarningsSnapshot;
+        std::function<ActivityHistogramResponse(const std::string& workerID, int days)>
+            dummyActivityHistogram;
         std::shared_ptr<BackgroundRunner> backgroundRunner;  // absent: one task per job
         std::shared_ptr<SleepProvider> sleeper;              // absent: real waits
         NowFunction now = systemNow;
@@ -180,6 +182,7 @@ class AppModel {
     void setCurrentDateOverride(std::optional<Date> date);
     void setDummySessionSignedOut(bool signedOut);
     void setStatusPresentation(const WorkerStatusPresentation& presentation);
+    void setLastRefreshAt(std::optional<Date> date);
 
     // --- Observable values
     AppPhase phase() const { return phase_; }

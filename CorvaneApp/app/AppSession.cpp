@@ -79,6 +79,9 @@ void AppSession::launch() {
         deps.dummyEarningsSnapshot = [provider](EarningsRange range) {
             return std::optional<EarningsRangeSnapshot>(provider->earningsSnapshot(range));
         };
+        deps.dummyActivityHistogram = [provider](const std::string& workerID, int days) {
+            return provider->activityHistogram(workerID, days);
+        };
     }
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
 
@@ -109,6 +112,8 @@ void AppSession::launch() {
     delegateSubscription_ = delegate_->observe([this] { syncModelDownload(); });
     // The model was made before it could hear of the worker; let it ask for it now.
     model_->refreshLocalState(false);
+    // The demo session has no refresh loop: its one "refresh" loads the sample account.
+    if (env.dataMode == DataMode::dummy) model_->refreshFromAPI();
     syncModelDownload();
 }
 

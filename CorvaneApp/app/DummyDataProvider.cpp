@@ -393,6 +393,7 @@ void DummyDataProvider::load(AppModel& model) const {
     model.applySamplerSnapshot(resourceHistory());
     model.setTopJobs(topJobs());
     model.selectEarningsRange(EarningsRange::month);
+    model.setLastRefreshAt(referenceDate_);
 }
 
 }  // namespace corvane

@@ -42,6 +42,9 @@ TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
     deps.startBackgroundTasks = false;
     deps.now = [] { return kReference + std::chrono::hours(5); };  // the demo keeps its own day
     deps.loadDummyData = [this](AppModel& m) { provider.load(m); };
+    deps.dummyActivityHistogram = [this](const std::string& id, int days) {
+        return provider.activityHistogram(id, days);
+    };
     AppModel m(executor, std::move(deps));
     m.selectEarningsRange(EarningsRange::week);  // the session opens on the month all the same
     m.refreshFromAPI();
@@ -50,6 +53,10 @@ TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
     EXPECT_EQ(m.statusSub(), "Demo session · processing queued audio");
     EXPECT_EQ(m.statusTooltip(), "Corvane · Demo data");
     EXPECT_EQ(m.currentDate(), kReference);
+    EXPECT_EQ(m.lastRefreshAt(), kReference);
+    std::optional<ActivityHistogramResponse> histogram;
+    m.loadActivityHistogram(28, [&](auto response, auto) { histogram = std::move(response); });
+    EXPECT_EQ(histogram, provider.activityHistogram(m.machine().workerID, 28)) << "no network asked";
     std::string payoutIDs;
     for (const auto& payout : m.payoutHistory()) payoutIDs += payout.payoutEventId.value() + " ";
     EXPECT_EQ(
