@@ -4,15 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
-
-#include "SpeechEngine/AsrManager.h"
 #include "SpeechEngine/AsrModels.h"
 #include "SpeechEngine/AsrModelsError.h"
 #include "tests/speech/HubServer.h"
-#include "tests/speech/SpeechTestSupport.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/ManualSleeper.h"
 
 namespace speech {
 namespace {
@@ -21,36 +16,26 @@ namespace fs = std::filesystem;
 using ::testing::StrEq;
 using ::testing::ThrowsMessage;
 
-const std::string mark = "\xE2\x96\x81";
-
-class AsrModelsTest : public ::testing::Test {
+class AsrModelsTest : public testing::HubTest {
   protected:
     AsrModelsTest() {
         ScriptedRuntime::installModelSet(
             dir.path() / "hub" / "parakeet-models" / "parakeet-tdt-0.6b-v2-coreml",
-            AsrModelVersion::v2, {{21, {5, 6}, {0, 1}, {0.8f, 0.8f}}}, 1024,
-            {{5, mark + "hello"}, {6, mark + "there"}});
+            AsrModelVersion::v2, {}, 1024, {{5, "hello"}, {6, "there"}});
     }
 
-    testing::TemporaryDirectory dir;
     fs::path local = dir.path() / "models" / "parakeet-tdt-0.6b-v2";
-    testing::HubServer hub{dir.path() / "hub"};
-    corvane::http::Session session{DownloadUtils::sessionConfig()};
-    ScriptedRuntime runtime;
-    corvane::testing::ManualSleeper sleeper;
-    DownloadUtils downloads{session, runtime,
-                            [this](const std::string& name) -> std::optional<std::string> {
-                                if (name == "REGISTRY_URL") return hub.baseURL();
-                                return std::nullopt;
-                            },
-                            sleeper};
 };
 
-TEST_F(AsrModelsTest, ExistenceIsAboutFilesOfTheVersionFolder) {
+TEST_F(AsrModelsTest, ExistenceAndValidityAreAboutTheVersionFolder) {
+    EXPECT_FALSE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
     ScriptedRuntime::installModelSet(local, AsrModelVersion::v2, {}, 1024, {});
+    EXPECT_TRUE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
     EXPECT_TRUE(AsrModels::modelsExist(local, AsrModelVersion::v2));
     // Any path inside the models folder names the same version folder next to it.
     EXPECT_TRUE(AsrModels::modelsExist(dir.path() / "models" / "anything", AsrModelVersion::v2));
+    testing::writeText(local / "Decoder.mlmodelc" / "coremldata.bin", "garbage");
+    EXPECT_FALSE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
     fs::remove(local / "parakeet_vocab.json");
     EXPECT_FALSE(AsrModels::modelsExist(local, AsrModelVersion::v2))
         << "all files but the vocabulary";
@@ -72,7 +57,7 @@ TEST_F(AsrModelsTest, ExistenceIsAboutFilesOfTheVersionFolder) {
     EXPECT_THROW(modelFiles(AsrModelVersion::ctcZhCn), AsrModelsError);
 }
 
-TEST_F(AsrModelsTest, DownloadFetchesOnceLoadsTranscribesAndSkipsAFullFolder) {
+TEST_F(AsrModelsTest, DownloadFetchesOnceLoadsAndSkipsAFullFolder) {
     corvane::testing::LogCapture logs;
     std::vector<double> fractions;
     auto folder = AsrModels::download(
@@ -95,40 +80,10 @@ TEST_F(AsrModelsTest, DownloadFetchesOnceLoadsTranscribesAndSkipsAFullFolder) {
     EXPECT_EQ(models.preprocessor->configuration().computeUnits, ComputeUnits::cpuOnly);
     EXPECT_EQ(models.encoder->configuration().computeUnits, ComputeUnits::cpuAndNeuralEngine);
     EXPECT_EQ(models.joint->configuration().computeUnits, ComputeUnits::cpuAndNeuralEngine);
-    // From the hub to text: code 21 at frame 5 says "hello there".
-    std::vector<int> codes(30, 0);
-    codes[5] = 21;
-    TdtDecoderState state(2);
-    EXPECT_EQ(AsrManager(ASRConfig::defaultConfig(), models)
-                  .transcribe(ScriptedRuntime::frameCodedAudio(codes), state)
-                  .text,
-              "hello there");
+    EXPECT_EQ(models.vocabulary->size(), 2u);
 }
 
-TEST_F(AsrModelsTest, ADamagedCacheIsDeletedAndFetchedAgainOnce) {
-    AsrModels::download(downloads, local, false, AsrModelVersion::v2);
-    // A truncated compiled model: its description stops half way.
-    testing::writeText(local / "Encoder.mlmodelc" / "coremldata.bin", "{\"netw");
-    testing::writeText(local / "stray.txt", "left over");
-    corvane::testing::LogCapture logs;
-    hub.clearRequests();
-    auto models = AsrModels::load(downloads, local, std::nullopt, AsrModelVersion::v2);
-    EXPECT_NE(models.encoder, nullptr);
-    EXPECT_TRUE(
-        logs.contains("DownloadUtils error: First load failed: Invalid scripted network in " +
-                      (local / "Encoder.mlmodelc").string()));
-    EXPECT_FALSE(fs::exists(local / "stray.txt"));
-    EXPECT_EQ(hub.fileRequests(), 5u);
-
-    // When the hub can't help either, the second failure is the one reported.
-    testing::writeText(local / "Encoder.mlmodelc" / "coremldata.bin", "{\"netw");
-    hub.answerListings(429);
-    EXPECT_THAT([&] { AsrModels::load(downloads, local, std::nullopt, AsrModelVersion::v2); },
-                ThrowsMessage<std::exception>(StrEq(
-                    "Hugging Face rate limit encountered: Rate limited while listing files")));
-}
-
-TEST_F(AsrModelsTest, CombinedEntriesFetchOnlyWhenTheyMay) {
+TEST_F(AsrModelsTest, ADamagedCacheIsFetchedAgainOnceAndOnlyByEntriesThatMay) {
     EXPECT_THAT(
         [&] { AsrModels::loadFromCache(downloads, local, AsrModelVersion::v2); },
         ThrowsMessage<AsrModelsError>(StrEq("ASR model 'Preprocessor.mlmodelc' not found at: " +
@@ -139,11 +94,33 @@ TEST_F(AsrModelsTest, CombinedEntriesFetchOnlyWhenTheyMay) {
     hub.clearRequests();
     AsrModels::loadFromCache(downloads, local, AsrModelVersion::v2);
     EXPECT_TRUE(hub.requests().empty());
+
+    // A truncated compiled model: its description stops half way. The folder goes, then comes
+    // back whole.
+    testing::writeText(local / "Encoder.mlmodelc" / "coremldata.bin", "{\"netw");
+    testing::writeText(local / "stray.txt", "left over");
+    corvane::testing::LogCapture logs;
+    auto models = AsrModels::load(downloads, local, std::nullopt, AsrModelVersion::v2);
+    EXPECT_TRUE(
+        logs.contains("DownloadUtils error: First load failed: Invalid scripted network in " +
+                      (local / "Encoder.mlmodelc").string()));
+    EXPECT_FALSE(fs::exists(local / "stray.txt"));
+    EXPECT_EQ(hub.fileRequests(), 5u);
+
     // A broken vocabulary is past the networks' own recovery: the whole set is fetched again.
     testing::writeText(local / "parakeet_vocab.json", "{");
-    auto models = AsrModels::loadWithAutoRecovery(downloads, local, AsrModelVersion::v2);
-    EXPECT_EQ(models.vocabulary->size(), 2u);
+    hub.clearRequests();
+    EXPECT_EQ(
+        AsrModels::loadWithAutoRecovery(downloads, local, AsrModelVersion::v2).vocabulary->size(),
+        2u);
     EXPECT_EQ(hub.fileRequests(), 5u);
+
+    // When the hub can't help either, the second failure is the one reported.
+    testing::writeText(local / "Encoder.mlmodelc" / "coremldata.bin", "{\"netw");
+    hub.answerListings(429);
+    EXPECT_THAT([&] { AsrModels::load(downloads, local, std::nullopt, AsrModelVersion::v2); },
+                ThrowsMessage<std::exception>(StrEq(
+                    "Hugging Face rate limit encountered: Rate limited while listing files")));
 }
 
 TEST_F(AsrModelsTest, VocabularyFilesAreReadOrRefusedWithTheirPath) {
@@ -168,17 +145,11 @@ TEST_F(AsrModelsTest, VocabularyFilesAreReadOrRefusedWithTheirPath) {
     EXPECT_EQ(loadVocabulary(vocab), (Vocabulary{{7, "x"}, {-2, "z"}}));
 }
 
-TEST_F(AsrModelsTest, RefusedVersionsValidityAndConfigurations) {
+TEST_F(AsrModelsTest, RefusedVersionsAndConfigurations) {
     EXPECT_THROW(AsrModels::download(downloads, local, false, AsrModelVersion::ctcZhCn),
                  AsrModelsError);
     EXPECT_THROW(AsrModels::load(downloads, local, std::nullopt, AsrModelVersion::ctcZhCn),
                  AsrModelsError);
-
-    EXPECT_FALSE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
-    ScriptedRuntime::installModelSet(local, AsrModelVersion::v2, {}, 1024, {});
-    EXPECT_TRUE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
-    testing::writeText(local / "Decoder.mlmodelc" / "coremldata.bin", "garbage");
-    EXPECT_FALSE(AsrModels::isModelValid(downloads, local, AsrModelVersion::v2));
 
     auto ci = [](const std::string& name) {
         return name == "CI" ? std::optional<std::string>("1") : std::nullopt;

@@ -4,14 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
-
 #include "CorvaneApp/platform/Http.h"
 #include "SpeechEngine/Cancellation.h"
-#include "SpeechEngine/DownloadUtils.h"
 #include "SpeechEngine/HuggingFaceDownloadError.h"
 #include "tests/speech/HubServer.h"
-#include "tests/speech/SpeechTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualSleeper.h"
 
@@ -23,13 +19,15 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::Property;
 using ::testing::StrEq;
+using ::testing::Throws;
 using ::testing::ThrowsMessage;
 using ::testing::UnorderedElementsAre;
 
 const Repo v2(Repo::Id::parakeetV2);
 
-class DownloadUtilsTest : public ::testing::Test {
+class DownloadUtilsTest : public testing::HubTest {
   protected:
     DownloadUtilsTest() {
         ScriptedRuntime::installModelSet(remote, AsrModelVersion::v2, {}, 1024, {{1, "a"}});
@@ -43,29 +41,16 @@ class DownloadUtilsTest : public ::testing::Test {
 
     std::vector<std::string> localFiles() {
         std::vector<std::string> files;
-        if (!fs::exists(local)) return files;
-        for (const auto& entry : fs::recursive_directory_iterator(local)) {
+        for (const auto& entry : fs::recursive_directory_iterator(local, ec)) {
             if (entry.is_regular_file())
                 files.push_back(fs::relative(entry.path(), local).generic_string());
         }
         return files;
     }
 
-    testing::TemporaryDirectory dir;
     fs::path remote = dir.path() / "hub" / "parakeet-models" / "parakeet-tdt-0.6b-v2-coreml";
     fs::path models = dir.path() / "models", local = models / "parakeet-tdt-0.6b-v2";
-    testing::HubServer hub{dir.path() / "hub"};
-    std::map<std::string, std::string> environment{{"REGISTRY_URL", hub.baseURL()}};
-    corvane::http::Session session{DownloadUtils::sessionConfig()};
-    ScriptedRuntime runtime;
-    corvane::testing::ManualSleeper sleeper;
-    DownloadUtils downloads{session, runtime,
-                            [this](const std::string& name) -> std::optional<std::string> {
-                                auto it = environment.find(name);
-                                if (it == environment.end()) return std::nullopt;
-                                return it->second;
-                            },
-                            sleeper};
+    std::error_code ec;  // a missing folder lists as empty
 };
 
 TEST_F(DownloadUtilsTest, FetchesWhatTheModelSetNeedsAndNothingElse) {
@@ -90,7 +75,6 @@ TEST_F(DownloadUtilsTest, FetchesWhatTheModelSetNeedsAndNothingElse) {
     EXPECT_THAT(paths, Contains("/api/models/parakeet-models/parakeet-tdt-0.6b-v2-coreml/tree/"
                                 "main/Encoder.mlmodelc/weights"));
     EXPECT_EQ(hub.fileRequests(), 7u);
-    EXPECT_TRUE(logs.contains("Downloaded all required models for parakeet-tdt-0.6b-v2-coreml"));
     ASSERT_FALSE(progress.empty());
     EXPECT_DOUBLE_EQ(progress.back().fractionCompleted, 0.5);
     for (std::size_t i = 1; i < progress.size(); ++i)
@@ -146,8 +130,11 @@ TEST_F(DownloadUtilsTest, BadListingsFailClearlyAndFetchNoFile) {
           Row{200, R"([{"path": "a.json")", invalid}, Row{200, R"({"path": "a.json"})", invalid},
           Row{200, R"([{"path": 4, "type": "file"}])", invalid},
           Row{200, R"([{"path": "a.json", "type": "file", "size": -3}])", invalid},
-          // A path that climbs out of the repository.
-          Row{200, R"([{"type": "file", "path": "../../escape.json", "size": 3}])", invalid}}) {
+          // A path that climbs out of the repository, listed after one the set needs.
+          Row{200,
+              R"([{"type": "file", "path": "config.json", "size": 2},
+                  {"type": "file", "path": "../../escape.json", "size": 3}])",
+              invalid}}) {
         hub.answerListings(row.status, row.body);
         EXPECT_THAT([&] { downloads.downloadRepo(v2, models); },
                     ThrowsMessage<HuggingFaceDownloadError>(StrEq(row.expected)));
@@ -157,43 +144,30 @@ TEST_F(DownloadUtilsTest, BadListingsFailClearlyAndFetchNoFile) {
 
 TEST_F(DownloadUtilsTest, BrokenTransfersLeaveNoPartFileAndTheNextRunFetchesOnlyWhatIsMissing) {
     // Files are fetched in listing order: Decoder, Encoder/..., JointDecision, Preprocessor, ...
+    const std::string encoder = "Encoder.mlmodelc/coremldata.bin";
     const std::string weights = "Encoder.mlmodelc/weights/weight.bin";
+    using corvane::http::TransportError;
     struct Fault {
         std::function<void()> arm;
-        std::function<void(const std::exception&)> check;
+        ::testing::Matcher<std::function<void()>> fails;
     };
-    std::vector<Fault> faults{
-        {[&] { hub.failFile("Encoder.mlmodelc/coremldata.bin", 429); },
-         [](const std::exception& e) {
-             EXPECT_STREQ(e.what(),
-                          "Hugging Face rate limit encountered: Rate limited while downloading "
-                          "Encoder.mlmodelc/coremldata.bin");
-         }},
-        {[&] { hub.failFile("Encoder.mlmodelc/coremldata.bin", 404); },
-         [](const std::exception& e) {
-             auto* status = dynamic_cast<const HTTPStatusError*>(&e);
-             ASSERT_NE(status, nullptr) << e.what();
-             EXPECT_EQ(status->statusCode(), 404);
-         }},
-        {[&] { hub.cutFile(weights, 1000, true); },
-         [](const std::exception& e) {
-             auto* transport = dynamic_cast<const corvane::http::TransportError*>(&e);
-             ASSERT_NE(transport, nullptr) << e.what();
-             EXPECT_EQ(transport->kind(), corvane::http::TransportError::Kind::connectionLost);
-         }},
-        {[&] { hub.cutFile(weights, 1000, false); },
-         [&](const std::exception& e) { EXPECT_EQ(e.what(), "Failed to download " + weights); }},
-    };
-    for (const auto& fault : faults) {
+    for (const auto& fault : std::vector<Fault>{
+             {[&] { hub.failFile(encoder, 429); },
+              ThrowsMessage<HuggingFaceDownloadError>(
+                  StrEq("Hugging Face rate limit encountered: Rate limited while downloading " +
+                        encoder))},
+             {[&] { hub.failFile(encoder, 404); },
+              Throws<HTTPStatusError>(Property(&HTTPStatusError::statusCode, 404))},
+             {[&] { hub.cutFile(weights, 1000, true); },
+              Throws<TransportError>(
+                  Property(&TransportError::kind, TransportError::Kind::connectionLost))},
+             {[&] { hub.cutFile(weights, 1000, false); },
+              ThrowsMessage<std::exception>(StrEq("Failed to download " + weights))}}) {
         fs::remove_all(local);
         hub.clearFaults();
         fault.arm();
-        try {
-            downloads.downloadRepo(v2, models);
-            ADD_FAILURE() << "no error";
-        } catch (const std::exception& error) {
-            fault.check(error);
-        }
+        EXPECT_THAT(std::function<void()>([&] { downloads.downloadRepo(v2, models); }),
+                    fault.fails);
         // What arrived before the failure stays; the failed file and any part file do not.
         auto files = localFiles();
         EXPECT_THAT(files, Contains("Decoder.mlmodelc/coremldata.bin"));

@@ -1,7 +1,7 @@
 #include "tests/speech/HubServer.h"
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -13,9 +13,7 @@ namespace {
 
 std::string readAll(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    std::stringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace
@@ -24,40 +22,36 @@ HubServer::HubServer(fs::path root)
     : root_(std::move(root)), server_(std::make_unique<httplib::Server>()) {
     auto record = [this](const httplib::Request& request) {
         std::lock_guard lock(mutex_);
-        std::optional<std::string> authorization;
-        if (request.has_header("Authorization"))
-            authorization = request.get_header_value("Authorization");
-        requests_.push_back({request.path, authorization});
+        requests_.push_back(
+            {request.path, request.has_header("Authorization")
+                               ? std::optional(request.get_header_value("Authorization"))
+                               : std::nullopt});
     };
 
     // /api/models/<owner>/<name>/tree/main[/<path>]
     server_->Get(R"(/api/models/([^/]+/[^/]+)/tree/main(/.*)?)",
                  [this, record](const httplib::Request& request, httplib::Response& response) {
                      record(request);
-                     std::string repo = request.matches[1];
+                     fs::path repo = root_ / request.matches[1].str();
                      std::string sub = request.matches[2];
-                     if (!sub.empty()) sub = sub.substr(1);
                      std::lock_guard lock(mutex_);
                      if (faults_.listing) {
                          response.status = faults_.listing->first;
                          response.set_content(faults_.listing->second, "text/html");
                          return;
                      }
-                     fs::path folder = root_ / repo / sub;
+                     fs::path folder = repo / sub.substr(sub.empty() ? 0 : 1);
                      if (!fs::is_directory(folder)) {
                          response.status = 404;
                          return;
                      }
                      auto listing = nlohmann::json::array();
-                     std::vector<fs::path> children;
-                     for (const auto& entry : fs::directory_iterator(folder))
-                         children.push_back(entry.path());
+                     std::vector<fs::path> children(fs::directory_iterator(folder), {});
                      std::sort(children.begin(), children.end());
                      for (const auto& child : children) {
-                         std::string path = fs::relative(child, root_ / repo).generic_string();
                          bool directory = fs::is_directory(child);
                          listing.push_back({{"type", directory ? "directory" : "file"},
-                                            {"path", path},
+                                            {"path", fs::relative(child, repo).generic_string()},
                                             {"size", directory ? 0 : fs::file_size(child)},
                                             {"oid", "0000"}});
                      }

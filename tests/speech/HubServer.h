@@ -2,6 +2,8 @@
 // A small model hub on 127.0.0.1 for the downloader's tests: serves the tree listing and the
 // files of repositories kept in a local folder, records every request, and fails on demand.
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <filesystem>
 #include <map>
@@ -11,6 +13,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "SpeechEngine/DownloadUtils.h"
+#include "tests/speech/SpeechTestSupport.h"
+#include "tests/support/ManualSleeper.h"
 
 namespace httplib {
 class Server;
@@ -59,6 +65,24 @@ class HubServer {
     mutable std::mutex mutex_;
     Faults faults_;                  // guarded by mutex_
     std::vector<Request> requests_;  // guarded by mutex_
+};
+
+// A hub serving dir/hub and a downloader pointed at it; `environment` is what it reads.
+class HubTest : public ::testing::Test {
+  protected:
+    TemporaryDirectory dir;
+    HubServer hub{dir.path() / "hub"};
+    std::map<std::string, std::string> environment{{"REGISTRY_URL", hub.baseURL()}};
+    corvane::http::Session session{DownloadUtils::sessionConfig()};
+    ScriptedRuntime runtime;
+    corvane::testing::ManualSleeper sleeper;
+    DownloadUtils downloads{session, runtime,
+                            [this](const std::string& name) -> std::optional<std::string> {
+                                auto it = environment.find(name);
+                                if (it == environment.end()) return std::nullopt;
+                                return it->second;
+                            },
+                            sleeper};
 };
 
 }  // namespace speech::testing

@@ -42,6 +42,16 @@ int valueOf(const FeatureMap& in, const char* name) {
     return static_cast<int>(std::lround(in.find(name)->flat(0)));
 }
 
+// Each emission as "token@frame+duration".
+std::vector<std::string> emitted(const TdtHypothesis& h, std::size_t from = 0) {
+    std::vector<std::string> out;
+    for (std::size_t i = from; i < h.ySequence.size(); ++i) {
+        out.push_back(std::to_string(h.ySequence[i]) + "@" + std::to_string(h.timestamps[i]) + "+" +
+                      std::to_string(h.tokenDurations[i]));
+    }
+    return out;
+}
+
 // One answer of a joint, with what the loop must have asked.
 struct JointStep {
     int expectedFrame;
@@ -157,9 +167,7 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
     TdtDecoderState state(2);
     auto hypothesis = follow(joint, 6, state, {});
 
-    EXPECT_THAT(hypothesis.ySequence, ElementsAre(7, 9, 11));
-    EXPECT_THAT(hypothesis.timestamps, ElementsAre(2, 4, 4));
-    EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(2, 0, 1));
+    EXPECT_THAT(emitted(hypothesis), ElementsAre("7@2+2", "9@4+0", "11@4+1"));
     EXPECT_THAT(hypothesis.tokenConfidences, ElementsAre(1.0f, 0.0f, 0.7f));
     EXPECT_FLOAT_EQ(hypothesis.score, 1.7f);
     // One predictor run to start, then one per emitted token; blanks never run it.
@@ -178,39 +186,31 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
     // f25 token 21, bin 1: emitted at 25 + offset 100; f26 blank bin 4 jumps to 30, the end.
     ScriptedJoint next({{25, 21, 0.9f, 1, 11}, {26, B, 0.5f, 4, 21}});
     auto second = follow(next, 30, state, {.offset = 100});
-    EXPECT_THAT(second.ySequence, ElementsAre(21));
-    EXPECT_THAT(second.timestamps, ElementsAre(125));
+    EXPECT_THAT(emitted(second), ElementsAre("21@125+1"));
     EXPECT_THAT(fed, ElementsAre(B, 7, 9, 11, 21));
 }
 
-TEST_F(TdtDecoderTest, OneSymbolPerStepForcesAnAdvanceAfterEveryEmission) {
+TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgress) {
     // maxSymbolsPerStep 1: after each emission time moves one past where the jump left it, and
     // the last-emission frame returns to -1, so a duration of 0 is never turned into 1.
     //  f0 token 5, bin 0 -> jump 0, emitted at 0; forced to 1
     //  f1 token 6, bin 0 -> jump 0 (no last emission), emitted at 1; forced to 2
     //  f2 token 7, bin 2 -> jump 2 to 4, emitted at 2; forced to 5
     //  f5 blank -> 6, the end
-    ScriptedJoint joint({{0, 5, 1.0f, 0}, {1, 6, 1.0f, 0}, {2, 7, 1.0f, 2}, {5, B, 1.0f, 0}});
+    ScriptedJoint one({{0, 5, 1.0f, 0}, {1, 6, 1.0f, 0}, {2, 7, 1.0f, 2}, {5, B, 1.0f, 0}});
     TdtDecoderState state(2);
-    auto hypothesis = follow(joint, 6, state, {.tdt = {.maxSymbolsPerStep = 1}});
-    EXPECT_THAT(hypothesis.ySequence, ElementsAre(5, 6, 7));
-    EXPECT_THAT(hypothesis.timestamps, ElementsAre(0, 1, 2));
-    EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(0, 0, 2));
-}
-
-TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgressAndLongBlankJumpsSkipFrames) {
+    EXPECT_THAT(emitted(follow(one, 6, state, {.tdt = {.maxSymbolsPerStep = 1}})),
+                ElementsAre("5@0+0", "6@1+0", "7@2+2"));
     // maxSymbolsPerStep 2, eight frames.
     //  f0 token 5, bin 0 -> emitted at 0, stays; emissions at frame 0 = 1
     //  f0 token 6, bin 0 -> made 1 by step 8: emitted at 0, time 1; emissions = 2, not below 2,
     //     so progress is forced: time 2
     //  f2 blank bin 0 -> 3; f3 blank bin 4 -> jump 4 to 7; f7 blank -> 8, the end
-    ScriptedJoint joint(
+    ScriptedJoint two(
         {{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}});
-    TdtDecoderState state(2);
-    auto hypothesis = follow(joint, 8, state, {.tdt = {.maxSymbolsPerStep = 2}});
-    EXPECT_THAT(hypothesis.ySequence, ElementsAre(5, 6));
-    EXPECT_THAT(hypothesis.timestamps, ElementsAre(0, 0));
-    EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(0, 1));
+    TdtDecoderState other(2);
+    EXPECT_THAT(emitted(follow(two, 8, other, {.tdt = {.maxSymbolsPerStep = 2}})),
+                ElementsAre("5@0+0", "6@0+1"));
 }
 
 TEST_F(TdtDecoderTest, TheTailOfTheLastChunkRecoversATokenTheMainLoopDropped) {
@@ -237,9 +237,7 @@ TEST_F(TdtDecoderTest, TheTailOfTheLastChunkRecoversATokenTheMainLoopDropped) {
     ScriptedJoint last(steps);
     TdtDecoderState fresh(2);
     auto hypothesis = follow(last, 4, fresh, {.last = true});
-    EXPECT_THAT(hypothesis.ySequence, ElementsAre(42));
-    EXPECT_THAT(hypothesis.timestamps, ElementsAre(3));
-    EXPECT_THAT(hypothesis.tokenDurations, ElementsAre(1));
+    EXPECT_THAT(emitted(hypothesis), ElementsAre("42@3+1"));
     EXPECT_FALSE(fresh.predictorOutput.has_value()) << "a recording's end leaves no context";
     EXPECT_FALSE(fresh.timeJump.has_value());
     EXPECT_EQ(fresh.lastToken, 42);
@@ -259,11 +257,9 @@ TEST_F(TdtDecoderTest, The151stTokenIsNotEmittedButTheTailStillRuns) {
     TdtDecoderState state(2);
     auto hypothesis = run(joint, 200, state, {.last = true});
     ASSERT_EQ(hypothesis.ySequence.size(), 154u);
-    EXPECT_EQ(hypothesis.timestamps[149], 149);
-    std::vector<int> tailTokens(hypothesis.ySequence.begin() + 150, hypothesis.ySequence.end());
-    std::vector<int> tailFrames(hypothesis.timestamps.begin() + 150, hypothesis.timestamps.end());
-    EXPECT_THAT(tailTokens, ElementsAre(101, 104, 107, 110));
-    EXPECT_THAT(tailFrames, ElementsAre(151, 154, 157, 160));
+    EXPECT_EQ(emitted(hypothesis, 149)[0], "149@149+1");
+    EXPECT_THAT(emitted(hypothesis, 150),
+                ElementsAre("101@151+1", "104@154+1", "107@157+1", "110@160+1"));
 }
 
 TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFramesOrThereIsNothingToDo) {
@@ -272,18 +268,15 @@ TEST_F(TdtDecoderTest, StartFrameFollowsTheCarriedJumpAndTheContextFramesOrThere
         asked.push_back(frame);
         return JointStep{frame, B, 1.0f, 4};
     });
-    struct Row {
-        std::optional<int> timeJump;
-        int context;
-        int expectedStart;
-    };
-    for (auto row : {Row{std::nullopt, 1, 1}, Row{3, 1, 4}, Row{-7, 1, 0}, Row{0, 1, 1}}) {
+    // Carried jump -> first frame, past one context frame (no context and 0 give 25, above).
+    for (auto [jump, start] : std::vector<std::pair<std::optional<int>, int>>{
+             {std::nullopt, 1}, {3, 4}, {-7, 0}, {0, 1}}) {
         asked.clear();
         TdtDecoderState state(2);
-        state.timeJump = row.timeJump;
-        run(joint, 30, state, {.context = row.context});
+        state.timeJump = jump;
+        run(joint, 30, state, {.context = 1});
         ASSERT_FALSE(asked.empty());
-        EXPECT_EQ(asked.front(), row.expectedStart) << row.timeJump.value_or(-99);
+        EXPECT_EQ(asked.front(), start) << jump.value_or(-99);
     }
     // One frame, or a start past the audio (30 carried + 0), gives nothing and changes nothing.
     asked.clear();
@@ -312,74 +305,63 @@ TEST_F(TdtDecoderTest, SentenceFinalPunctuationRestartsThePredictor) {
 }
 
 TEST_F(TdtDecoderTest, MalformedNetworkOutputsFailWithTheirOwnText) {
-    using Mutation = std::function<void(FeatureMap&)>;
-    struct Row {
-        Mutation joint;    // applied to a blank answer
-        Mutation decoder;  // applied to the predictor's output
-        MultiArray encoder;
-        std::string expected;
-    };
-    auto frames = indexedFrames(4);
-    auto none = [](FeatureMap&) {};
-    auto without = [](const char* name) {
-        return [name](FeatureMap& out) {
-            FeatureMap kept;
-            for (const auto& n : out.names()) {
-                if (n != name) kept.set(n, *out.find(n));
-            }
-            out = kept;
-        };
-    };
-    auto replace = [](const char* name, MultiArray array) {
-        return [=](FeatureMap& out) { out.set(name, array); };
-    };
-    std::vector<Row> rows{
-        {without("token_prob"), none, frames, "Joint decision output missing token_prob"},
-        {replace("token_id", MultiArray({2}, ElementType::int32)), none, frames,
-         "Joint decision returned unexpected tensor shapes"},
-        {replace("top_k_ids", MultiArray({3})), none, frames,
-         "Joint decision top-K outputs must be present as a pair (top_k_ids + top_k_logits)"},
-        {[](FeatureMap& out) {
-             out.set("top_k_ids", MultiArray({3}));
-             out.set("top_k_logits", MultiArray({2}));
-         },
-         none, frames, "Joint decision top-K length mismatch: 3 vs 2"},
-        {replace("duration", MultiArray::scalarInt(5)), none, frames,
-         "Duration bin index out of range: 5"},
-        {replace("token_id", MultiArray::of({1}, {INFINITY})), none, frames,
-         "Joint decision output token_id is not an integer: inf"},
-        {none, without("decoder"), frames, "Invalid decoder output"},
-        {none, replace("decoder", MultiArray({1, 640, 1, 1})), frames,
-         "Invalid decoder projection rank: 4"},
-        {none, replace("decoder", MultiArray({2, 640})), frames,
-         "Unsupported decoder batch dimension: 2"},
-        {none, replace("decoder", MultiArray({1, 640, 1}, ElementType::int32)), frames,
-         "Unsupported decoder projection type: int32"},
-        {none, replace("decoder", MultiArray({1, 320, 1})), frames,
-         "Decoder projection hidden size mismatch: 320"},
-        {none, replace("decoder", MultiArray({1, 640, 2})), frames,
-         "Decoder projection time axis must be 1: 2"},
-        {none, none, MultiArray({hidden, 4}), "Invalid encoder output shape: (4, 4)"},
-        {none, none, MultiArray({2, hidden, 4}), "Unsupported batch dimension: 2"},
-        {none, none, MultiArray({1, 8, 5}), "Encoder hidden size mismatch: 8, expected 4"},
-        {none, none, MultiArray({1, hidden, 0}), "Encoder output has no frames"},
-    };
-    for (const auto& row : rows) {
-        FunctionModel joint({}, [&](const FeatureMap&, FeatureMap& out) {
+    using Change = std::function<void(FeatureMap&)>;
+    // Decodes with the joint's blank answer and the predictor's output changed as given.
+    auto fails = [&](const MultiArray& encoder, Change joint, Change decoder, std::string text) {
+        FunctionModel jointModel({}, [&](const FeatureMap&, FeatureMap& out) {
             writeJoint(out, B, 1.0f, 1);
-            row.joint(out);
+            joint(out);
         });
         FunctionModel decoderModel({}, [&](const FeatureMap& in, FeatureMap& out) {
             predictor->predict(in, out);
-            row.decoder(out);
+            decoder(out);
         });
         TdtDecoderState state(2);
         EXPECT_THAT(
             [&] {
                 TdtDecoderV3(narrowConfig())
-                    .decodeWithTimings(row.encoder, 4, 4, decoderModel, joint, state, 0, false, 0);
+                    .decodeWithTimings(encoder, 4, 4, decoderModel, jointModel, state, 0, false, 0);
             },
-            ThrowsMessage<ASRError>(StrEq("ASR processing failed: " + row.expected)));
+            ThrowsMessage<ASRError>(StrEq("ASR processing failed: " + text)));
+    };
+    auto none = [](FeatureMap&) {};
+    auto clear = [](FeatureMap& out) { out = {}; };
+    auto set = [](const char* name, MultiArray array) {
+        return [=](FeatureMap& out) { out.set(name, array); };
+    };
+    auto frames = indexedFrames(4);
+    fails(frames, clear, none, "Joint decision output missing token_id");
+    fails(frames, set("token_id", MultiArray({2}, ElementType::int32)), none,
+          "Joint decision returned unexpected tensor shapes");
+    fails(frames, set("token_id", MultiArray::of({1}, {INFINITY})), none,
+          "Joint decision output token_id is not an integer: inf");
+    fails(frames, set("duration", MultiArray::scalarInt(5)), none,
+          "Duration bin index out of range: 5");
+    fails(frames, set("top_k_ids", MultiArray({3})), none,
+          "Joint decision top-K outputs must be present as a pair (top_k_ids + top_k_logits)");
+    fails(
+        frames,
+        [](FeatureMap& out) {
+            out.set("top_k_ids", MultiArray({3}));
+            out.set("top_k_logits", MultiArray({2}));
+        },
+        none, "Joint decision top-K length mismatch: 3 vs 2");
+    fails(frames, none, clear, "Invalid decoder output");
+    for (const auto& [projection, text] : std::vector<std::pair<MultiArray, std::string>>{
+             {MultiArray({1, 640, 1, 1}), "Invalid decoder projection rank: 4"},
+             {MultiArray({2, 640}), "Unsupported decoder batch dimension: 2"},
+             {MultiArray({1, 640, 1}, ElementType::int32),
+              "Unsupported decoder projection type: int32"},
+             {MultiArray({1, 320, 1}), "Decoder projection hidden size mismatch: 320"},
+             {MultiArray({1, 640, 2}), "Decoder projection time axis must be 1: 2"}}) {
+        fails(frames, none, set("decoder", projection), text);
+    }
+    for (const auto& [encoder, text] : std::vector<std::pair<MultiArray, std::string>>{
+             {MultiArray({hidden, 4}), "Invalid encoder output shape: (4, 4)"},
+             {MultiArray({2, hidden, 4}), "Unsupported batch dimension: 2"},
+             {MultiArray({1, 8, 5}), "Encoder hidden size mismatch: 8, expected 4"},
+             {MultiArray({1, hidden, 0}), "Encoder output has no frames"}}) {
+        fails(encoder, none, none, text);
     }
 }
 

@@ -10,6 +10,7 @@ namespace speech {
 namespace {
 
 using namespace TranscriptAssembly;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 const Vocabulary vocabulary{
@@ -27,37 +28,30 @@ TEST(TranscriptAssemblyTest, TextJoinsKnownPiecesTurnsWordMarksIntoSpacesAndTrim
 }
 
 TEST(TranscriptAssemblyTest, TimingsFollowDurationsOrTheNextTokenAndNameUnknownIds) {
-    // Timestamps 10 and 12 with durations 0, 0: the first ends where the second starts
-    // (max(12 x 0.08, 0.8 + 0.08) = 0.96), the last ends one frame after its start (1.04).
-    auto timings =
-        createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12},
-                           std::vector<float>{0.5f, 0.6f}, std::vector<int>{0, 0}, vocabulary);
-    ASSERT_EQ(timings.size(), 2u);
-    EXPECT_DOUBLE_EQ(timings[0].startTime, 0.8);
-    EXPECT_DOUBLE_EQ(timings[0].endTime, 0.96);
-    EXPECT_DOUBLE_EQ(timings[1].endTime, 1.04);
+    // In frames of 0.08 s: 1@10 with duration 0 ends where 2@12 starts; 2@12 ends at 13, both
+    // the next start and one frame on; 77@13 lasts its three frames and is named by its id;
+    // 3@20 still lasts a frame though 4 starts at 20 too; the last ends a frame after its start.
+    auto ends = [](const std::vector<TokenTiming>& timings) {
+        std::vector<long> frames;
+        for (const auto& t : timings) frames.push_back(std::lround(t.endTime / 0.08));
+        return frames;
+    };
+    auto timings = createTokenTimings(
+        std::vector<int>{1, 2, 77, 3, 4}, std::vector<int>{10, 12, 13, 20, 20},
+        std::vector<float>{1, 0.6f, 1, 1, 1}, std::vector<int>{0, 0, 3, 0, 0}, vocabulary);
+    EXPECT_THAT(ends(timings), ElementsAre(12, 13, 16, 21, 21));
+    EXPECT_DOUBLE_EQ(timings[1].startTime, 12 * 0.08);
     EXPECT_EQ(timings[1].token, "\xE2\x96\x81wor");
     EXPECT_FLOAT_EQ(timings[1].confidence, 0.6f);
-
-    // Duration 1 lasts one frame, 3 lasts three; a following token that starts at the same frame
-    // still leaves a token one frame long; an unknown id is named by its number.
-    timings = createTokenTimings(std::vector<int>{1, 77, 3, 4}, std::vector<int>{5, 6, 20, 20},
-                                 std::vector<float>{1, 1, 1, 1}, std::vector<int>{1, 3, 0, 0},
-                                 vocabulary);
-    ASSERT_EQ(timings.size(), 4u);
-    EXPECT_NEAR(timings[0].endTime - timings[0].startTime, 0.08, 1e-12);
-    EXPECT_NEAR(timings[1].endTime - timings[1].startTime, 0.24, 1e-12);
-    EXPECT_EQ(timings[1].token, "token_77");
-    EXPECT_NEAR(timings[2].endTime, 1.68, 1e-12);
+    EXPECT_EQ(timings[2].token, "token_77");
 
     // Durations of another length count as 0; other mismatches give no timings at all.
-    timings = createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12},
-                                 std::vector<float>{1, 1}, std::vector<int>{5}, vocabulary);
-    EXPECT_DOUBLE_EQ(timings[0].endTime, 0.96);
+    EXPECT_THAT(ends(createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10, 12},
+                                        std::vector<float>{1, 1}, std::vector<int>{5}, vocabulary)),
+                ElementsAre(12, 13));
     EXPECT_THAT(createTokenTimings(std::vector<int>{1, 2}, std::vector<int>{10},
                                    std::vector<float>{1, 1}, {}, vocabulary),
                 IsEmpty());
-    EXPECT_THAT(createTokenTimings({}, {}, {}, {}, vocabulary), IsEmpty());
 }
 
 TEST(TranscriptAssemblyTest, ConfidenceIsTheBoundedMeanWithFixedValuesForEmptyAndMissing) {
