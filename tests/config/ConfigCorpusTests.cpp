@@ -1,5 +1,5 @@
-// Every edit of the line editors, alone and in sequences, on every file of the hand-written
-// corpus: the lines an edit doesn't own stay byte for byte, and the edited value reads back.
+// The hand-written corpus of config files: what each one reads as, and every edit of the line
+// editors, alone and in sequences, leaving the lines it doesn't own byte for byte.
 
 #include <algorithm>
 #include <functional>
@@ -10,103 +10,17 @@
 #include "CorvaneApp/config/ConfigLines.h"
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfig.h"
+#include "CorvaneApp/config/WorkerConfigStore.h"
 #include "CorvaneApp/config/WorkerConfigWriter.h"
 #include "CorvaneApp/platform/AtomicFile.h"
 #include "tests/config/ConfigLineDiff.h"
+#include "tests/support/LogCapture.h"
 
 namespace corvane {
 namespace {
 
 namespace cl = configlines;
 using Lines = std::vector<std::string>;
-using testing::diffLines;
-
-bool isTopLevelKey(std::string_view line, std::string_view key) {
-    return cl::isTopLevelLineWithKey(line, key);
-}
-
-bool isIndentedKey(std::string_view line, std::string_view key) {
-    auto text = cl::content(line);
-    return cl::isIndented(text) && cl::startsWith(cl::trimSpacesAndTabs(text), std::string(key) + ":");
-}
-
-bool isGridRow(std::string_view line) {
-    auto text = cl::trimSpacesAndTabs(cl::content(line));
-    return !text.empty() && text.front() == '-';
-}
-
-struct Edit {
-    std::string name;
-    std::function<void(Lines&)> apply;
-    std::function<bool(std::string_view)> owns;  // a line this edit may remove or add
-    size_t maxRemoved;
-    std::function<bool(std::string_view text)> readsBack;
-};
-
-ScheduleGrid editedGrid() {
-    auto grid = ScheduleGrid::recommended();
-    for (int hour = 0; hour < 24; ++hour) grid.setAllowed(hour % 3 == 0, 2, hour);
-    return grid;
-}
-
-Edit nestedEdit(std::string section, std::string key, std::string value, std::string expected) {
-    return {section + "." + key + "=" + value,
-            [=](Lines& lines) { configyaml::setNestedScalar(section, key, value, lines); },
-            [=](std::string_view line) { return isIndentedKey(line, key) || isTopLevelKey(line, section); },
-            2,
-            [=](std::string_view text) { return configyaml::scalarTop(section, key, text) == expected; }};
-}
-
-Edit flatEdit(std::string key, std::string value) {
-    return {key + "=" + value, [=](Lines& lines) { configyaml::setFlatScalar(key, value, lines); },
-            [=](std::string_view line) { return isTopLevelKey(line, key); }, 1,
-            [=](std::string_view text) { return configyaml::scalarFlat(key, text) == value; }};
-}
-
-std::vector<Edit> allEdits() {
-    WorkerConfigWriter writer{"https://new.example:9000", "w-new", {"VarnixCompute Worker (new.example:9000)", "w-new"}, {}, [] {
-                                  return dateFromUnixSeconds(1'794'862'853);
-                              }};
-    std::vector<Edit> edits{
-        flatEdit("payout_method", "paypal"),
-        flatEdit("payout_schedule", "monthly"),
-        nestedEdit("idle_detection", "pause_on_meeting", "false", "false"),
-        nestedEdit("idle_detection", "pause_on_heavy_app", "true", "true"),
-        nestedEdit("idle_detection", "min_idle_minutes", "11", "11"),
-        nestedEdit("resource_policy", "away_cpu_ceiling_pct", "55", "55"),
-        nestedEdit("resource_policy", "away_ram_ceiling_gb", "30", "30"),
-        nestedEdit("resource_policy", "in_use_cpu_ceiling_pct", "15", "15"),
-        nestedEdit("resource_policy", "in_use_ram_ceiling_gb", "6", "6"),
-        {"schedule.weekly_grid",
-         [](Lines& lines) { configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", editedGrid(), lines); },
-         [](std::string_view line) {
-             return isGridRow(line) || isIndentedKey(line, "weekly_grid") || isTopLevelKey(line, "schedule") ||
-                    cl::isEmpty(line);  // blank lines between the rows of an old grid
-         },
-         64,
-         [](std::string_view text) {
-             auto rows = configyaml::nestedWeeklyGrid("schedule", "weekly_grid", text);
-             return rows && ScheduleGrid::normalize(*rows) == editedGrid();
-         }},
-        {"enrolment identity",
-         [writer](Lines& lines) {
-             WorkerConfigWriter::setOrInsertTopLevelScalar("coordinator_url", "'https://new.example:9000'", lines);
-             WorkerConfigWriter::setOrInsertTopLevelScalar("worker_id", "'w-new'", lines);
-             writer.replaceWorkerTokenKeychainBlock(lines);
-         },
-         [](std::string_view line) {
-             return isTopLevelKey(line, "coordinator_url") || isTopLevelKey(line, "worker_id") ||
-                    isTopLevelKey(line, "worker_token_keychain") || isIndentedKey(line, "service") ||
-                    isIndentedKey(line, "account");
-         },
-         5,
-         [](std::string_view text) {
-             auto config = WorkerConfig::parse(text);
-             return config && config->coordinatorURL == "https://new.example:9000" && config->workerID == "w-new";
-         }},
-    };
-    return edits;
-}
 
 std::vector<std::filesystem::path> corpus() {
     std::vector<std::filesystem::path> files;
@@ -117,14 +31,138 @@ std::vector<std::filesystem::path> corpus() {
     return files;
 }
 
-// Applies `edit` to `text` and checks the property; returns the new text.
+std::vector<bool> hours(bool (*open)(int)) {
+    std::vector<bool> row(24);
+    for (int hour = 0; hour < 24; ++hour) row[static_cast<size_t>(hour)] = open(hour);
+    return row;
+}
+
+TEST(ConfigCorpusTest, EachFileReadsAsWritten) {
+    const auto open = hours([](int) { return true; }), closed = hours([](int) { return false; });
+    const auto early = hours([](int h) { return h < 6; }), alternating = hours([](int h) { return h % 2 == 0; });
+    const std::tuple<const char*, const char*, const char*, std::function<void(WorkerSettings&)>> rows[] = {
+        {"01-template", "https://coordinator.example:8443", "w-7f3a", [](auto&) {}},
+        {"02-settings-saved", "https://coordinator.example:8443", "w-7f3a", [](auto& s) { s.pauseOnHeavyApp = false; }},
+        {"03-comments-unknown-keys", "https://coord.internal", "w-1",
+         [](auto& s) { s.payoutSchedule = "monthly", s.awayRamCeilingGB = 24; }},
+        {"04-flow-placeholders", "https://c.example", "w-2", [](auto&) {}},
+        // "Yes" is true, "maybe" is no Boolean, a quoted value followed by a comment keeps its quotes.
+        {"05-inline-comments-quotes", "https://o''brien.example", "abc",
+         [](auto& s) { s.idleMinutes = 5, s.awayCpuCeiling = 7.5, s.inUseRamCeilingGB = 8; }},
+        {"06-crlf", "https://coordinator.example:8443", "w-7f3a",
+         [&](auto& s) { s.idleMinutes = 4, s.scheduleGrid.weeklyGrid[6] = closed; }},
+        {"07-tabs", "https://tabs.example", "w-tab",
+         [](auto& s) { s.idleMinutes = 4, s.pauseOnMeeting = false, s.awayCpuCeiling = 80, s.inUseRamCeilingGB = 6; }},
+        {"08-bom", "https://bom.example", "w-bom", [](auto& s) { s.idleMinutes = 6, s.payoutMethod = "wire"; }},
+        // The first of duplicates wins; a repeated section is entered again; commented keys are not keys.
+        {"09-duplicates", "https://first.example", "w-first",
+         [](auto& s) { s.idleMinutes = 2, s.pauseOnMeeting = false, s.awayCpuCeiling = 40; }},
+        {"10-no-final-newline", "https://nf.example", "w-nf", [](auto& s) { s.idleMinutes = 8, s.awayCpuCeiling = 70; }},
+        {"11-block-grid-run-schedule", "https://old.example", "w-old",
+         [&](auto& s) { s.idleMinutes = 10, s.scheduleGrid.weeklyGrid.assign(7, alternating); }},
+        {"12-short-grid", "https://short.example", "w-short",
+         [&](auto& s) { s.scheduleGrid = ScheduleGrid::normalize({early, early, early, early, early, {true, true, false}}); }},
+        {"13-eight-rows", "https://eight.example", "w-8",
+         [&](auto& s) { s.scheduleGrid.weeklyGrid = {open, closed, open, closed, open, closed, open}; }},
+        {"14-out-of-range", "https://range.example", "w-range", [](auto&) {}},
+        {"15-minimal", "https://min.example", "w-min", [](auto&) {}},
+        // A row cut off before its bracket and a row with a word that isn't a Boolean read as recommended.
+        {"16-broken-grid-rows", "https://g.example", "w-g", [&](auto& s) { s.scheduleGrid.weeklyGrid[2] = closed; }},
+    };
+    testing::LogCapture logs;
+    for (const auto& [file, url, id, expect] : rows) {
+        auto text = readFile(std::filesystem::path(CORVANE_CONFIG_CORPUS_DIR) / (std::string(file) + ".yaml"));
+        ASSERT_TRUE(text) << file;
+        auto config = WorkerConfig::parse(*text);
+        ASSERT_TRUE(config) << file;
+        EXPECT_EQ(config->coordinatorURL + " " + config->workerID, std::string(url) + " " + id) << file;
+        WorkerSettings expected;
+        expect(expected);
+        EXPECT_EQ(WorkerConfigStore::parseSettings(*text), expected) << file;
+    }
+    for (const char* refused : {"idle_detection.min_idle_minutes = -5 is outside 0 to 10080",
+                                "idle_detection.pause_on_meeting = '2' is not true or false",
+                                "resource_policy.away_cpu_ceiling_pct = 250 is outside 0 to 100",
+                                "resource_policy.away_ram_ceiling_gb = '1e400' is not a number",
+                                "resource_policy.in_use_cpu_ceiling_pct = 'nan' is not a number",
+                                "idle_detection.pause_on_heavy_app = 'maybe' is not true or false"}) {
+        EXPECT_TRUE(logs.contains(refused)) << refused;
+    }
+}
+
+struct Edit {
+    std::string name;
+    std::function<void(Lines&)> apply;
+    std::vector<std::string> keys;  // an edit may remove or add only lines of these keys
+    size_t maxRemoved;
+    std::function<bool(std::string_view text)> readsBack;
+
+    bool owns(std::string_view line) const {
+        auto text = cl::trimSpacesAndTabs(cl::content(line));
+        // A grid edit also owns the rows of the old grid and blank lines between them.
+        if (name == "grid" && (text.empty() || text.front() == '-')) return true;
+        return std::ranges::any_of(keys, [&](const std::string& key) { return cl::startsWith(text, key + ":"); });
+    }
+};
+
+ScheduleGrid editedGrid() {
+    auto grid = ScheduleGrid::recommended();
+    for (int hour = 0; hour < 24; ++hour) grid.setAllowed(hour % 3 == 0, 2, hour);
+    return grid;
+}
+
+Edit nestedEdit(std::string section, std::string key, std::string value) {
+    return {key, [=](Lines& lines) { configyaml::setNestedScalar(section, key, value, lines); }, {section, key}, 2,
+            [=](std::string_view text) { return configyaml::scalarTop(section, key, text) == value; }};
+}
+
+Edit flatEdit(std::string key, std::string value) {
+    return {key, [=](Lines& lines) { configyaml::setFlatScalar(key, value, lines); }, {key}, 1,
+            [=](std::string_view text) { return configyaml::scalarFlat(key, text) == value; }};
+}
+
+std::vector<Edit> allEdits() {
+    WorkerConfigWriter writer{"https://new.example:9000", "w-new", {"Svc (new)", "w-new"}, {}, [] {
+                                  return dateFromUnixSeconds(1'794'862'853);
+                              }};
+    return {
+        flatEdit("payout_method", "paypal"),
+        flatEdit("payout_schedule", "monthly"),
+        nestedEdit("idle_detection", "pause_on_meeting", "false"),
+        nestedEdit("idle_detection", "pause_on_heavy_app", "true"),
+        nestedEdit("idle_detection", "min_idle_minutes", "11"),
+        nestedEdit("resource_policy", "away_cpu_ceiling_pct", "55"),
+        nestedEdit("resource_policy", "away_ram_ceiling_gb", "30"),
+        nestedEdit("resource_policy", "in_use_cpu_ceiling_pct", "15"),
+        nestedEdit("resource_policy", "in_use_ram_ceiling_gb", "6"),
+        {"grid", [](Lines& lines) { configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", editedGrid(), lines); },
+         {"schedule", "weekly_grid"}, 64,
+         [](std::string_view text) {
+             auto rows = configyaml::nestedWeeklyGrid("schedule", "weekly_grid", text);
+             return rows && ScheduleGrid::normalize(*rows) == editedGrid();
+         }},
+        {"enrolment identity",
+         [writer](Lines& lines) {
+             WorkerConfigWriter::setOrInsertTopLevelScalar("coordinator_url", "'https://new.example:9000'", lines);
+             WorkerConfigWriter::setOrInsertTopLevelScalar("worker_id", "'w-new'", lines);
+             writer.replaceWorkerTokenKeychainBlock(lines);
+         },
+         {"coordinator_url", "worker_id", "worker_token_keychain", "service", "account"}, 5,
+         [](std::string_view text) {
+             auto config = WorkerConfig::parse(text);
+             return config && config->coordinatorURL == "https://new.example:9000" && config->workerID == "w-new";
+         }},
+    };
+}
+
+// Applies `edit` to `text` and checks that only its own lines changed; returns the new text.
 std::string applyChecked(const std::string& text, const Edit& edit, const std::string& where) {
     auto [hasBom, body] = cl::splitBom(text);
     auto before = cl::split(body);
     auto after = before;
     edit.apply(after);
     auto result = cl::withBom(hasBom, cl::join(after));
-    auto diff = diffLines(before, after);
+    auto diff = testing::diffLines(before, after);
     for (const auto& line : diff.removed) EXPECT_TRUE(edit.owns(line)) << where << ": removed \"" << line << "\"";
     for (const auto& line : diff.added) EXPECT_TRUE(edit.owns(line)) << where << ": added \"" << line << "\"";
     EXPECT_LE(diff.removed.size(), edit.maxRemoved) << where;
@@ -133,43 +171,24 @@ std::string applyChecked(const std::string& text, const Edit& edit, const std::s
     return result;
 }
 
-TEST(ConfigCorpusTest, EachEditChangesOnlyItsOwnLines) {
+TEST(ConfigCorpusTest, EditsChangeOnlyTheirOwnLinesAloneAndInSequence) {
+    auto edits = allEdits();
     ASSERT_GE(corpus().size(), 10u);
     for (const auto& file : corpus()) {
-        auto text = readFile(file);
-        ASSERT_TRUE(text) << file;
-        for (const auto& edit : allEdits()) {
-            auto where = file.filename().string() + " / " + edit.name;
-            auto once = applyChecked(*text, edit, where);
-            // A second identical edit changes nothing at all.
-            auto lines = cl::split(cl::splitBom(once).body);
-            edit.apply(lines);
-            EXPECT_EQ(cl::withBom(cl::splitBom(once).hasBom, cl::join(lines)), once) << where << " (repeated)";
+        const std::string original = *readFile(file);
+        const auto name = file.filename().string();
+        for (const auto& edit : edits) {
+            auto once = applyChecked(original, edit, name + " / " + edit.name);
+            EXPECT_EQ(applyChecked(once, edit, name + " / " + edit.name + " again"), once) << "a repeat changes nothing";
         }
-    }
-}
-
-TEST(ConfigCorpusTest, SequencesOfEditsKeepEveryOtherLineAndEveryValue) {
-    auto edits = allEdits();
-    std::vector<std::vector<size_t>> orders;
-    std::vector<size_t> forward(edits.size());
-    for (size_t i = 0; i < edits.size(); ++i) forward[i] = i;
-    orders.push_back(forward);
-    orders.emplace_back(forward.rbegin(), forward.rend());
-    std::vector<size_t> interleaved;
-    for (size_t i = 0; i < edits.size(); i += 2) interleaved.push_back(i);
-    for (size_t i = 1; i < edits.size(); i += 2) interleaved.push_back(i);
-    orders.push_back(interleaved);
-
-    for (const auto& file : corpus()) {
-        for (size_t o = 0; o < orders.size(); ++o) {
-            std::string text = *readFile(file);
-            for (size_t index : orders[o]) {
-                text = applyChecked(text, edits[index],
-                                    file.filename().string() + " / order " + std::to_string(o) + " / " + edits[index].name);
+        // Forward and backward through all edits: later ones don't disturb earlier ones.
+        for (bool backward : {false, true}) {
+            std::string text = original;
+            for (size_t i = 0; i < edits.size(); ++i) {
+                const auto& edit = edits[backward ? edits.size() - 1 - i : i];
+                text = applyChecked(text, edit, name + " / sequence / " + edit.name);
             }
-            // Later edits didn't disturb earlier ones.
-            for (const auto& edit : edits) EXPECT_TRUE(edit.readsBack(text)) << file << " order " << o << " " << edit.name;
+            for (const auto& edit : edits) EXPECT_TRUE(edit.readsBack(text)) << name << " / " << edit.name;
         }
     }
 }

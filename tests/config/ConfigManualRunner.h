@@ -12,10 +12,8 @@ namespace corvane::testing {
 class ManualBackgroundRunner final : public BackgroundRunner {
 public:
     std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) override {
-        auto pending = std::make_shared<Pending>();
-        pending->body = std::move(body);
-        queue_.push_back(pending);
-        return std::make_unique<Job>(pending);
+        queue_.push_back(std::make_shared<Pending>(Pending{std::move(body), {}}));
+        return std::make_unique<Job>(queue_.back());
     }
 
     size_t pendingCount() const { return queue_.size(); }
@@ -34,14 +32,11 @@ private:
         std::function<void(std::stop_token)> body;
         std::stop_source stop;
     };
-    class Job final : public BackgroundJob {
-    public:
-        explicit Job(std::shared_ptr<Pending> pending) : pending_(std::move(pending)) {}
+    struct Job final : BackgroundJob {
+        explicit Job(std::shared_ptr<Pending> pending) : pending(std::move(pending)) {}
         ~Job() override { cancel(); }
-        void cancel() override { pending_->stop.request_stop(); }
-
-    private:
-        std::shared_ptr<Pending> pending_;
+        void cancel() override { pending->stop.request_stop(); }
+        std::shared_ptr<Pending> pending;
     };
     std::deque<std::shared_ptr<Pending>> queue_;
 };

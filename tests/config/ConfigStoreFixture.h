@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
-#include "CorvaneApp/platform/AtomicFile.h"
 #include "tests/config/ConfigManualRunner.h"
 #include "tests/config/ConfigTempDir.h"
 #include "tests/support/LogCapture.h"
@@ -26,17 +26,37 @@ inline const std::string kEnrolled =
     "  level_percent: 75\n"
     "future_key: keep me\n";
 
+// Starts with kEnrolled on disk and a store over it.
 class ConfigStoreFixture : public ::testing::Test {
 protected:
+    void SetUp() override {
+        writeConfig(kEnrolled);
+        makeStore();
+    }
     std::filesystem::path configPath() const { return dir_ / "home/.varnix-compute/config.yaml"; }
     void writeConfig(const std::string& text) { dir_.write("home/.varnix-compute/config.yaml", text); }
     std::string configText() const { return readFile(configPath()).value_or("<missing>"); }
+    std::optional<std::string> onDisk(std::string_view section, std::string_view key) const {
+        return configyaml::scalarTop(section, key, configText());
+    }
+    std::optional<std::string> onDisk(std::string_view key) const { return configyaml::scalarFlat(key, configText()); }
 
     WorkerConfigStore& makeStore(DataMode mode = DataMode::real) {
         store_ = std::make_unique<WorkerConfigStore>(
             executor_, defaults_, runner_,
             WorkerConfigStore::Options{configPath(), [this] { return idleSeconds_; }, mode});
         return *store_;
+    }
+    // Changes the payout pair and lets the debounced save run.
+    void choose(const std::string& method, const std::string& schedule) {
+        store_->setPayoutMethod(method);
+        store_->setPayoutSchedule(schedule);
+        executor_.advance(WorkerConfigStore::saveDebounceSeconds);
+    }
+    // Runs the next background call and its completion on the main sequence.
+    void finishBackground() {
+        ASSERT_TRUE(runner_.runNext());
+        executor_.runUntilIdle();
     }
 
     ConfigTempDir dir_;

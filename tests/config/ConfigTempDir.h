@@ -2,7 +2,7 @@
 // A fresh folder under the temp dir for one test, removed with everything in it afterwards.
 
 #include <filesystem>
-#include <string>
+#include <stdexcept>
 #include <string_view>
 
 #include <stdlib.h>
@@ -20,8 +20,6 @@ public:
     }
     ~ConfigTempDir() {
         std::error_code ignored;
-        std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, ignored);
         std::filesystem::remove_all(path_, ignored);
     }
     ConfigTempDir(const ConfigTempDir&) = delete;
@@ -29,7 +27,6 @@ public:
 
     const std::filesystem::path& path() const { return path_; }
     std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
-
     std::filesystem::path write(std::string_view name, std::string_view text) const {
         auto file = path_ / name;
         std::filesystem::create_directories(file.parent_path());

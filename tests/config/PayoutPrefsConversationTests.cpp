@@ -1,11 +1,11 @@
 // The payout-preference sync talking to the local coordinator over loopback: accepted pairs,
-// both refusals, a lost connection, a time-out and the one-deep queue, as one owner's session.
+// both refusals and the rollback to a baseline, a lost connection, a time-out, the one-deep
+// queue and cancellation.
 
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
-#include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/platform/Http.h"
 #include "tests/config/ConfigStoreFixture.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
@@ -44,29 +44,23 @@ void putPayoutPrefs(const http::Session& session, const std::string& baseURL, co
 class PayoutPrefsConversationTest : public testing::ConfigStoreFixture {
 protected:
     void SetUp() override {
-        writeConfig(testing::kEnrolled);
-        makeStore();
+        ConfigStoreFixture::SetUp();
         store_->setPayoutPrefsHooks({
             [this](const PayoutPrefsSyncPayload& pair, std::stop_token stop) {
                 putPayoutPrefs(session_, coordinator_.baseURL(), pair, stop);
             },
-            {},  // the baseline comes from the dashboard summary, not exercised here
+            // What the dashboard summary would say, or nothing with the network down.
+            [this](std::stop_token) -> std::optional<PayoutPrefsSyncPayload> {
+                ++fetches_;
+                if (networkDown_) return std::nullopt;
+                return PayoutPrefsSyncPayload{coordinator_.payoutPrefs().method, coordinator_.payoutPrefs().schedule};
+            },
         });
     }
 
-    void choose(const std::string& method, const std::string& schedule) {
-        store_->setPayoutMethod(method);
-        store_->setPayoutSchedule(schedule);
-        executor_.advance(WorkerConfigStore::saveDebounceSeconds);
-    }
-    void finishBackground() {
-        ASSERT_TRUE(runner_.runNext());
-        executor_.runUntilIdle();
-    }
     std::pair<std::string, std::string> onScreen() const { return {store_->payoutMethod(), store_->payoutSchedule()}; }
-    std::pair<std::string, std::string> onDisk() const {
-        return {configyaml::scalarFlat("payout_method", configText()).value_or("<none>"),
-                configyaml::scalarFlat("payout_schedule", configText()).value_or("<none>")};
+    std::pair<std::string, std::string> onDiskPair() const {
+        return {onDisk("payout_method").value_or("<none>"), onDisk("payout_schedule").value_or("<none>")};
     }
     std::pair<std::string, std::string> atCoordinator() const {
         auto prefs = coordinator_.payoutPrefs();
@@ -78,7 +72,10 @@ protected:
         return count;
     }
 
+    const std::string baselineKey = "worker-config-store.payout-prefs.method.https://c.example|w-1";
     dev::DevCoordinator coordinator_{dev::DevCoordinator::Options{}};
+    bool networkDown_ = false;
+    int fetches_ = 0;
     http::Session session_{http::SessionConfig{1, 2, 1}};
 };
 
@@ -87,17 +84,26 @@ TEST_F(PayoutPrefsConversationTest, OwnerSessionAgainstTheLocalCoordinator) {
     choose("paypal", "weekly");
     finishBackground();
     EXPECT_EQ(atCoordinator(), accepted);
-    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"), (PayoutPrefsSyncPayload{"paypal", "weekly"}));
+    EXPECT_EQ(defaults_.string(baselineKey), "paypal");
+    // The accepted pair again, or a save without payout fields, sends nothing.
+    store_->setPayoutSchedule("monthly");
+    choose("paypal", "weekly");
+    store_->setIdleMinutes(4);
+    executor_.advance(0.5);
+    EXPECT_EQ(runner_.pendingCount(), 0u);
 
     // A method that isn't set up: the hint names the setup, the screen and file go back.
     coordinator_.requirePayoutSetup("usdc", "wallet_address");
     choose("usdc", "monthly");
-    EXPECT_EQ(onDisk(), (std::pair<std::string, std::string>{"usdc", "monthly"}));
+    EXPECT_EQ(onDiskPair(), (std::pair<std::string, std::string>{"usdc", "monthly"}));
     finishBackground();
     EXPECT_EQ(store_->payoutPrefsRequiredSetup(), "wallet_address");
     EXPECT_EQ(onScreen(), accepted);
-    EXPECT_EQ(onDisk(), accepted);
+    EXPECT_EQ(onDiskPair(), accepted);
     EXPECT_EQ(atCoordinator(), accepted);
+    EXPECT_EQ(runner_.pendingCount(), 0u) << "the rollback sends nothing";
+    store_->setPayoutMethod("ach");
+    EXPECT_FALSE(store_->payoutPrefsRequiredSetup()) << "the next choice clears the hint";
 
     // A payout cycle in progress refuses any change, with the coordinator's own detail.
     coordinator_.setPayoutCycleInProgress(true);
@@ -108,7 +114,7 @@ TEST_F(PayoutPrefsConversationTest, OwnerSessionAgainstTheLocalCoordinator) {
     EXPECT_TRUE(logs_.contains("WorkerConfigStore payout prefs sync blocked by payout cycle conflict: "
                                "A payout is already queued for this cycle"));
     EXPECT_EQ(onScreen(), accepted);
-    EXPECT_EQ(onDisk(), accepted);
+    EXPECT_EQ(onDiskPair(), accepted);
     coordinator_.setPayoutCycleInProgress(false);
 
     // A dropped connection and a late answer: the choice and the queue stay for a retry.
@@ -142,6 +148,67 @@ TEST_F(PayoutPrefsConversationTest, OwnerSessionAgainstTheLocalCoordinator) {
     EXPECT_EQ(putCount() - putsBefore, 2u);
     EXPECT_EQ(atCoordinator(), accepted);
     EXPECT_EQ(onScreen(), accepted);
+}
+
+TEST_F(PayoutPrefsConversationTest, RefusalAfterTheOwnerMovedOnKeepsTheNewChoice) {
+    coordinator_.setPayoutCycleInProgress(true);
+    choose("paypal", "weekly");
+    store_->setPayoutMethod("wire");
+    finishBackground();
+    EXPECT_EQ(store_->payoutMethod(), "wire");
+    EXPECT_TRUE(store_->payoutPrefsSyncBannerText());
+    coordinator_.setPayoutCycleInProgress(false);
+    executor_.advance(0.5);
+    finishBackground();
+    EXPECT_EQ(atCoordinator(), (std::pair<std::string, std::string>{"wire", "weekly"}));
+    EXPECT_EQ(fetches_, 0);
+}
+
+TEST_F(PayoutPrefsConversationTest, RefusalWithoutABaselineFetchesOneOrFallsBackToDefaults) {
+    choose("wire", "monthly");
+    finishBackground();
+    defaults_.remove(baselineKey);
+    coordinator_.requirePayoutSetup("usdc", "wallet_address");
+    choose("usdc", "weekly");
+    finishBackground();
+    finishBackground();  // the baseline fetch
+    EXPECT_EQ(fetches_, 1);
+    EXPECT_EQ(onScreen(), (std::pair<std::string, std::string>{"wire", "monthly"}));
+    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"), (PayoutPrefsSyncPayload{"wire", "monthly"}));
+
+    defaults_.remove(baselineKey);
+    networkDown_ = true;
+    choose("usdc", "monthly");
+    finishBackground();
+    finishBackground();
+    EXPECT_EQ(onDiskPair(), (std::pair<std::string, std::string>{"ach", "weekly"}));
+    EXPECT_EQ(store_->payoutPrefsSyncBannerText(),
+              "Couldn’t restore payout settings from the coordinator. Reverted to ACH weekly defaults.");
+    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"), (PayoutPrefsSyncPayload{"ach", "weekly"}));
+}
+
+TEST_F(PayoutPrefsConversationTest, AChangedFileCancelsTheRunningSync) {
+    choose("paypal", "weekly");
+    writeConfig("coordinator_url: 'https://other.example'\nworker_id: 'w-9'\n");
+    store_->reload();
+    EXPECT_FALSE(store_->queuedPayoutPrefsSync());
+    EXPECT_TRUE(runner_.nextIsCancelled());
+    finishBackground();
+    EXPECT_FALSE(store_->lastSyncedPayoutPrefs("https://c.example|w-1")) << "a cancelled push records nothing";
+    EXPECT_FALSE(store_->payoutPrefsSyncRunning());
+}
+
+TEST_F(PayoutPrefsConversationTest, ActivationEstablishesAMissingBaselineOnly) {
+    store_->refreshPayoutPrefsBaselineOnActivation();
+    finishBackground();
+    EXPECT_EQ(defaults_.string(baselineKey), "ach");
+    store_->refreshPayoutPrefsBaselineOnActivation();
+    EXPECT_EQ(runner_.pendingCount(), 0u);
+
+    store_->setPayoutPrefsHooks({});  // without a coordinator nothing is sent, the wish stays queued
+    choose("paypal", "weekly");
+    EXPECT_EQ(runner_.pendingCount(), 0u);
+    EXPECT_TRUE(store_->queuedPayoutPrefsSync());
 }
 
 }  // namespace
