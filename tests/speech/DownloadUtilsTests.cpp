@@ -214,17 +214,12 @@ TEST_F(DownloadUtilsTest, LoadingChecksEachModelFolderBeforeTheRuntimeSeesIt) {
 }
 
 TEST_F(DownloadUtilsTest, SmallFilesAreRetriedWithGrowingWaits) {
-    corvane::testing::LogCapture logs;
     std::string url =
         hub.baseURL() + "/parakeet-models/parakeet-tdt-0.6b-v2-coreml/resolve/main/config.json";
     hub.failFile("config.json", 503);
     sleeper.open();
     EXPECT_THROW(downloads.fetchHuggingFaceFile(url, "config", 3, 1.0), HuggingFaceDownloadError);
     EXPECT_THAT(sleeper.requests(), ElementsAre(1.0, 2.0));
-    EXPECT_TRUE(
-        logs.contains("Download attempt 1 for config failed: Hugging Face rate limit "
-                      "encountered: Rate limited while downloading config. Retrying in "
-                      "1.0s..."));
     EXPECT_EQ(hub.fileRequests(), 3u);
 
     // A cancelled wait ends the retries.

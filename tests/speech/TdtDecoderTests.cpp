@@ -155,7 +155,7 @@ TEST_F(TdtDecoderTest, WalksBlanksJumpsAndRepeatedEmissionsAndDropsATokenThatLea
     //  f1 blank, bin 0 -> f2
     //  f2 token 7, bin 2 -> jump 2: emitted at 2 with duration 2, time 4; first emission at 2
     //  f4 token 9, bin 0 -> new frame, duration stays 0: emitted at 4, time stays 4
-    //  f4 token 11, bin 0 -> second emission at frame 4: step 8 makes it 1; emitted at 4, time 5
+    //  f4 token 11, bin 0 -> a repeat at the last emission frame: made 1; emitted at 4, time 5
     //  f5 token 13, bin 1 -> time 6 reaches the end: dropped, loop ends
     // Scores 1.7 and NaN are recorded as 1 and 0.
     ScriptedJoint joint({{0, B, 0.5f, 0, B},
@@ -203,8 +203,8 @@ TEST_F(TdtDecoderTest, TheSymbolLimitOfAFrameForcesProgress) {
                 ElementsAre("5@0+0", "6@1+0", "7@2+2"));
     // maxSymbolsPerStep 2, eight frames.
     //  f0 token 5, bin 0 -> emitted at 0, stays; emissions at frame 0 = 1
-    //  f0 token 6, bin 0 -> made 1 by step 8: emitted at 0, time 1; emissions = 2, not below 2,
-    //     so progress is forced: time 2
+    //  f0 token 6, bin 0 -> a repeat at frame 0, made 1: emitted at 0, time 1; emissions = 2,
+    //     not below 2, so progress is forced: time 2
     //  f2 blank bin 0 -> 3; f3 blank bin 4 -> jump 4 to 7; f7 blank -> 8, the end
     ScriptedJoint two(
         {{0, 5, 1.0f, 0}, {0, 6, 1.0f, 0, 5}, {2, B, 1.0f, 0}, {3, B, 1.0f, 4}, {7, B, 1.0f, 0}});
