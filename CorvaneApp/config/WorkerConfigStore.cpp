@@ -99,14 +99,6 @@ WorkerConfigStore::~WorkerConfigStore() {
 
 // ---- settings ----
 
-template <typename T>
-void WorkerConfigStore::assign(Field field, T& slot, T value) {
-    bool changed = !(slot == value);
-    slot = std::move(value);
-    if (changed) notify(field);
-    settingChanged(field);
-}
-
 void WorkerConfigStore::setNumber(Field field, double& slot, double value, SettingRange range) {
     if (std::isnan(value)) {
         logger()->error("WorkerConfigStore refused NaN for {}", fieldName(field));
