@@ -211,6 +211,7 @@ TEST_F(Lifecycle, HeartbeatsStartAfterOneIntervalAndSurviveFailures) {
     EXPECT_EQ(controller->snapshot().lastHeartbeatAt, seen.back().as<Event::Heartbeat>()->at);
     gate.open();
     ASSERT_TRUE(awaitEvent<Event::ResultSubmitted>());
+    finish();  // the heartbeat may beat once more until the shard is put away; `beats` must outlive it
 }
 
 TEST_F(Lifecycle, StopRacingFinishingHandlersSendsExactlyOneTerminalReportPerShard) {
