@@ -33,19 +33,6 @@ std::string lowerTrimmed(const std::optional<std::string>& text) {
     return out;
 }
 
-// Calendar arithmetic in the computer's own zone, as the owner reads "today".
-std::tm localParts(Date date) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    localtime_r(&seconds, &parts);
-    return parts;
-}
-
-Date fromLocalParts(std::tm parts) {
-    parts.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&parts));
-}
-
 std::string dayKey(Date date) {
     const std::tm parts = localParts(date);
     char text[16];

@@ -25,19 +25,6 @@ double cents(double value) {
     return std::round(value * 100) / 100;
 }
 
-// The owner's calendar is the computer's own zone, as the model reads "today".
-std::tm localParts(Date date) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    localtime_r(&seconds, &parts);
-    return parts;
-}
-
-Date fromLocalParts(std::tm parts) {
-    parts.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&parts));
-}
-
 std::string format(const char* pattern, int number) {
     char text[48];
     std::snprintf(text, sizeof text, pattern, number);

@@ -46,7 +46,7 @@ public:
 
     // Throws ModelError for a job that is not a transcription and for engine failures, and passes
     // AudioDecodeError through. The observer hears "decode" and "inference" with their seconds,
-    // also when the stage failed. `stop` is not heeded: a whisper.cpp run goes to its end.
+    // also when the stage failed. `stop` ends a whisper.cpp run early.
     JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) override;
 
     WhisperImpl& impl() { return *impl_; }

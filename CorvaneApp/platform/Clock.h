@@ -2,6 +2,7 @@
 // Points in time and the injected clock every long-lived object reads instead of the system's.
 
 #include <chrono>
+#include <ctime>
 #include <functional>
 
 namespace corvane {
@@ -25,5 +26,19 @@ inline double unixSeconds(Date date) {
 }
 
 inline Date dateFromUnixSeconds(double seconds) { return addSeconds(Date{}, seconds); }
+
+// Calendar fields in the computer's own zone, as the owner reads "today", and back; the way back
+// lets the zone decide daylight saving time.
+inline std::tm localParts(Date date) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    std::tm parts{};
+    localtime_r(&seconds, &parts);
+    return parts;
+}
+
+inline Date fromLocalParts(std::tm parts) {
+    parts.tm_isdst = -1;
+    return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+}
 
 }  // namespace corvane
