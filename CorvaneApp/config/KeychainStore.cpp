@@ -177,6 +177,9 @@ void KeychainStore::deleteItem(std::string_view account) { deleteItem(legacyServ
 
 void KeychainStore::deleteItem(std::string_view service, std::string_view account) {
     backend_->remove(std::string(service), std::string(account));
+    // A token deleted at sign-out must not be served from the cache afterwards.
+    std::lock_guard lock(cacheLock_);
+    pythonWorkerTokenCache_.erase(cacheKey(service, account));
 }
 
 void KeychainStore::deleteAll() {

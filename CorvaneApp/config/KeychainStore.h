@@ -48,7 +48,8 @@ public:
     std::optional<std::string> read(std::string_view service, std::string_view account);
     // Update or add; throws KeychainWriteError.
     void write(std::string_view service, std::string_view account, const std::string& value);
-    // Deletes ignore failures: deleting what isn't there is harmless.
+    // Deletes ignore failures: deleting what isn't there is harmless. A deleted token leaves
+    // the cache as well.
     void deleteItem(std::string_view account);
     void deleteItem(std::string_view service, std::string_view account);
     // The legacy items and every other item of the legacy service, then the cache. Items named

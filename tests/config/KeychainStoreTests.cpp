@@ -155,6 +155,8 @@ TEST_P(KeychainStoreTest, TokenIsOneItemServedFromTheCache) {
     backend_->remove(kService, "w-1");
     EXPECT_EQ(store_->pythonWorkerToken("http://coordinator.example:8443/other", "w-1"), kToken) << "from the cache";
     EXPECT_EQ(restarted.pythonWorkerToken(kURL, "w-1"), kToken) << "from the cache";
+    store_->deleteItem(kService, "w-1");
+    EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), std::nullopt) << "a deleted token leaves the cache too";
 
     store_->write("svc", "acct", std::string("\xC3\x28 bad", 6));
     EXPECT_EQ(store_->read("svc", "acct"), std::nullopt);
