@@ -143,6 +143,9 @@ TEST_F(CoordinatorAPITest, PayoutPreferencesHaveTheirOwnRefusals) {
     EXPECT_EQ(accepted.method, "paypal");
     EXPECT_EQ(coordinator.payoutPrefs().schedule, "monthly");
     EXPECT_EQ(lastRequest().body, R"({"method":"paypal","schedule":"monthly"})");
+    const auto summary = client.dashboard().payoutSummary;  // the baseline a later sync starts from
+    EXPECT_EQ(summary.method, "paypal");
+    EXPECT_EQ(summary.schedule, "monthly");
 
     coordinator.requirePayoutSetup("usdc", "wallet_address");
     auto setup = errorOf([&] { client.putPayoutPrefs("usdc", "weekly"); });

@@ -97,6 +97,7 @@ DevCoordinator::DevCoordinator(Options options)
           {"GET", PathPattern("/audio/{}"), false, &DevCoordinator::handleAudio},
           {"POST", PathPattern("/api/v1/workers/register"), false, &DevCoordinator::handleRegister},
           {"PUT", PathPattern("/api/v1/workers/me/payout-prefs"), true, &DevCoordinator::handlePutPayoutPrefs},
+          {"GET", PathPattern("/api/v1/workers/me/dashboard"), true, &DevCoordinator::handleDashboard},
       },
       server_(std::make_unique<httplib::Server>()) {
     for (ShardSpec& spec : options.shards) book_.add(std::move(spec));

@@ -133,6 +133,7 @@ class DevCoordinator {
                      const std::string& fileName);
     void handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&);
     void handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;

@@ -1,5 +1,6 @@
-// The payout-preference endpoint of the local coordinator, with the two refusals a real one
-// gives: a method that isn't set up yet, and a payout already queued for this cycle.
+// The account endpoints of the local coordinator: the worker's dashboard (its completed shards and
+// its payout pair; no money moves here), and the payout-preference endpoint with the two refusals a
+// real one gives: a method that isn't set up yet, and a payout already queued for this cycle.
 
 #include <httplib.h>
 
@@ -7,6 +8,7 @@
 #include <chrono>
 #include <ctime>
 
+#include "CorvaneApp/coordinator/AccountRecords.h"
 #include "CorvaneApp/platform/Log.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
 
@@ -32,6 +34,21 @@ bool isString(const nlohmann::json& body, const char* key) {
 }
 
 }  // namespace
+
+void DevCoordinator::handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&) {
+    WorkerDashboard dashboard;
+    dashboard.workerId = request.get_header_value("X-Worker-ID");
+    dashboard.trustTier = "new";
+    {
+        std::lock_guard lock(mutex_);
+        const auto completed = static_cast<std::int64_t>(results_.size());
+        dashboard.jobsCompleted = {completed, completed, completed};
+        dashboard.payoutSummary.method = payoutPrefs_.method;
+        dashboard.payoutSummary.schedule = payoutPrefs_.schedule;
+        dashboard.payoutSummary.updatedAt = payoutPrefs_.updatedAt;
+    }
+    answer(response, 200, dashboard.encode());
+}
 
 DevCoordinator::PayoutPrefs DevCoordinator::payoutPrefs() const {
     std::lock_guard lock(mutex_);
