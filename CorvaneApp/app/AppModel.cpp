@@ -183,13 +183,28 @@ AppModel::AppModel(Executor& mainSequence, Dependencies dependencies)
             return MachineInfo::current(version);
         };
     machine_ = deps_.buildMachineInfo();
+    if (deps_.dataMode == DataMode::real && deps_.heavyAppSampler) {
+        auto enabled = deps_.pauseOnHeavyApp ? deps_.pauseOnHeavyApp : [] { return true; };
+        std::weak_ptr<AppModel*> alive = alive_;
+        heavyAppDetector_ = std::make_unique<HeavyAppDetector>(
+            deps_.eligibilityGate, main_, std::move(enabled), deps_.heavyAppSampler,
+            [this, alive](const std::optional<std::string>& subtitle) {
+                setTemporaryPauseStatusSubtitle(subtitle);
+                // Not from inside the detector's own call: the refresh may reset the detector.
+                main_.post([alive] {
+                    if (auto self = alive.lock()) (*self)->refreshLocalState(false);
+                });
+            });
+    }
     ChangeBatchGuard batch(batchDepth_, [this] { notifyIfChanged(); });
     if (deps_.startBackgroundTasks) {
         localTimer_ =
             main_.scheduleRepeating(localRefreshSeconds, [this] { refreshLocalState(false); });
         refreshLocalState(false);
+        if (heavyAppDetector_) heavyAppDetector_->start();
     } else {
         syncEnrollmentState();
+        if (heavyAppDetector_) heavyAppDetector_->syncConfiguration();
         refreshStatus(true);
     }
 }
@@ -198,6 +213,7 @@ AppModel::~AppModel() {
     alive_.reset();
     localTimer_.cancel();
     refreshTimer_.cancel();
+    heavyAppDetector_.reset();  // releases its pause, if it holds one
     // Cancelling joins: a body still waiting on the network is stopped first.
     refreshJob_.reset();
     earningsRangeJob_.reset();
@@ -228,6 +244,7 @@ void AppModel::refreshLocalState(bool sampleNow) {
     ChangeBatchGuard batch(batchDepth_, [this] { notifyIfChanged(); });
     syncEnrollmentState();
     if (deps_.dataMode == DataMode::real) {
+        if (heavyAppDetector_) heavyAppDetector_->syncConfiguration();
         refreshStatus(true);
         if (sampleNow && deps_.sampleNow) deps_.sampleNow();
         if (deps_.samplerSnapshot) applySamplerSnapshot(deps_.samplerSnapshot());
@@ -328,6 +345,7 @@ void AppModel::togglePause(std::function<void()> startWorker) {
         } else if (requests_.requestWorkerStart) {
             requests_.requestWorkerStart();
         }
+        if (shouldRunRefreshLoop_ && heavyAppDetector_) heavyAppDetector_->start();
         tracker_.setAwaitingFreshEligibilityAfterManualResume(isWorkerRunning());
         const auto status = deps_.eligibilityGate->isTemporarilyPaused() ? WorkerStatus::paused
                             : isWorkerRunning()                          ? WorkerStatus::idle
@@ -338,6 +356,8 @@ void AppModel::togglePause(std::function<void()> startWorker) {
     tracker_.setAwaitingFreshEligibilityAfterManualResume(false);
     assign(isManuallyPaused_, true);
     manualPauseHandle_ = deps_.eligibilityGate->pause("manual pause");
+    // The owner's pause stands alone: no other hold to lift behind it.
+    if (heavyAppDetector_) heavyAppDetector_->stop();
     setStatusPresentation(P::defaultFor(WorkerStatus::paused));
 }
 
@@ -346,6 +366,8 @@ void AppModel::resetPauseControlState() {
     tracker_.setAwaitingFreshEligibilityAfterManualResume(false);
     assign(temporaryPauseStatusSubtitle_, std::optional<std::string>{});
     if (auto handle = std::exchange(manualPauseHandle_, nullptr)) handle->release();
+    if (heavyAppDetector_) heavyAppDetector_->stop();  // forgets the tracked application
+    if (heavyAppDetector_ && shouldRunRefreshLoop_) heavyAppDetector_->start();
 }
 
 // --- Enrolment

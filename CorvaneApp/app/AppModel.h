@@ -24,6 +24,7 @@
 #include "CorvaneApp/coordinator/CoordinatorAPI.h"
 #include "CorvaneApp/coordinator/ModelIdentifier.h"
 #include "CorvaneApp/eligibility/EligibilityGate.h"
+#include "CorvaneApp/eligibility/HeavyAppDetector.h"
 #include "CorvaneApp/eligibility/ResourceSampler.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
 #include "CorvaneApp/models/ModelDownloadProgress.h"
@@ -115,6 +116,10 @@ class AppModel {
         std::shared_ptr<SleepProvider> sleeper;              // absent: real waits
         NowFunction now = systemNow;
         std::shared_ptr<UnknownEligibilityReasonReporter> reasonReporter;  // absent: the log
+        // The frontmost application's load, for the pause under a heavy application, and the
+        // owner's setting for it; without a sampler (or in dummy mode) there is no such pause.
+        std::shared_ptr<HeavyAppDetector::Sampling> heavyAppSampler;
+        std::function<bool()> pauseOnHeavyApp;
     };
 
     // What the model asks of the application; each may be left empty.
@@ -244,6 +249,7 @@ class AppModel {
     }
     bool hasAPI() const { return api_ != nullptr; }
     bool isRefreshing() const { return refreshJob_ != nullptr; }
+    const HeavyAppDetector* heavyAppDetector() const { return heavyAppDetector_.get(); }
 
     // --- Derived values
     bool isWorkerRunning() const;
@@ -338,6 +344,7 @@ class AppModel {
     EarningsRange earningsVisibleRange_ = EarningsRange::month;
     std::uint64_t earningsRangeRequestGeneration_ = 0;
 
+    std::unique_ptr<HeavyAppDetector> heavyAppDetector_;
     std::unique_ptr<BackgroundJob> refreshJob_;
     std::unique_ptr<BackgroundJob> earningsRangeJob_;
     std::unique_ptr<BackgroundJob> histogramJob_;

@@ -4,6 +4,7 @@
 
 #include "CorvaneApp/app/DummyDataProvider.h"
 #include "CorvaneApp/config/WorkerConfig.h"
+#include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
 #include "CorvaneApp/platform/Log.h"
 
 namespace corvane {
@@ -70,6 +71,8 @@ void AppSession::launch() {
             info.workerID = config->workerID;
         return info;
     };
+    deps.heavyAppSampler = HeavyAppDetector::SystemSampler::system();
+    deps.pauseOnHeavyApp = [delegate] { return delegate->configStore().pauseOnHeavyApp(); };
     deps.appVersion = env.version;
     deps.clearEnrollment = [this] { forgetEnrollment(); };
     if (env.dataMode == DataMode::dummy) {

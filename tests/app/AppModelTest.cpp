@@ -117,6 +117,8 @@ class AppModelTest : public ::testing::Test {
         deps.backgroundRunner = runner;
         deps.sleeper = sleeper;
         deps.now = clock.function();
+        deps.heavyAppSampler = heavySampler;
+        deps.pauseOnHeavyApp = heavySetting;
         model.emplace(executor, std::move(deps));
         AppModel::Requests requests;
         requests.requestWorkerStart = [this] { ++workerStarts; };
@@ -149,6 +151,8 @@ class AppModelTest : public ::testing::Test {
     int workerStarts = 0;
     int signOuts = 0;
     std::vector<std::string> labels;
+    std::shared_ptr<HeavyAppDetector::Sampling> heavySampler;  // none: no heavy-application pause
+    std::function<bool()> heavySetting;
     std::optional<AppModel> model;
     Subscription subscription;
 };
@@ -292,6 +296,42 @@ TEST_F(AppModelTest, RefreshesNeverOverlapAndSupplementalFailuresLeaveDataStale)
     EXPECT_TRUE(runner->nextIsCancelled());
     runRefresh();
     EXPECT_EQ(m.heldBalance(), std::nullopt);
+}
+
+// The frontmost application as the test sets it.
+class ScriptedForeground final : public HeavyAppDetector::Sampling {
+  public:
+    std::optional<HeavyAppDetector::ForegroundAppSample> sample;
+    std::optional<HeavyAppDetector::ForegroundAppSample> sampleForegroundApp() override {
+        return sample;
+    }
+};
+
+TEST_F(AppModelTest, AHeavyFrontApplicationPausesTheWorkerUntilTheOwnerSaysOtherwise) {
+    auto foreground = std::make_shared<ScriptedForeground>();
+    foreground->sample = HeavyAppDetector::ForegroundAppSample{4242, "blender", "Blender", 80, 10};
+    bool pauseOnHeavyApp = true;
+    enrolled = true;
+      heavySampler = foreground;
+    heavySetting = [&] { return pauseOnHeavyApp; };
+    AppModel& m = makeModel();
+    const std::string reason = HeavyAppDetector::pauseDescription(*foreground->sample);
+    const double window = HeavyAppDetector::sampleInterval * (HeavyAppDetector::windowSize - 1);
+
+    m.togglePause();  // while the owner's own pause holds, nothing is sampled
+    executor.advance(window);
+    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{"manual pause"});
+    m.togglePause();
+    executor.advance(window);
+    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{reason});
+    EXPECT_EQ(m.temporaryPauseStatusSubtitle(), reason);
+    EXPECT_EQ(m.statusSubtitle(), reason);
+    EXPECT_FALSE(m.isPauseActionEnabled()) << "someone else's pause is not the owner's to lift";
+
+    pauseOnHeavyApp = false;  // switched off in the settings: released at the next local refresh
+    executor.advance(AppModel::localRefreshSeconds);
+    EXPECT_FALSE(gate->isTemporarilyPaused());
+    EXPECT_EQ(m.temporaryPauseStatusSubtitle(), std::nullopt);
 }
 
 TEST_F(AppModelTest, EarningsFiguresCaptionsAndRanges) {
