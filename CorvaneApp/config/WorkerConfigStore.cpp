@@ -99,6 +99,17 @@ WorkerConfigStore::~WorkerConfigStore() {
 
 // ---- settings ----
 
+template <typename T>
+void WorkerConfigStore::assign(Field field, T& slot, T value) {
+    bool changed = !(slot == value);
+    slot = std::move(value);
+    if (changed) notify(field);
+    settingChanged(field);
+}
+// The payout-sync half of the store assigns strings too; an explicit instance is emitted even
+// where every use here is inlined.
+template void WorkerConfigStore::assign<std::string>(Field, std::string&, std::string);
+
 void WorkerConfigStore::setNumber(Field field, double& slot, double value, SettingRange range) {
     if (std::isnan(value)) {
         logger()->error("WorkerConfigStore refused NaN for {}", fieldName(field));

@@ -157,14 +157,8 @@ private:
         std::string message;
     };
 
-    // In the header: the payout-sync half of the store assigns settings too.
     template <typename T>
-    void assign(Field field, T& slot, T value) {
-        const bool changed = !(slot == value);
-        slot = std::move(value);
-        if (changed) notify(field);
-        settingChanged(field);
-    }
+    void assign(Field field, T& slot, T value);
     void setNumber(Field field, double& slot, double value, SettingRange range);
     void settingChanged(Field field);
     void notify(Field field) { observers_.notify(field); }
