@@ -1,13 +1,11 @@
-// `corvane enroll` against the local coordinator in a temporary home, then a worker wired the way
-// the application wires it: its polls carry the capability record and its results the full
-// performance block.
+// `corvane enroll` against the local coordinator in a temporary home, then a worker whose polls carry
+// the capability record and whose results carry the full performance block.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 
 #include "CorvaneApp/config/FileCredentialBackend.h"
@@ -20,6 +18,7 @@
 #include "CorvaneApp/models/ClaimMaterialiser.h"
 #include "CorvaneApp/models/HandlerBox.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
+#include "CorvaneApp/platform/AtomicFile.h"
 #include "CorvaneApp/platform/SleepProvider.h"
 #include "CorvaneApp/worker/PerformanceMetadata.h"
 #include "CorvaneApp/worker/WorkerController.h"
@@ -31,39 +30,7 @@
 namespace corvane::testing {
 namespace {
 
-#ifdef CORVANE_BINARY
-
 namespace fs = std::filesystem;
-
-struct ProcessResult {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs a shell command line, its output kept in files under `scratch`.
-ProcessResult runShell(const std::string& command, const fs::path& scratch) {
-    const int status = std::system((command + " >" + (scratch / "out").string() + " 2>" + (scratch / "err").string()).c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(scratch / "out"), readText(scratch / "err")};
-}
-
-// Does real work on the downloaded file, timing its stages the way a handler does and letting
-// the sampler tick while it runs.
-JobResult measuredWork(ResourceSampler& sampler, const ClaimedJob& job, const StageObserver& observe) {
-    using Clock = std::chrono::steady_clock;
-    auto started = Clock::now();
-    const std::string bytes = readText(job.inputPath);
-    observe(ModelHandlerStage::decode, std::chrono::duration<double>(Clock::now() - started).count());
-    sampler.sampleOnce();
-    started = Clock::now();
-    std::uint64_t checksum = 0;
-    for (int round = 0; round < 2000; ++round) {
-        for (unsigned char c : bytes) checksum = checksum * 1099511628211ull + c;
-    }
-    sampler.sampleOnce();
-    observe(ModelHandlerStage::inference, std::chrono::duration<double>(Clock::now() - started).count());
-    sampler.sampleOnce();
-    return ScriptedHandler::transcript(job, "checksum " + std::to_string(checksum % 1000));
-}
 
 TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     TempDir home;
@@ -78,13 +45,16 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     dev::DevCoordinator coordinator(options);
 
     // Enrol through the real command, with nothing of this machine's own home or keyring.
-    const ProcessResult enrol = runShell("echo " + invitation + " | env -i HOME=" + home.path().string() +
-                                             " PATH=/usr/bin:/bin " CORVANE_BINARY " enroll --coordinator " +
-                                             coordinator.baseURL() + " --token-stdin --schedule business-hours",
-                                         home.path());
-    ASSERT_EQ(enrol.status, 0) << enrol.err;
-    const std::string workerID = enrol.out.substr(0, enrol.out.find('\n'));
-    EXPECT_TRUE(workerID.starts_with("wk_")) << enrol.out;
+    const fs::path out = home.path() / "out", err = home.path() / "err";
+    const int status = std::system(("echo " + invitation + " | env -i HOME=" + home.path().string() +
+                                    " PATH=/usr/bin:/bin " CORVANE_BINARY " enroll --coordinator " +
+                                    coordinator.baseURL() + " --token-stdin --schedule business-hours >" + out.string() +
+                                    " 2>" + err.string())
+                                       .c_str());
+    const std::string enrolOut = readFile(out).value_or(""), enrolErr = readFile(err).value_or("");
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << enrolErr;
+    const std::string workerID = enrolOut.substr(0, enrolOut.find('\n'));
+    EXPECT_TRUE(workerID.starts_with("wk_")) << enrolOut;
     ASSERT_EQ(coordinator.registrations().size(), 1u);
     EXPECT_TRUE(coordinator.registrations()[0].sentEnrollmentToken);
 
@@ -94,9 +64,9 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     EXPECT_EQ(config->workerID, workerID);
     KeychainStore keychain(std::make_shared<FileCredentialBackend>(varnix / "credentials"));
     const auto token = keychain.pythonWorkerToken(config->coordinatorURL, config->workerID);
-    ASSERT_EQ(token, workerToken) << "the headless machine keeps its credential in the private file\n" << enrol.err;
+    ASSERT_EQ(token, workerToken) << enrolErr;
     EXPECT_EQ(fs::status(varnix / "credentials").permissions() & fs::perms::group_all, fs::perms::none);
-    for (const std::string& text : {readText(varnix / "config.yaml"), enrol.out, enrol.err}) {
+    for (const std::string& text : {readFile(varnix / "config.yaml").value(), enrolOut, enrolErr}) {
         EXPECT_EQ(text.find(invitation), std::string::npos);
         EXPECT_EQ(text.find(workerToken), std::string::npos);
     }
@@ -111,22 +81,33 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     HandlerBox box;
     box.replace(std::make_shared<ScriptedHandler>(
         defaultModelIdentifier(),
-        [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) { return measuredWork(sampler, job, observe); }));
+        [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
+            // Real work on the downloaded file, its stages timed as a handler times them, the
+            // sampler ticking meanwhile.
+            auto started = std::chrono::steady_clock::now();
+            auto since = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(); };
+            const std::string bytes = readFile(job.inputPath).value();
+            observe(ModelHandlerStage::decode, since());
+            sampler.sampleOnce();
+            started = std::chrono::steady_clock::now();
+            std::uint64_t checksum = 0;
+            for (int round = 0; round < 2000; ++round) {
+                for (unsigned char c : bytes) checksum = checksum * 1099511628211ull + c;
+            }
+            sampler.sampleOnce();
+            observe(ModelHandlerStage::inference, since());
+            sampler.sampleOnce();
+            return ScriptedHandler::transcript(job, "checksum " + std::to_string(checksum % 1000));
+        }));
     const ProcMachineProbe machine;
     CapabilityAdvertiser::Providers providers;
     providers.capabilityProvider =
         CapabilityAdvertiser::whisperCapabilityProvider("4bit", [&] { return box.current() != nullptr; });
     providers.chipTierProvider = [&] { return rawValue(currentChipTier(machine)); };
     providers.ramGBProvider = [&] { return CapabilityAdvertiser::physicalRAMGB(machine.physicalMemoryBytes().value_or(0)); };
-    providers.activeModelProvider = [&]() -> std::optional<ModelIdentifier> {
-        auto handler = box.current();
-        return handler ? std::optional(handler->modelIdentifier()) : std::nullopt;
-    };
     PerformanceMetadataSources sources;
     sources.runtimeEffectivePercent = [&] { return readRuntimeEffectiveResourcePercent(varnix / "worker-runtime-state.json"); };
-    sources.fallbackPercent = [] { return 20; };
     sources.awayCpuCeiling = [] { return 90.0; };
-    sources.quantization = [] { return std::optional<std::string>(); };
     sources.activeProcessorCount = [&] { return machine.logicalCoreCount(); };
     sources.chip = [&] { return std::optional<std::string>(machine.cpuBrandString()); };
     sources.physicalMemoryBytes = [&] { return machine.physicalMemoryBytes(); };
@@ -168,7 +149,6 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     EXPECT_EQ((*capabilities)["chip_tier"], "T1") << "no Apple tier on this machine: the base tier";
     EXPECT_EQ((*capabilities)["ram_gb"], CapabilityAdvertiser::physicalRAMGB(*machine.physicalMemoryBytes()));
     EXPECT_EQ((*capabilities)["capabilities"][0]["cached"], true);
-    EXPECT_EQ((*capabilities)["active_model"]["backend"], "whisper-cpp-swift");
 
     const auto results = coordinator.results();
     for (const auto& result : results) {
@@ -188,13 +168,10 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
             << "stages inside the shard's wall time";
         EXPECT_GE(perf["download_seconds"].get<double>(), 0.0);
         EXPECT_GE(perf["sample_count"].get<int>(), 3);
-        const double ramGB = perf["ram_peak_gb"];
-        EXPECT_GT(ramGB, 0.001);
-        EXPECT_LT(ramGB, static_cast<double>(*machine.physicalMemoryBytes()) / std::pow(2.0, 30));
+        EXPECT_GT(perf["ram_peak_gb"].get<double>(), 0.001);
         EXPECT_EQ(perf["effective_percent"], 75) << "from the runtime-state file";
         EXPECT_EQ(perf["user_percent"], 90);
         EXPECT_EQ(perf["cpu_count_total"], machine.logicalCoreCount());
-        EXPECT_TRUE(perf["thread_limit"] >= 1 && perf["thread_limit"] <= machine.logicalCoreCount()) << perf.dump();
         EXPECT_GT(perf["poll_rtt_ms"].get<double>(), 0.0);
         EXPECT_EQ(perf["cache_hit"], false);
     }
@@ -206,14 +183,6 @@ TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
     ASSERT_TRUE(results[1].body["performance"].contains("submit_rtt_ms"));
     EXPECT_GT(results[1].body["performance"]["submit_rtt_ms"].get<double>(), 0.0);
 }
-
-#else
-
-TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
-    GTEST_SKIP() << "built without the corvane executable";
-}
-
-#endif
 
 }  // namespace
 }  // namespace corvane::testing

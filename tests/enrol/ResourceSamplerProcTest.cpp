@@ -85,7 +85,6 @@ TEST_F(ProcFixture, MissingTruncatedOrMalformedFilesGiveNoReading) {
         const char* meminfo;
     };
     for (const Row& row : std::vector<Row>{
-             {"empty", "", ""},
              {"letters in a counter", "cpu  12 x 3 4\ncpu0 1 2 3 4\n", "MemTotal: 100 kB\n"},
              {"cut mid-line", "cpu  12 3", "MemTotal:       16384000 kB\nMemAvail"},
              {"more available than total", "cpu0 1 2 3 4\n", "MemTotal: 100 kB\nMemAvailable: 200 kB\n"},
@@ -145,18 +144,6 @@ TEST_F(ProcFixture, TreeFollowsChildrenOfEveryThreadAndTheRuntimeFolder) {
     auto third = tree.sample(100);
     ASSERT_TRUE(third);
     EXPECT_NEAR(third->cpuPercent, 0.0, 1e-9);
-}
-
-TEST_F(ProcFixture, WithoutChildrenFilesTheTreeComesFromParentIDs) {
-    process(200, "corvane", 1, 0, 0, 1);
-    process(201, "child", 200, 0, 0, 1);
-    process(202, "grandchild", 201, 0, 0, 1);
-    process(203, "unrelated", 1, 0, 0, 1);
-    dir.write("proc/204/stat", "garbage without a name\n");
-    ProcessTreeSampler tree(treeOptions());
-    auto ids = tree.descendants(200);
-    std::sort(ids.begin(), ids.end());
-    EXPECT_EQ(ids, (std::vector<int>{201, 202}));
 }
 
 }  // namespace
