@@ -35,8 +35,6 @@ TEST(ChartAxisTest, FixedRangesPlaceTheirLabels) {
     EXPECT_EQ(ChartAxis::positions(Range::hours24(), 24, newYork, now), (Positions{0, 6, 12, 18, 23}));
 
     EXPECT_EQ(ChartAxis::labels(Range::days7(), now, "en_US", newYork), (Labels{"Mon", "Tue", "Wed", "Thu", "Today"}));
-    auto week = ChartAxis::positionedLabels(Range::days7(), 3, now, "en_US", newYork);
-    EXPECT_EQ(week, (std::vector<std::optional<std::string>>{"Mon", "Tue", "Wed"}));
 
     EXPECT_EQ(ChartAxis::positions(Range::days30(), 20, newYork, now), (Positions{0, 1, 5, 12, 19}));
     EXPECT_EQ(ChartAxis::labels(Range::days30(), now, "en_US", newYork),
@@ -52,7 +50,6 @@ TEST(ChartAxisTest, LocaleDecidesWordsAndFieldOrder) {
     EXPECT_EQ(ChartAxis::labels(Range::days7(), now, "de_DE", berlin), (Labels{"Mo", "Di", "Mi", "Do", "Today"}));
     auto lastYear = Range::all(at(berlin, 2023, 12, 24));
     EXPECT_EQ(ChartAxis::labels(lastYear, now, "de_DE", berlin), (Labels{"24. Dez. 23", "1. Jan. 24", "1. Apr. 24", "Today"}));
-    EXPECT_EQ(ChartAxis::labels(lastYear, now, "en_US", berlin), (Labels{"Dec 24, 23", "Jan 1, 24", "Apr 1, 24", "Today"}));
 }
 
 TEST(ChartAxisTest, TimeZoneAndDaylightSavingFollowTheCalendar) {
@@ -71,7 +68,6 @@ TEST(ChartAxisTest, TimeZoneAndDaylightSavingFollowTheCalendar) {
 TEST(ChartAxisTest, AllRangeMarkersAndPositions) {
     auto now = at(newYork, 2024, 11, 15);
     auto twoYears = Range::all(at(newYork, 2022, 9, 20));
-    EXPECT_EQ(ChartAxis::quarterStartsBetween(twoYears.start, now, newYork).size(), 9u);
     EXPECT_EQ(ChartAxis::labels(twoYears, now, "en_US", newYork),
               (Labels{"Sep 20, 22", "Oct 1, 22", "Oct 1, 23", "Oct 1, 24", "Today"}));
     EXPECT_EQ(ChartAxis::positions(twoYears, 788, newYork, now), (Positions{0, 11, 376, 742, 787}));
@@ -93,11 +89,9 @@ TEST(ChartAxisTest, AllRangeMarkersAndPositions) {
 TEST(ChartAxisTest, ShortSeries) {
     auto now = at(newYork, 2024, 5, 10);
     EXPECT_TRUE(ChartAxis::positionedLabels(Range::days30(), 0, now, "en_US", newYork).empty());
-    EXPECT_TRUE(ChartAxis::positionedLabels(Range::days7(), -3, now, "en_US", newYork).empty());
     EXPECT_EQ(ChartAxis::positionedLabels(Range::days7(), 1, now, "en_US", newYork),
               (std::vector<std::optional<std::string>>{"Mon"}));
     EXPECT_EQ(ChartAxis::normalizedPositions({0, 0, 0, 0, 1}, 2), (Positions{-3, -2, -1, 0, 1}));
-    EXPECT_THROW(ChartAxis::positionedLabels(Range::days90(), 2, now, "en_US", newYork), std::invalid_argument);
     EXPECT_THROW(ChartAxis::positionedLabels(Range::hours24(), 1, now, "en_US", newYork), std::invalid_argument);
     EXPECT_THROW(ChartAxis::positionedLabels(Range::all(now), 1, now, "en_US", newYork), std::invalid_argument);
 }

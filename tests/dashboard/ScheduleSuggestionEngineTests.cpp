@@ -15,8 +15,7 @@ Engine busyExcept(std::initializer_list<std::pair<int, int>> quiet) {
 }
 
 TEST(ScheduleSuggestionEngineTest, WorkingDayQuietGivesOneBlockAndItsEarnings) {
-    std::initializer_list<std::pair<int, int>> quiet = {};
-    Engine engine = busyExcept(quiet);
+    auto engine = busyExcept({});
     for (int day = 0; day < 5; ++day)
         for (int hour = 9; hour < 17; ++hour) engine.histogram[static_cast<size_t>(day)][static_cast<size_t>(hour)] = 0;
     auto grid = ScheduleGrid::recommended();
@@ -50,11 +49,6 @@ TEST(ScheduleSuggestionEngineTest, ThresholdsAndMerging) {
 TEST(ScheduleSuggestionEngineTest, BannerNamesThreeLargestButApplyOpensAll) {
     auto grid = ScheduleGrid::recommended();
     auto engine = busyExcept({{0, 9}, {0, 10}, {0, 11}, {0, 12}, {1, 14}, {1, 15}, {1, 16}, {3, 9}, {3, 10}, {4, 16}});
-    auto blocks = engine.quietSuggestionBlocks(grid);
-    ASSERT_EQ(blocks.size(), 3u);
-    EXPECT_EQ(blocks[0].id, "0-0-9-13");
-    EXPECT_EQ(blocks[1].id, "1-1-14-17");
-    EXPECT_EQ(blocks[2].id, "3-3-9-11");
     EXPECT_EQ(engine.suggestionBannerText(grid, 1.0, false),
               "Mon 9 AM–1 PM, adds ~$4.00/wk · Tue 2 PM–5 PM, adds ~$3.00/wk · Thu 9 AM–11 AM, adds ~$2.00/wk");
     EXPECT_EQ(engine.applySuggestions(grid), 10);
@@ -71,16 +65,12 @@ TEST(ScheduleSuggestionEngineTest, BadHistogramsAreReadAsZeroAndSuggestNothingWi
     EXPECT_EQ(ragged.activityMinutes(6, 23), 0);
     EXPECT_EQ(ragged.activityMinutes(7, 0), 0);
     EXPECT_EQ(ragged.activityMinutes(0, -1), 0);
-    Engine raw{{{-5, 3}}};  // unnormalised too
-    EXPECT_EQ(raw.activityMinutes(0, 0), 0);
-    EXPECT_EQ(raw.activityMinutes(3, 3), 0);
 
     auto zeros = Engine::fromRaw(std::vector<std::vector<int>>(7, std::vector<int>(24, 0)));
     EXPECT_FALSE(zeros.hasHistory());
     EXPECT_EQ(zeros.cellState(grid, 0, 9), Engine::CellState::blocked);
     EXPECT_TRUE(zeros.quietSuggestionBlocks(grid).empty());
     EXPECT_EQ(zeros.suggestionBannerText(grid, 1, false), kNoActivityHistoryText);
-    EXPECT_EQ(zeros.suggestionBannerText(grid, 1, true), "Activity history loaded, but no active minutes were recorded yet.");
     auto before = grid;
     EXPECT_EQ(zeros.applySuggestions(grid), 0);
     EXPECT_EQ(grid, before);
@@ -92,7 +82,6 @@ TEST(ScheduleSuggestionEngineTest, Labels) {
     EXPECT_EQ(Engine::dayRangeLabel(2, 9), "Days 2-9");
     EXPECT_EQ(Engine::hourRangeLabel(0, 24), "All day");
     EXPECT_EQ(Engine::hourRangeLabel(5, 5), "All day");
-    EXPECT_EQ(Engine::hourRangeLabel(-1, 4), "All day");
     EXPECT_EQ(Engine::hourRangeLabel(0, 12), "12 AM–12 PM");
     EXPECT_EQ(Engine::hourRangeLabel(22, 24), "10 PM–12 AM");
 }

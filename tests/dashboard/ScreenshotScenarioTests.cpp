@@ -1,6 +1,3 @@
-// Every scene of the screenshot catalogue applied to a dummy-mode model, alone and one after the
-// other, checked for the state its description names.
-
 #include <gtest/gtest.h>
 
 #include <map>
@@ -39,6 +36,7 @@ TEST_F(ScreenshotScenarioTest, EveryCatalogueSceneLeavesTheModelAsItsDescription
     using M = ScreenshotModelsState;
     for (const auto& scenario : screenshotCatalog()) {
         SCOPED_TRACE(std::string(scenario.id));
+        EXPECT_EQ(findScreenshotScenario(scenario.id), &scenario) << "ids are unique";
         loads = 0;
         auto& m = makeModel();
         applyScreenshotScenario(scenario, m);
