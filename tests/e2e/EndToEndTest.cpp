@@ -1,26 +1,19 @@
 // The whole road on real objects: the local coordinator hands out spoken English in three formats,
-// and the worker polls, downloads, decodes, transcribes on the generated model and submits, with
-// the performance block the resource sampler and the runtime-state file feed. A model file that
-// cannot load ends its shard in one failure report, and the worker polls on.
+// and the worker polls, downloads, decodes, transcribes on the generated model and submits. A model
+// file that cannot load ends its shard in one failure report, and the worker polls on.
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <chrono>
 #include <set>
-#include <thread>
 
 #include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
 #include "CorvaneApp/coordinator/WorkerHTTPClient.h"
-#include "CorvaneApp/eligibility/ResourceSampler.h"
-#include "CorvaneApp/eligibility/ResourceSamplerProcProbes.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
 #include "CorvaneApp/models/ClaimMaterialiser.h"
 #include "CorvaneApp/models/HandlerBox.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "CorvaneApp/models/WhisperHandler.h"
-#include "CorvaneApp/platform/LoopExecutor.h"
 #include "CorvaneApp/worker/PerformanceMetadata.h"
 #include "CorvaneApp/worker/WorkerController.h"
 #include "tests/models/AudioFixtures.h"
@@ -33,36 +26,11 @@ namespace {
 
 constexpr std::chrono::seconds kSafetyLimit{240};  // only a broken worker gets near it
 
-// The resource sampler on its own main sequence, as the application runs it.
-class SampledProcess {
-public:
-    SampledProcess()
-        : sampler_(executor_, std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{}), ::getpid()) {
-        executor_.post([this] { sampler_.start(0.25); });
-        loop_ = std::jthread([this](std::stop_token stop) { executor_.run(stop); });
-    }
-    ~SampledProcess() {
-        executor_.post([this] { sampler_.stop(); });
-        executor_.quit();
-    }
-    ResourceAggregate since(Date start) const { return sampler_.aggregateSince(start); }
-
-private:
-    LoopExecutor executor_;
-    ResourceSampler sampler_;
-    std::jthread loop_;  // last: joined before the sampler and executor go
-};
-
 class EndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
         // The daemon's runtime-state file caps the work at half the machine.
         home.write(".varnix-compute/worker-runtime-state.json", R"({"thermal": {"effective_resource_percent": 50}})");
-    }
-
-    void TearDown() override {
-        if (worker) worker->stop();
-        worker.reset();
     }
 
     WhisperHandler::Options handlerOptions() {
@@ -93,18 +61,14 @@ protected:
         d.handlerLookup = [this](const ModelIdentifier&) { return box.current(); };
         d.materialiser = ClaimMaterialiser(session, downloads.path());
         d.isEligible = [] { return true; };
-        d.strategyHolder = std::make_shared<StrategySuggestionHolder>();
         d.config.pollInterval = 0.2;
-        d.config.heartbeatInterval = 1.0;
         d.config.eligibilityRecheckInterval = 0.2;
         d.sleepProvider = std::make_shared<TaskSleepProvider>();
-        d.resourceAggregator = [this](Date since) { return std::optional<ResourceAggregate>(process.since(since)); };
+        d.resourceAggregator = [](Date) { return std::optional<ResourceAggregate>({80, 1 << 30, 7, {}, {}}); };  // 7 samples
         PerformanceMetadataSources metadata;
         metadata.runtimeEffectivePercent = [path = runtimeStatePath(home.path())] {
             return readRuntimeEffectiveResourcePercent(path);
         };
-        metadata.fallbackPercent = [] { return 100; };
-        metadata.awayCpuCeiling = [] { return 100.0; };
         metadata.activeProcessorCount = [] { return 2; };
         d.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
         d.handlerLoader = std::move(loader);
@@ -112,13 +76,8 @@ protected:
         worker->start();
     }
 
-    bool waitFor(const std::function<bool(const dev::DevCoordinator&)>& done) {
-        return coordinator->waitUntil(done, kSafetyLimit);
-    }
-
     ScratchFolder home;
     ScratchFolder downloads;
-    SampledProcess process;
     HandlerBox box;
     std::unique_ptr<dev::DevCoordinator> coordinator;
     std::shared_ptr<WorkerController> worker;
@@ -136,7 +95,7 @@ TEST_F(EndToEnd, ThreeShardsOfSpeechEachReachTheCoordinatorAsOneTranscript) {
     box.replace(std::make_shared<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, handlerOptions()));
     startWorker();
 
-    ASSERT_TRUE(waitFor([](const dev::DevCoordinator& c) { return c.results().size() + c.failures().size() >= 3; }));
+    ASSERT_TRUE(coordinator->waitUntil([](auto& c) { return c.results().size() + c.failures().size() >= 3; }, kSafetyLimit));
     worker->stop();
     worker.reset();
 
@@ -161,11 +120,9 @@ TEST_F(EndToEnd, ThreeShardsOfSpeechEachReachTheCoordinatorAsOneTranscript) {
         }
         EXPECT_EQ(performance["effective_percent"], 50);  // from the runtime-state file
         EXPECT_EQ(performance["thread_limit"], 1);
+        EXPECT_EQ(performance["sample_count"], 7);  // from the resource aggregate
     }
     EXPECT_EQ(shards, (std::set<std::string>{"s-mp3", "s-flac", "s-ogg"}));
-    const auto withOffsets = std::find_if(results.begin(), results.end(), [](auto& r) { return r.shardID == "s-mp3"; });
-    EXPECT_EQ(withOffsets->body["performance"]["audio_seconds"], 3.0);
-    EXPECT_EQ(withOffsets->body["duration_seconds"], 3.0);
 }
 
 TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
@@ -192,7 +149,7 @@ TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
             box.replace(std::make_shared<WhisperHandler>(weights.path(), ChipTier::t1, handlerOptions()));
         });
 
-        ASSERT_TRUE(waitFor([](const dev::DevCoordinator& c) { return !c.failures().empty(); }));
+        ASSERT_TRUE(coordinator->waitUntil([](auto& c) { return !c.failures().empty(); }, kSafetyLimit));
         const auto failures = coordinator->failures();
         ASSERT_EQ(failures.size(), 1u);
         EXPECT_EQ(failures[0].error, std::string("code=handler_load_failed; retryable=true; message=handler load failed for "
@@ -200,7 +157,7 @@ TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
 
         // Polling goes on, and the shard is reported only once.
         const auto requestsSoFar = coordinator->requests().size();
-        ASSERT_TRUE(waitFor([&](const dev::DevCoordinator& c) { return c.requests().size() >= requestsSoFar + 2; }));
+        ASSERT_TRUE(coordinator->waitUntil([&](auto& c) { return c.requests().size() >= requestsSoFar + 2; }, kSafetyLimit));
         worker->stop();
         worker.reset();
         EXPECT_EQ(coordinator->failures().size(), 1u);

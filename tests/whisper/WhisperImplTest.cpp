@@ -1,5 +1,4 @@
-// WhisperImpl on the generated model: thread selection, what reaches whisper_full, failures of
-// the library and of the model file, and the generic run() entry.
+// WhisperImpl on the generated model: threads, what reaches whisper_full, library and file failures.
 
 #include <gtest/gtest.h>
 
@@ -36,55 +35,45 @@ protected:
     ThreadKnobs knobs;
 };
 
-TEST(WhisperThreadCount, PercentOfTheProcessorsRoundedWithinOneAndAll) {
-    const struct {
-        std::int64_t percent, cpus, threads;
-    } rows[] = {{50, 8, 4}, {1, 8, 1}, {150, 8, 8}, {0, 0, 1}, {25, 10, 3}, {74, 2, 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(WhisperImpl::threadCount(row.percent, row.cpus), row.threads) << row.percent << "% of " << row.cpus;
-    }
-}
-
 TEST_F(WhisperImplTest, ModeCeilingAndRuntimePercentDecideTheThreadsAndAreLogged) {
     auto impl = load();
     const struct {
-        double idleMinutes;
+        WhisperThreadInputs::Settings settings;
         std::optional<double> idleSeconds;
         std::optional<std::int64_t> runtime;
         std::int64_t cpus;
         const char* mode;
         std::int64_t user, effective, threads;
     } rows[] = {
-        {5, 299, {}, 8, "in_use", 50, 50, 4},
-        {5, 300, {}, 8, "away", 100, 100, 8},  // at the threshold it is away
-        {-3, {}, {}, 8, "away", 100, 100, 8},  // no threshold (or a negative one): always away
-        {5, {}, {}, 8, "in_use", 50, 50, 4},   // no idle reading: not idle
-        {5, 600, 25, 10, "away", 100, 25, 3},  // the daemon's percentage wins
+        {{5, 50, 100}, 299, {}, 8, "in_use", 50, 50, 4},
+        {{5, 50, 100}, 300, {}, 8, "away", 100, 100, 8},  // at the threshold it is away
+        {{-3, 50, 100}, {}, {}, 8, "away", 100, 100, 8},  // no threshold (or a negative one): always away
+        {{5, 50, 100}, {}, {}, 8, "in_use", 50, 50, 4},   // no idle reading: not idle
+        {{5, 50, 100}, 600, 25, 10, "away", 100, 25, 3},  // the daemon's percentage wins
+        {{5, 49.5, 100}, 1, {}, 8, "in_use", 50, 50, 4},  // ceilings are rounded half away from zero
+        {{0, 50, 150}, {}, {}, 8, "away", 150, 150, 8},   // threads: never more than the processors,
+        {{0, 50, 74}, {}, {}, 2, "away", 74, 74, 1},      // rounded to the nearest,
+        {{0, 50, 0}, {}, {}, 0, "away", 0, 0, 1},         // and at least one
     };
     for (const auto& row : rows) {
-        knobs.settings.idleMinutes = row.idleMinutes;
+        knobs.settings = row.settings;
         knobs.idleSeconds = row.idleSeconds;
         knobs.runtimePercent = row.runtime;
         knobs.cpuCount = row.cpus;
         LogCapture logs;
         const WhisperThreadSelection s = impl->currentThreadCount();
-        EXPECT_EQ(s.resourceMode, row.mode) << row.idleMinutes << " min, " << row.idleSeconds.value_or(-1) << " s";
+        EXPECT_EQ(s.resourceMode, row.mode) << row.settings.idleMinutes << " min, " << row.idleSeconds.value_or(-1) << " s";
         EXPECT_EQ(std::tie(s.userPercent, s.effectivePercent, s.threads), std::tie(row.user, row.effective, row.threads));
 
-        // Two lines tied by one nonce of 8 hex digits.
+        // Two lines tied by one nonce.
         const auto lines = logs.lines();
         ASSERT_EQ(lines.size(), 2u);
         const std::string head = "WhisperHandler info: whisper_thread_select nonce=";
         const std::string nonce = lines[0].substr(head.size(), 8);
-        EXPECT_EQ(nonce.find_first_not_of("0123456789ABCDEF"), std::string::npos);
         EXPECT_EQ(lines[0], head + nonce + " threads=" + std::to_string(row.threads) + " effective_percent=" +
                                 std::to_string(row.effective) + " user_percent=" + std::to_string(row.user));
         EXPECT_EQ(lines[1], head + nonce + " cpu_count=" + std::to_string(row.cpus) + " resource_mode=" + row.mode);
     }
-    knobs.settings = {5, 49.5, 100};  // ceilings are rounded half away from zero
-    knobs.idleSeconds = 1;
-    knobs.runtimePercent.reset();
-    EXPECT_EQ(impl->currentThreadCount().userPercent, 50);
 }
 
 TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16kAudio) {
@@ -127,17 +116,13 @@ TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServe
         return whisper_full(ctx, params, samples, count);
     });
     const std::vector<float> pcm = sineSamples(2);
-    LogCapture logs;
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: inferenceFailed(status: -6))");
-    EXPECT_TRUE(logs.contains("WhisperHandler error: whisper_full failed with status -6"));
-    EXPECT_TRUE(logs.contains("whisper.cpp error: whisper_full_with_state: failed to encode"));  // routed, not stderr
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: map::at)");
     EXPECT_FALSE(impl->transcribe(pcm).empty());
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm, stopping.get_token()); }),
               "backendCrashed(underlying: inference cancelled)");
     EXPECT_FALSE(impl->transcribe(pcm).empty());
 }
-
 
 // The file check names what is wrong before whisper.cpp sees a file it would divide by zero on,
 // assert on, or read past; the model then fails to load with a ModelError and that name logged.
@@ -155,7 +140,6 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
     std::memcpy(nineDims.data() + nineDims.find("encoder.positional_embedding") - 20, &dims, 4);
     const std::pair<std::string, std::string> rows[] = {
         {"", "not a ggml model (bad magic)"},
-        {std::string(4096, '\x5a'), "not a ggml model (bad magic)"},
         {model.substr(0, 30), "file ends inside the header"},
         {model.substr(0, 100'000), "file ends inside the vocabulary"},
         {model.substr(0, model.size() - 10), "file ends inside tensor decoder.ln.bias"},  // whisper.cpp would take it
@@ -172,15 +156,13 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
         EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, {knobs.inputs(), {}}); }), "backendCrashed(underlying: contextInitFailed)");
         EXPECT_TRUE(logs.contains("is not a whole whisper model: " + problem)) << problem;
     }
-    LogCapture logs;
-    EXPECT_EQ(modelErrorOf([&] { WhisperImpl(folder / "missing", {knobs.inputs(), {}}); }), "modelNotInstalled");
-    EXPECT_TRUE(logs.contains("WhisperHandler error: Model file missing at " + (folder / "missing").string()));
 
     // A file only whisper.cpp itself can refuse. The library keeps the weights it read then: its
     // leak, kept out of the leak check.
     std::string renamed = model;
     renamed.replace(renamed.rfind("decoder.ln.bias"), 15, "decoder.ln.bian");
     const auto path = folder.write("renamed", renamed);
+    LogCapture logs;
     {
         [[maybe_unused]] LeakCheckPause pause;
         EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, {knobs.inputs(), {}}); }), "backendCrashed(underlying: contextInitFailed)");
