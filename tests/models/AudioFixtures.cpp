@@ -36,10 +36,8 @@ std::filesystem::path made(const std::string& name, Make make) {
 }  // namespace
 
 const std::filesystem::path& AudioFixtures::directory() {
-    static const std::filesystem::path folder = [] {
-        std::filesystem::create_directories(MODELS_TEST_AUDIO_DIR);
-        return std::filesystem::path(MODELS_TEST_AUDIO_DIR);
-    }();
+    static const std::filesystem::path folder = MODELS_TEST_AUDIO_DIR;
+    std::filesystem::create_directories(folder);
     return folder;
 }
 
@@ -53,12 +51,10 @@ std::filesystem::path AudioFixtures::ffmpeg(const std::string& name, const std::
 }
 
 std::filesystem::path AudioFixtures::tone(const std::string& name, double seconds,
-                                          const std::vector<std::string>& outputOptions, int channels) {
-    std::string source = "aevalsrc=0.5*sin(2*PI*440*t)";
-    for (int channel = 1; channel < channels; ++channel) source += "|0.5*sin(2*PI*440*t)";
-    source += std::string(":c=") + (channels == 1 ? "mono" : channels == 2 ? "stereo" : "5.1") +
-              ":s=48000:d=" + std::to_string(seconds);
-    std::vector<std::string> arguments{"-f", "lavfi", "-i", source};
+                                          const std::vector<std::string>& outputOptions, const std::string& layout) {
+    // aevalsrc carries its last expression on into the layout's remaining channels.
+    std::vector<std::string> arguments{"-f", "lavfi", "-i",
+                                       "aevalsrc=0.5*sin(2*PI*440*t):c=" + layout + ":s=48000:d=" + std::to_string(seconds)};
     arguments.insert(arguments.end(), outputOptions.begin(), outputOptions.end());
     return ffmpeg(name, arguments);
 }

@@ -12,12 +12,11 @@ struct AudioFixtures {
     static const std::filesystem::path& directory();
     // `name` in the folder, made once by `ffmpeg -y <arguments> <path>`; the extension picks the muxer.
     static std::filesystem::path ffmpeg(const std::string& name, const std::vector<std::string>& arguments);
-    // `seconds` of a 440 Hz tone at amplitude 0.5 in each of `channels` (1, 2 or 6) channels.
+    // `seconds` of a 440 Hz tone at amplitude 0.5 in every channel of `layout` (an FFmpeg layout name).
     static std::filesystem::path tone(const std::string& name, double seconds, const std::vector<std::string>& outputOptions,
-                                      int channels = 1);
+                                      const std::string& layout = "mono");
     // A spoken sentence as espeak-ng writes it: 22050 Hz mono 16-bit WAV.
     static std::filesystem::path speech();
-    // A file of these exact bytes.
     static std::filesystem::path bytes(const std::string& name, const std::string& content);
 };
 

