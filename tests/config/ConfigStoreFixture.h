@@ -26,7 +26,6 @@ inline const std::string kEnrolled =
     "  level_percent: 75\n"
     "future_key: keep me\n";
 
-// Starts with kEnrolled on disk and a store over it.
 class ConfigStoreFixture : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -47,13 +46,11 @@ protected:
             WorkerConfigStore::Options{configPath(), [] { return std::optional<double>(0); }, mode});
         return *store_;
     }
-    // Changes the payout pair and lets the debounced save run.
     void choose(const std::string& method, const std::string& schedule) {
         store_->setPayoutMethod(method);
         store_->setPayoutSchedule(schedule);
         executor_.advance(WorkerConfigStore::saveDebounceSeconds);
     }
-    // Runs the next background call and its completion on the main sequence.
     void finishBackground() {
         ASSERT_TRUE(runner_.runNext());
         executor_.runUntilIdle();

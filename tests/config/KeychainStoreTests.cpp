@@ -19,7 +19,6 @@ const std::string kToken = "tok_live_SECRET_1234567890";
 const std::string kURL = "https://coordinator.example:8443/api";
 const std::string kService = "VarnixCompute Worker (coordinator.example:8443)";
 
-// The lines `command` prints, run by the shell.
 std::vector<std::string> outputOf(const std::string& command) {
     std::vector<std::string> lines;
     FILE* pipe = ::popen(command.c_str(), "r");
@@ -32,7 +31,6 @@ std::vector<std::string> outputOf(const std::string& command) {
     return lines;
 }
 
-// DBUS_SESSION_BUS_ADDRESS set to `value` (unset for null) until the end of the scope.
 class ScopedBusAddress {
 public:
     explicit ScopedBusAddress(const char* value) {
@@ -177,10 +175,33 @@ TEST_P(KeychainStoreTest, DeleteAllClearsLegacyItemsAndTheCacheOnly) {
 INSTANTIATE_TEST_SUITE_P(Backends, KeychainStoreTest, ::testing::Values("file", "secret_service"),
                          [](const auto& info) { return info.param; });
 
-TEST(KeychainStoreFailureTest, FailedWriteThrowsWithoutTheTokenAndKeepsTheCache) {
+mode_t modeOf(const std::filesystem::path& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
+}
+
+TEST(FileCredentialStoreTest, KeepsTheTokenPrivateThroughDamageAndFailedWrites) {
     testing::ConfigTempDir dir;
     testing::LogCapture logs;
-    KeychainStore store(std::make_shared<FileCredentialBackend>(dir / "varnix/credentials"));
+    auto path = dir / "varnix/credentials";
+    auto backend = std::make_shared<FileCredentialBackend>(path);
+    ASSERT_EQ(backend->write("s", "a", kToken), 0);
+    EXPECT_EQ(modeOf(path), 0600u);
+    EXPECT_EQ(modeOf(path.parent_path()), 0700u);
+    ::chmod(path.c_str(), 0644);
+    EXPECT_EQ(backend->read("s", "a").data, kToken);
+    EXPECT_EQ(modeOf(path), 0600u) << "a widened mode is narrowed again";
+    EXPECT_EQ(readFile(path)->find(kToken), std::string::npos) << "not in the clear";
+
+    // A truncated file: reads fail, the next write keeps the damaged copy aside.
+    writeFileAtomically(path, R"({"version": 1, "items": [{"service": "s", "acc)", 0600);
+    EXPECT_EQ(backend->read("s", "a").status, EBADMSG);
+    ASSERT_EQ(backend->write("s2", "a2", "v"), 0);
+    EXPECT_TRUE(std::filesystem::exists(path.string() + ".damaged"));
+    EXPECT_EQ(backend->read("s2", "a2").data, "v");
+
+    // A failed write throws without the token and keeps serving the cached one.
+    KeychainStore store(backend);
     store.storePythonWorkerToken("old-token", kURL, "w-1");
     std::filesystem::rename(dir / "varnix", dir / "moved");
     dir.write("varnix", "a file where the folder was");
@@ -193,33 +214,6 @@ TEST(KeychainStoreFailureTest, FailedWriteThrowsWithoutTheTokenAndKeepsTheCache)
     }
     EXPECT_EQ(store.pythonWorkerToken(kURL, "w-1"), "old-token");
     for (const auto& line : logs.lines()) EXPECT_EQ(line.find("SECRET"), std::string::npos) << line;
-}
-
-mode_t modeOf(const std::filesystem::path& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
-}
-
-TEST(FileCredentialBackendTest, KeepsTheFilePrivateAndSurvivesDamage) {
-    testing::ConfigTempDir dir;
-    testing::LogCapture logs;
-    auto path = dir / "varnix/credentials";
-    FileCredentialBackend backend(path);
-    ASSERT_EQ(backend.write("s", "a", kToken), 0);
-    EXPECT_EQ(modeOf(path), 0600u);
-    EXPECT_EQ(modeOf(path.parent_path()), 0700u);
-    ::chmod(path.c_str(), 0644);
-    EXPECT_EQ(backend.read("s", "a").data, kToken);
-    EXPECT_EQ(modeOf(path), 0600u) << "a widened mode is narrowed again";
-    EXPECT_EQ(readFile(path)->find(kToken), std::string::npos) << "not in the clear";
-
-    // A truncated file: reads fail, the next write keeps the damaged copy aside.
-    writeFileAtomically(path, R"({"version": 1, "items": [{"service": "s", "acc)", 0600);
-    EXPECT_EQ(backend.read("s", "a").status, EBADMSG);
-    ASSERT_EQ(backend.write("s2", "a2", "v"), 0);
-    EXPECT_TRUE(std::filesystem::exists(path.string() + ".damaged"));
-    EXPECT_EQ(backend.read("s2", "a2").data, "v");
-    for (const auto& line : logs.lines()) EXPECT_EQ(line.find(kToken), std::string::npos) << line;
 }
 
 TEST(CredentialBackendChoiceTest, WithoutASessionBusTheFileStoreIsChosenAndSaysWhy) {
