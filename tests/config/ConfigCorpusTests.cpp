@@ -70,6 +70,11 @@ TEST(ConfigCorpusTest, EachFileReadsAsWritten) {
         {"16-broken-grid-rows", "https://g.example", "w-g", [&](auto& s) { s.scheduleGrid.weeklyGrid[2] = closed; }},
         {"17-block-grid-schedule", "https://block.example", "w-block",
          [](auto& s) { s.scheduleGrid = ScheduleGrid::normalize({{true, false}, {false, true}}); }},
+        // Keys of other sections, longer names and values with a glued '#' are not the setting.
+        {"18-section-scoping", "https://scope.example", "w-scope",
+         [](auto& s) { s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3; }},
+        {"19-odd-values", "https://odd.example", "w-odd",
+         [](auto& s) { s.pauseOnMeeting = false, s.awayRamCeilingGB = 100; }},
     };
     testing::LogCapture logs;
     for (const auto& [file, url, id, expect] : rows) {

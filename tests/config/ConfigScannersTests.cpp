@@ -4,27 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include "CorvaneApp/config/ConfigLines.h"
 #include "CorvaneApp/config/ScheduleGrid.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
 
 namespace corvane::configyaml {
 namespace {
-
-using Opt = std::optional<std::string>;
-
-TEST(ConfigScannersTest, ScalarTopFindsTheKeyOnlyInsideItsSection) {
-    const std::pair<std::string, Opt> rows[] = {
-        {"polling:\n  min_idle_minutes: 5\n", std::nullopt},
-        {"idle_detection:\nother: 1\n  min_idle_minutes: 5\n", std::nullopt},
-        {"idle_detection: yes\n  min_idle_minutes: 3\n", "3"},
-        {"idle_detection:\n  min_idle_minutes_old: 3\n", std::nullopt},
-        {"idle_detection:\n  min_idle_minutes: 5#x\n", "5#x"},
-        {"idle_detection:\n  min_idle_minutes:\n", ""},
-    };
-    for (const auto& [yaml, expected] : rows) EXPECT_EQ(scalarTop("idle_detection", "min_idle_minutes", yaml), expected) << yaml;
-}
 
 TEST(ConfigScannersTest, IdentityReadsCutCommentsUnlikeTheSettingReads) {
     const std::string yaml = "coordinator_url: 'https://o''brien.example/#frag'\nempty: ''\n  worker_id: nested\n";
@@ -45,16 +30,6 @@ TEST(ConfigScannersTest, GridFallsBackToRunScheduleOnlyWithoutAScheduleGrid) {
     auto both = WorkerConfigStore::parseSettings(
         "run_schedule:\n  weekly_grid:\n    - [false]\nschedule:\n  weekly_grid:\n    - [true, false]\n");
     EXPECT_EQ(both.scheduleGrid, ScheduleGrid::normalize({{true, false}}));
-}
-
-TEST(ConfigScannersTest, ConversionsAcceptOnlyWholeValues) {
-    using configlines::toBool, configlines::toNumber;
-    for (const char* text : {"ON", "1"}) EXPECT_EQ(toBool(text), true) << text;
-    for (const char* text : {"No", "off", "0"}) EXPECT_EQ(toBool(text), false) << text;
-    for (const char* text : {"", "tru", "1.0", " true"}) EXPECT_EQ(toBool(text), std::nullopt) << text;
-    EXPECT_EQ(toNumber("+3"), 3.0);
-    EXPECT_EQ(toNumber("1e2"), 100.0);
-    for (const char* text : {"", " 5", "5 ", "5min", "0x10", "1,5", "inf", "+-1"}) EXPECT_EQ(toNumber(text), std::nullopt) << text;
 }
 
 TEST(ScheduleGridTest, CellsOutsideTheWeekNeitherChangeNorBreakTheGrid) {
