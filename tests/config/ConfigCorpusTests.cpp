@@ -70,9 +70,10 @@ TEST(ConfigCorpusTest, EachFileReadsAsWritten) {
         {"16-broken-grid-rows", "https://g.example", "w-g", [&](auto& s) { s.scheduleGrid.weeklyGrid[2] = closed; }},
         {"17-block-grid-schedule", "https://block.example", "w-block",
          [](auto& s) { s.scheduleGrid = ScheduleGrid::normalize({{true, false}, {false, true}}); }},
-        // Keys of other sections, longer names and values with a glued '#' are not the setting.
+        // Keys of other sections, longer names and values with a glued '#' are not the setting; an empty
+        // schedule grid gives way to run_schedule's, a filled one (17) does not.
         {"18-section-scoping", "https://scope.example", "w-scope",
-         [](auto& s) { s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3; }},
+         [](auto& s) { s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3, s.scheduleGrid = ScheduleGrid::normalize({{false}}); }},
         {"19-odd-values", "https://odd.example", "w-odd",
          [](auto& s) { s.pauseOnMeeting = false, s.awayRamCeilingGB = 100; }},
     };

@@ -6,7 +6,6 @@
 
 #include "CorvaneApp/config/ScheduleGrid.h"
 #include "CorvaneApp/config/WorkerConfig.h"
-#include "CorvaneApp/config/WorkerConfigStore.h"
 
 namespace corvane::configyaml {
 namespace {
@@ -23,13 +22,6 @@ TEST(ConfigScannersTest, IdentityReadsCutCommentsUnlikeTheSettingReads) {
     EXPECT_EQ(WorkerConfig::parse("worker_id: 'w1'\n"), std::nullopt);
     EXPECT_EQ(WorkerConfig::parse("worker_id: ''\ncoordinator_url: 'https://c'\n"), std::nullopt);
     EXPECT_EQ(WorkerConfig::load("/nonexistent/config.yaml"), std::nullopt);
-}
-
-TEST(ConfigScannersTest, GridFallsBackToRunScheduleOnlyWithoutAScheduleGrid) {
-    EXPECT_EQ(nestedWeeklyGrid("schedule", "weekly_grid", "schedule:\n  weekly_grid:\n  enabled: true\n"), std::nullopt);
-    auto both = WorkerConfigStore::parseSettings(
-        "run_schedule:\n  weekly_grid:\n    - [false]\nschedule:\n  weekly_grid:\n    - [true, false]\n");
-    EXPECT_EQ(both.scheduleGrid, ScheduleGrid::normalize({{true, false}}));
 }
 
 TEST(ScheduleGridTest, CellsOutsideTheWeekNeitherChangeNorBreakTheGrid) {
