@@ -76,6 +76,7 @@ TEST(ConfigCorpusTest, EachFileReadsAsWritten) {
          [](auto& s) { s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3, s.scheduleGrid = ScheduleGrid::normalize({{false}}); }},
         {"19-odd-values", "https://odd.example", "w-odd",
          [](auto& s) { s.pauseOnMeeting = false, s.awayRamCeilingGB = 100; }},
+        {"20-crlf-sparse", "https://crlf2.example", "w-crlf2", [](auto& s) { s.idleMinutes = 6; }},
     };
     testing::LogCapture logs;
     for (const auto& [file, url, id, expect] : rows) {
@@ -168,6 +169,8 @@ std::string applyChecked(const std::string& text, const Edit& edit, const std::s
     for (const auto& line : diff.removed) EXPECT_TRUE(edit.owns(line)) << where << ": removed \"" << line << "\"";
     for (const auto& line : diff.added) EXPECT_TRUE(edit.owns(line)) << where << ": added \"" << line << "\"";
     EXPECT_LE(diff.removed.size(), edit.maxRemoved) << where;
+    const bool crlf = cl::usesCrlf(before);  // inserted lines take the file's line ends too
+    for (const auto& line : after) EXPECT_TRUE(line.empty() || line.ends_with('\r') == crlf) << where << ": \"" << line << "\"";
     EXPECT_TRUE(edit.readsBack(result)) << where << "\n" << result;
     EXPECT_EQ(hasBom, cl::splitBom(result).hasBom) << where;
     return result;

@@ -26,9 +26,6 @@ TEST(ConfigEditorsTest, SetNestedScalarReplacesOrInsertsOneLine) {
         // A placeholder header value makes way for the block; any other value and a comment stay.
         {"idle_detection: {}\nb: 2\n", "idle_detection:\n  min_idle_minutes: 9\nb: 2\n"},
         {"idle_detection: on # note\nb: 2\n", "idle_detection: on # note\n  min_idle_minutes: 9\nb: 2\n"},
-        // CRLF stays on a replaced line and is given to an inserted one.
-        {"idle_detection:\r\n  min_idle_minutes: 1\r\nb: 2\r\n", "idle_detection:\r\n  min_idle_minutes: 9\r\nb: 2\r\n"},
-        {"idle_detection:\r\nb: 2\r\n", "idle_detection:\r\n  min_idle_minutes: 9\r\nb: 2\r\n"},
     };
     for (const auto& [before, after] : rows) {
         auto lines = cl::split(before);
