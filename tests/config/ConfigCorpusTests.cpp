@@ -171,6 +171,11 @@ std::string applyChecked(const std::string& text, const Edit& edit, const std::s
     EXPECT_LE(diff.removed.size(), edit.maxRemoved) << where;
     const bool crlf = cl::usesCrlf(before);  // inserted lines take the file's line ends too
     for (const auto& line : after) EXPECT_TRUE(line.empty() || line.ends_with('\r') == crlf) << where << ": \"" << line << "\"";
+    for (size_t i = 0; i + 1 < after.size(); ++i) {  // a key written under "section: {}" would be no YAML
+        auto text = cl::content(after[i]);
+        bool placeholder = text.ends_with(": {}") || text.ends_with(": null") || text.ends_with(": ~");
+        EXPECT_FALSE(placeholder && cl::isIndented(after[i + 1])) << where << ": a block under \"" << text << "\"";
+    }
     EXPECT_TRUE(edit.readsBack(result)) << where << "\n" << result;
     EXPECT_EQ(hasBom, cl::splitBom(result).hasBom) << where;
     return result;
