@@ -25,6 +25,8 @@ public:
         pending->body(pending->stop.get_token());
         return true;
     }
+    // The app model's suite checks that a superseded refresh is cancelled before it runs.
+    bool nextIsCancelled() const { return !queue_.empty() && queue_.front()->stop.stop_requested(); }
 
 private:
     struct Pending {
