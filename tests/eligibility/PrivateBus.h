@@ -1,6 +1,6 @@
 #pragma once
 // A private dbus-daemon for one test, with a tiny service on it that answers like GNOME's idle
-// monitor and logind's manager, so that the real sd-bus client is tested end to end.
+// monitor, KDE's screen saver and logind's manager, so that the real sd-bus client is tested end to end.
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -53,7 +53,8 @@ private:
     std::string address_;
 };
 
-// Serves Mutter's GetIdletime and logind's IdleHint/IdleSinceHint from its own thread.
+// Serves Mutter's GetIdletime (64 bits), the screen saver's GetSessionIdleTime (32 bits) and
+// logind's IdleHint/IdleSinceHint from its own thread.
 class FakeIdleService {
 public:
     std::atomic<std::uint64_t> idleMilliseconds{0}, idleSinceMicros{0};
@@ -66,9 +67,12 @@ public:
         if (sd_bus_start(bus_) < 0) return;
         sd_bus_add_object_vtable(bus_, nullptr, "/org/gnome/Mutter/IdleMonitor/Core", "org.gnome.Mutter.IdleMonitor",
                                  kMutter, this);
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver",
+                                 kScreenSaver, this);
         sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", kLogind,
                                  this);
         ready_ = sd_bus_request_name(bus_, "org.gnome.Mutter.IdleMonitor", 0) >= 0 &&
+                 sd_bus_request_name(bus_, "org.freedesktop.ScreenSaver", 0) >= 0 &&
                  sd_bus_request_name(bus_, "org.freedesktop.login1", 0) >= 0;
         thread_ = std::thread([this] {
             while (!stop_ && sd_bus_process(bus_, nullptr) >= 0) sd_bus_wait(bus_, 20'000);
@@ -86,6 +90,9 @@ private:
     static int idletime(sd_bus_message* call, void* data, sd_bus_error*) {
         return sd_bus_reply_method_return(call, "t", self(data).idleMilliseconds.load());
     }
+    static int sessionIdle(sd_bus_message* call, void* data, sd_bus_error*) {
+        return sd_bus_reply_method_return(call, "u", static_cast<std::uint32_t>(self(data).idleMilliseconds.load()));
+    }
     static int hint(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*) {
         return sd_bus_message_append(reply, "b", self(data).idleHint.load() ? 1 : 0);
     }
@@ -95,6 +102,9 @@ private:
     static constexpr sd_bus_vtable kMutter[] = {
         SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetIdletime", "", "t", idletime, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END};
+    static constexpr sd_bus_vtable kScreenSaver[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("GetSessionIdleTime", "", "u", sessionIdle, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
     static constexpr sd_bus_vtable kLogind[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("IdleHint", "b", hint, 0, 0),
                                                 SD_BUS_PROPERTY("IdleSinceHint", "t", since, 0, 0),
                                                 SD_BUS_VTABLE_END};
