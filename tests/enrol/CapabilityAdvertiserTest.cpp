@@ -22,7 +22,6 @@ TEST(Strategy, ThreadLimitsRoundWithinTheCoresAndASuggestionOnlyTightens) {
     for (const Row& row : std::vector<Row>{{50, 8, 4}, {0, 8, 1}, {150, 8, 8}, {50, 0, 1}, {31.25, 8, 3}, {std::nan(""), 4, 1}}) {
         EXPECT_EQ(threadLimitFromCpuCeiling(row.ceiling, row.cpus), row.expected) << row.ceiling << "% of " << row.cpus;
     }
-    EXPECT_EQ(ComputeBudgetSnapshot::current(90, 50, "away", 4, std::nullopt, 10).threadLimit, 5);
 
     const LocalStrategyFallback fallback{6, 4.0, 1.5, 0};
     EXPECT_EQ(effectiveStrategy(std::nullopt, fallback), (EffectiveStrategy{6, 4.0, 1.5, 1, std::nullopt}))
@@ -59,26 +58,6 @@ TEST(CapabilityAdvertiser, TheRecordOnTheWireHoldsOnlyWhatIsKnown) {
     EXPECT_EQ(wire["compute_cpu_count_efficiency"], 2);
     EXPECT_FALSE(wire.contains("compute_cpu_count_perf")) << "absent in the budget, absent on the wire";
     EXPECT_EQ(wire["build_identity"], "0.1.0");
-
-    providers.ramGBProvider = nullptr;
-    EXPECT_THROW(CapabilityAdvertiser{providers}, std::invalid_argument);
-}
-
-TEST(CapabilityAdvertiser, EverySnapshotAsksTheProvidersAgain) {
-    bool cached = false;
-    std::optional<ModelIdentifier> active;
-    auto providers = machine();
-    providers.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider(std::nullopt, [&] { return cached; });
-    providers.activeModelProvider = [&] { return active; };
-    CapabilityAdvertiser advertiser(providers);
-    EXPECT_EQ(advertiser.snapshot().encode()["capabilities"][0], Json::parse(R"({"backend":"whisper-cpp-swift",
-                                                    "model":"whisper-large-v3-turbo-q4","cached":false})"));
-
-    cached = true;
-    active = defaultModelIdentifier();
-    const Json wire = advertiser.snapshot().encode();
-    EXPECT_EQ(wire["capabilities"][0]["cached"], true) << "a model downloaded since the last poll is advertised";
-    EXPECT_EQ(wire["active_model"]["model"], "whisper-large-v3-turbo-q4");
 }
 
 }  // namespace

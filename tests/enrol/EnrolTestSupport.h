@@ -20,7 +20,6 @@ using TempDir = ConfigTempDir;
 class FakeRegistration final : public CoordinatorRegistering {
 public:
     struct Call {
-        std::string coordinatorURL;
         std::optional<std::string> enrollmentToken;
         WorkerRegistrationRequest request;
     };
@@ -29,10 +28,9 @@ public:
     };
     std::vector<Call> calls;
 
-    WorkerRegistrationResponse registerWorker(std::string_view coordinatorURL,
-                                              const std::optional<std::string>& enrollmentToken,
+    WorkerRegistrationResponse registerWorker(std::string_view, const std::optional<std::string>& enrollmentToken,
                                               const WorkerRegistrationRequest& request) override {
-        calls.push_back({std::string(coordinatorURL), enrollmentToken, request});
+        calls.push_back({enrollmentToken, request});
         return answer(calls.back());
     }
 };

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "CorvaneApp/worker/PerformanceMetadata.h"
-#include "tests/enrol/EnrolTestSupport.h"
 #include "tests/worker/WorkerTestSupport.h"
 
 namespace corvane::testing {
@@ -38,15 +37,6 @@ TEST(PerformanceMetadata, WithoutRuntimeStateTheSettingsDecideAndThreadsStayWith
     EXPECT_EQ(meta.cpuCountTotal, 1);
 }
 
-// A well-formed file is read by the end-to-end run.
-TEST(PerformanceMetadata, RuntimeStateFileGivesNoPercentUnlessWellFormed) {
-    TempDir dir;
-    EXPECT_EQ(readRuntimeEffectiveResourcePercent(dir.path() / "missing.json"), std::nullopt);
-    for (const char* text : {"thermal: 50", R"({"thermal":50})", R"({"thermal":{"effective_resource_percent":"50"}})"}) {
-        EXPECT_EQ(readRuntimeEffectiveResourcePercent(dir.write("state.json", text)), std::nullopt) << text;
-    }
-}
-
 using ClockSetBack = WorkerFixture;
 
 TEST_F(ClockSetBack, AWorkerWhoseClockJumpsBackReportsNoNegativeDurations) {
@@ -57,8 +47,7 @@ TEST_F(ClockSetBack, AWorkerWhoseClockJumpsBackReportsNoNegativeDurations) {
         observe(ModelHandlerStage::inference, -3599.0);
         return ScriptedHandler::transcript(job, "a b");
     }));
-    // The poll and each submission also see the clock go back; both shards run at once, so no
-    // sleep of the run loop moves the clock forward while they are timed.
+    // Both shards run at once, so no run-loop sleep moves the clock forward while they are timed.
     config.maxConcurrentJobs = 2;
     http->queuePoll([&](std::int64_t) {
         clock.advance(-5);

@@ -106,15 +106,5 @@ TEST_F(Sampler, AggregatesSelectFromAMomentOnAndAverageOnlyTheSplitsThereAre) {
     EXPECT_EQ(s.aggregateSince(addSeconds(clock.now(), 1)), ResourceAggregate{}) << "zero aggregate, absent averages";
 }
 
-TEST_F(Sampler, MemoryKeepsFourHoursOfSamplesAndAnHourOfChart) {
-    const Date startedAt = clock.now();
-    s.start(2.0);
-    executor.advance(4 * 3600.0);
-    EXPECT_EQ(s.rawSampleCount(), 7201u) << "a sample exactly four hours old stays";
-    EXPECT_EQ(s.history().ramCorvane.size(), 60u) << "one point a minute";
-    executor.advance(2.0);
-    EXPECT_EQ(s.aggregateSince(startedAt).sampleCount, 7201);
-}
-
 }  // namespace
 }  // namespace corvane::testing
