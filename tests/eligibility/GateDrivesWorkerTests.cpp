@@ -57,7 +57,10 @@ TEST_F(GateDrivesWorker, MemoryAdmissionFailsClosedThenAdmitsThroughTheRunLoop) 
     start([&](WorkerController::Dependencies& d) { d.memoryGate = memory; });
 
     ASSERT_TRUE(awaitEvent<Event::RamGated>());
-    EXPECT_TRUE(seen.back().as<Event::RamGated>()->reason.isProbeFailure());
+    auto failure = seen.back().as<Event::RamGated>()->reason;
+    EXPECT_TRUE(failure.isProbeFailure());
+    EXPECT_EQ(failure.description(), "RAM probe unavailable \u2014 holding admission");
+    EXPECT_FALSE(failure == failure);  // so a de-duplicating reader reports every failure
     ramReadable = true;  // readable, but over the budget
     ASSERT_TRUE(sleeper->releaseNext(kRecheck));
     ASSERT_TRUE(awaitEvent<Event::RamGated>());
