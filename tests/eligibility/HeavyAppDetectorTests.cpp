@@ -81,7 +81,6 @@ TEST(HeavyAppStrategyTest, WindowsStrategiesAndTexts) {
         {window({{9, {80, 0}}, {1, {10, 10}}}), false, true},  // one light sample; mean 73
         {window({{10, {50.0, 0}}}), true, true},               // exactly 50 passes
         {window({{10, {49.99, 49.99}}}), false, false},
-        {window({{9, {99, 99}}}), false, false},               // nine samples never decide
     };
     for (const auto& row : rows) {
         EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::sustainedEverySample), row.sustained);
@@ -110,7 +109,7 @@ TEST_F(HeavyAppDetectorTest, AnotherAppInFrontOrNoneReleasesAndEmptiesTheWindow)
     EXPECT_TRUE(gate->isEligible());
 }
 
-TEST_F(HeavyAppDetectorTest, SettingOffStopAndTimer) {
+TEST_F(HeavyAppDetectorTest, OneLoopAndTheSettingOffReleases) {
     sampler->next = app(90, 0);
     detector.start();
     detector.start();
@@ -123,16 +122,6 @@ TEST_F(HeavyAppDetectorTest, SettingOffStopAndTimer) {
     EXPECT_FALSE(detector.isPaused());
     executor.advance(30);  // a tick with the setting off keeps it off
     EXPECT_TRUE(gate->isEligible());
-
-    enabled = true;
-    executor.advance(10 * 30);
-    EXPECT_TRUE(detector.isPaused());
-    detector.stop();
-    EXPECT_FALSE(detector.isPaused());
-    EXPECT_TRUE(gate->isEligible());
-    int calls = sampler->calls;
-    executor.advance(300);
-    EXPECT_EQ(sampler->calls, calls);
 }
 
 // The foreground process and its window's name, as a test says.

@@ -62,19 +62,6 @@ TEST_F(IdleEligibilityMonitorTest, VerdictTableFirstMatchWins) {
     }
 }
 
-TEST_F(IdleEligibilityMonitorTest, StartEvaluatesAtOnceAndOnceOnlyAndStopsWhenDestroyed) {
-    onAC = false;
-    monitor->start();
-    EXPECT_EQ(gate->reason(), "on battery");  // before any timer tick
-    monitor->start();
-    EXPECT_EQ(probeCalls, 3);  // no second immediate evaluation
-    EXPECT_EQ(executor.timerCount(), 1u);  // and no second timer
-    monitor.reset();
-    EXPECT_EQ(executor.timerCount(), 0u);
-    executor.advance(30);
-    EXPECT_EQ(probeCalls, 3);
-}
-
 TEST(ScheduleCalendarTest, LocalWeekdayAndHourAcrossMidnightAndDaylightSaving) {
     testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");  // Berlin's rules, no tzdata needed
     const std::tuple<double, int, int> rows[] = {
