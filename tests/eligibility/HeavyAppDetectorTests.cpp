@@ -14,9 +14,8 @@ using Strategy = HeavyAppDetector::TriggerStrategy;
 using testing::FakeClock;
 using testing::ManualExecutor;
 
-Sample app(double cpu, double ram, int pid = 100, std::string name = "Blender",
-           Strategy strategy = Strategy::sustainedEverySample) {
-    return Sample{pid, "blender", std::move(name), cpu, ram, strategy};
+Sample app(double cpu, double ram, int pid = 100, std::string name = "Blender") {
+    return Sample{pid, "blender", std::move(name), cpu, ram, Strategy::sustainedEverySample};
 }
 
 class ScriptedSampler final : public HeavyAppDetector::Sampling {
@@ -34,7 +33,6 @@ protected:
     void feed(const Sample& sample, int times = 1) {
         for (int i = 0; i < times; ++i) detector.evaluate(sample);
     }
-    std::vector<std::string> holds() const { return gate->pauseReasons(); }
 
     FakeClock clock;
     ManualExecutor executor{&clock};
@@ -50,12 +48,12 @@ TEST_F(HeavyAppDetectorTest, TenHeavySamplesPauseTheTextFollowsTheLoadAQuarterRe
     feed(app(60, 10), 9);
     EXPECT_TRUE(gate->isEligible());
     feed(app(60, 10));
-    EXPECT_EQ(holds(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
+    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
     feed(app(30, 10));  // still held; the owner's text follows, the gate's entry doesn't
     feed(app(24, 26));
     feed(app(25, 0));   // exactly 25 doesn't release
     EXPECT_TRUE(detector.isPaused());
-    EXPECT_EQ(holds(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
+    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
     using Texts = std::vector<std::optional<std::string>>;
     EXPECT_EQ(told, (Texts{"Paused \u2014 Blender is using 60% CPU", "Paused \u2014 Blender is using 30% CPU",
                            "Paused \u2014 Blender is using 26% RAM", "Paused \u2014 Blender is using 25% CPU"}));
