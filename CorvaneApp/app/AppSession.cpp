@@ -126,6 +126,7 @@ void AppSession::terminate() {
     delegate_->terminate();
 }
 
+// On each change the delegate announces: the installed set is read from disk only then.
 void AppSession::syncModelDownload() {
     if (!model_) return;
     model_->setModelDownloadProgress(delegate_->modelDownloadProgress());
@@ -135,7 +136,7 @@ void AppSession::syncModelDownload() {
 
 WorkerStatusPresentation AppSession::refreshedPresentation() {
     if (!model_) return WorkerStatusPresentation::defaultFor(WorkerStatus::offline);
-    syncModelDownload();
+    model_->refreshStatus(true);
     return model_->presentation();
 }
 
