@@ -138,22 +138,20 @@ bool AppDelegate::isWorkerEnrolled() {
     return keychain_->pythonWorkerToken(config->coordinatorURL, config->workerID).has_value();
 }
 
-std::vector<ModelIdentifier> AppDelegate::installedModels() const {
+std::vector<ModelIdentifier> AppDelegate::modelsOnDisk(bool runnableOnly) const {
     std::vector<ModelIdentifier> installed;
     for (const auto& spec : modelCache_->registry().all()) {
         if (modelCache_->isCached(spec.identifier)) installed.push_back(spec.identifier);
     }
-    if (parakeetCache_->canServe()) installed.push_back(parakeetModelIdentifier());
+    if (runnableOnly ? parakeetCache_->canServe() : parakeetCache_->isInstalled()) {
+        installed.push_back(parakeetModelIdentifier());
+    }
     return installed;
 }
 
 std::unordered_set<ModelIdentifier> AppDelegate::installedModelIDs() const {
-    std::unordered_set<ModelIdentifier> installed;
-    for (const auto& spec : modelCache_->registry().all()) {
-        if (modelCache_->isCached(spec.identifier)) installed.insert(spec.identifier);
-    }
-    if (parakeetCache_->isInstalled()) installed.insert(parakeetModelIdentifier());
-    return installed;
+    const auto models = modelsOnDisk(false);
+    return {models.begin(), models.end()};
 }
 
 void AppDelegate::setModelDownloadProgress(std::optional<ModelDownloadProgress> progress) {
@@ -200,7 +198,7 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     providers.ramGBProvider = [machine] { return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0)); };
     providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> { return "corvane/" + version; };
     providers.installedModelsProvider = [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
-        if (auto delegate = self.lock()) return delegate->installedModels();
+        if (auto delegate = self.lock()) return delegate->modelsOnDisk(true);
         return std::nullopt;
     };
     providers.activeModelProvider = [box]() -> std::optional<ModelIdentifier> {

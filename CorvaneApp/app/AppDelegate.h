@@ -110,7 +110,9 @@ private:
         int fallbackPercent = 100;     // guarded by mutex
     };
     void refreshMirror();
-    std::vector<ModelIdentifier> installedModels() const;
+    // What the weights on disk allow; with `runnableOnly`, Parakeet only where a runtime can run it
+    // (what the worker may advertise).
+    std::vector<ModelIdentifier> modelsOnDisk(bool runnableOnly) const;
     WhisperHandler::Options whisperOptions() const;
     void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
     void modelFailedOnMain(std::string description);
