@@ -28,23 +28,8 @@ ParakeetHandler::ParakeetHandler(const std::filesystem::path& modelDirectory, Ch
 }
 
 JobResult ParakeetHandler::handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) {
-    const Date start = now_();
-    if (job.category != ModelCategory::transcription) {
-        throw ModelError(ModelError::InvalidInput{"ParakeetHandler only handles .transcription jobs, got " +
-                                                  rawValue(job.category)});
-    }
-    const std::vector<float> pcm =
-        timedStage(ModelHandlerStage::decode, stageObserver, now_, [&] { return decode_(job.inputPath); });
-    std::string text = timedStage(ModelHandlerStage::inference, stageObserver, now_,
-                                  [&] { return impl_->transcribe(pcm, stop); });
-
-    JobResult result;
-    result.jobID = job.id;
-    result.shardID = job.shardID;
-    result.output = ModelOutput{TranscriptResult{std::move(text), std::nullopt, {}}};
-    result.backendUsed = ParakeetImpl::displayName;
-    result.wallTimeSeconds = secondsBetween(start, now_());
-    return result;
+    return transcribeSpeechJob("ParakeetHandler", ParakeetImpl::displayName, job, stageObserver, now_, decode_,
+                               [&](const std::vector<float>& pcm) { return impl_->transcribe(pcm, stop); });
 }
 
 }  // namespace corvane
