@@ -21,10 +21,6 @@ const std::shared_ptr<spdlog::logger>& logger() {
     return instance;
 }
 
-double cents(double value) {
-    return std::round(value * 100) / 100;
-}
-
 std::string lowerTrimmed(const std::optional<std::string>& text) {
     auto trimmed = corvaneTrimmed(text);
     if (!trimmed) return {};
@@ -647,16 +643,16 @@ void AppModel::applyDerivedEarningsSummaryFallback(const std::vector<DailyEarnin
             month += row.amountUSD;
     }
     const double todayValue = today.value_or(0);
-    assign(todayEarnings_, std::optional<double>(cents(todayValue)));
-    assign(deltaVsYesterday_, std::optional<double>(cents(todayValue - yesterday.value_or(0))));
-    assign(monthEarnings_, std::optional<double>(cents(month)));
-    assign(monthProjection_, std::optional<double>(cents(month * daysInMonth(refParts) /
+    assign(todayEarnings_, std::optional<double>(roundedToCents(todayValue)));
+    assign(deltaVsYesterday_, std::optional<double>(roundedToCents(todayValue - yesterday.value_or(0))));
+    assign(monthEarnings_, std::optional<double>(roundedToCents(month)));
+    assign(monthProjection_, std::optional<double>(roundedToCents(month * daysInMonth(refParts) /
                                                          std::max(refParts.tm_mday, 1))));
 }
 
 void AppModel::applyEarningsSummary(const EarningsSummary& summary) {
     ChangeBatchGuard batch(batchDepth_, [this] { notifyIfChanged(); });
-    assign(todayEarnings_, std::optional<double>(cents(summary.todayUSD)));
+    assign(todayEarnings_, std::optional<double>(roundedToCents(summary.todayUSD)));
     assign(hourlyEstimateWindowMinutes_,
            summary.recentWindowMinutes ? std::max<std::int64_t>(*summary.recentWindowMinutes, 1)
                                        : std::int64_t{15});
@@ -664,17 +660,17 @@ void AppModel::applyEarningsSummary(const EarningsSummary& summary) {
     const std::int64_t minutes = summary.todayWorkMinutes.value_or(summary.todayActiveMinutes);
     std::optional<double> estimate;
     if (summary.recentHourlyUSD) {
-        if (recentCompletedShards_ > 0) estimate = cents(*summary.recentHourlyUSD);
+        if (recentCompletedShards_ > 0) estimate = roundedToCents(*summary.recentHourlyUSD);
     } else if (recentCompletedShards_ > 0 || minutes > 0) {
-        estimate = cents(summary.todayHourlyUSD);
+        estimate = roundedToCents(summary.todayHourlyUSD);
     }
     assign(hourlyEstimate_, estimate);
     assign(hourlyEstimateUsesRecentWindow_, summary.recentHourlyUSD.has_value());
     assign(activeMinutesToday_, std::optional<std::int64_t>(std::max<std::int64_t>(minutes, 0)));
     assign(jobsCompletedToday_, summary.jobsCompletedToday);
-    assign(deltaVsYesterday_, std::optional<double>(cents(summary.deltaVsYesterdayUSD)));
-    assign(monthEarnings_, std::optional<double>(cents(summary.monthToDateUSD)));
-    assign(monthProjection_, std::optional<double>(cents(summary.monthProjectionUSD)));
+    assign(deltaVsYesterday_, std::optional<double>(roundedToCents(summary.deltaVsYesterdayUSD)));
+    assign(monthEarnings_, std::optional<double>(roundedToCents(summary.monthToDateUSD)));
+    assign(monthProjection_, std::optional<double>(roundedToCents(summary.monthProjectionUSD)));
 }
 
 void AppModel::applyLatestAppVersion(const AppVersion& version) {
@@ -952,7 +948,7 @@ std::optional<double> AppModel::estimatedRecentUnpaidCompletedWork() const {
     double sum = 0;
     for (const auto& item : items) sum += item.payoutUSD;
     if (items.empty() || sum <= 0) return std::nullopt;
-    return cents(sum);
+    return roundedToCents(sum);
 }
 
 std::string AppModel::estimatedRecentUnpaidSummary() const {

@@ -8,6 +8,7 @@
 // Lives on the main sequence: every method is called there, and `observe` callbacks run there,
 // once per batch of changes.
 
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -37,6 +38,9 @@
 namespace corvane {
 
 enum class AppPhase { notEnrolled, enrolled };
+
+// Dollar amounts as the screens show and sum them.
+inline double roundedToCents(double usd) { return std::round(usd * 100) / 100; }
 
 enum class EarningsRange { day, week, month, quarter, all };
 std::string_view rawValue(EarningsRange range);

@@ -21,10 +21,6 @@ constexpr int activityCount = 10;
 constexpr double activitySpacingSeconds = 240;
 constexpr double newestActivityAgeSeconds = 90;
 
-double cents(double value) {
-    return std::round(value * 100) / 100;
-}
-
 std::string format(const char* pattern, int number) {
     char text[48];
     std::snprintf(text, sizeof text, pattern, number);
@@ -102,13 +98,13 @@ class Calendar {
             full *= std::accumulate(w.begin(), w.end(), 0.0) /
                     std::accumulate(hourWeights.begin(), hourWeights.end(), 0.0);
         }
-        return cents(full);
+        return roundedToCents(full);
     }
 
     double sum(int fromOffset, int toOffset) const {  // both inclusive
         double total = 0;
         for (int offset = fromOffset; offset <= toOffset; ++offset) total += amount(offset);
-        return cents(total);
+        return roundedToCents(total);
     }
 
     const std::tm& referenceParts() const { return referenceParts_; }
@@ -235,7 +231,7 @@ std::vector<WorkerDashboard::ActivityItem> DummyDataProvider::recentActivity() c
         item.jobId = format("job_demo_%04d", 871 - i / 2);  // two shards per job
         item.shardId = format("shard_demo_%04d", 1742 - i);
         item.durationSeconds = 240 + (i * 37) % 90;
-        item.payoutUSD = cents(0.11 + 0.01 * ((i * 3) % 7));
+        item.payoutUSD = roundedToCents(0.11 + 0.01 * ((i * 3) % 7));
         item.createdAt = isoUTC(created);
         // The coordinator has yet to confirm the last few minutes; the rest sits in its hold.
         if (age < recentWindowMinutes * 60) {
@@ -262,10 +258,10 @@ WorkerDashboard DummyDataProvider::dashboard(const std::string& workerID) const 
         "busy", isoUTC(addSeconds(referenceDate_, -4)), isoUTC(addSeconds(referenceDate_, -11))};
     dashboard.jobsCompleted = {shardsFor(calendar.amount(0)), shardsFor(calendar.sum(0, 6)),
                                shardsFor(lifetime)};
-    dashboard.earningsUSD = {held, available, cents(held + available)};
+    dashboard.earningsUSD = {held, available, roundedToCents(held + available)};
     dashboard.payoutSummary.totalEarnedUSD = lifetime;
-    dashboard.payoutSummary.releasedUSD = cents(lifetime - held);
-    dashboard.payoutSummary.disbursedUSD = cents(lifetime - held - available);
+    dashboard.payoutSummary.releasedUSD = roundedToCents(lifetime - held);
+    dashboard.payoutSummary.disbursedUSD = roundedToCents(lifetime - held - available);
     dashboard.payoutSummary.pendingUSD = available;
     dashboard.payoutSummary.schedule = "weekly";
     dashboard.payoutHistory = payoutHistory();
@@ -309,14 +305,14 @@ EarningsSummary DummyDataProvider::earningsSummary() const {
     summary.todayUSD = today;
     summary.todayActiveMinutes = calendar.minutesToday() * 8 / 10;
     summary.todayWorkMinutes = workMinutes;
-    summary.todayHourlyUSD = workMinutes > 0 ? cents(today * 60 / workMinutes) : 0;
-    summary.recentHourlyUSD = cents(recent * 60 / recentWindowMinutes);
+    summary.todayHourlyUSD = workMinutes > 0 ? roundedToCents(today * 60 / workMinutes) : 0;
+    summary.recentHourlyUSD = roundedToCents(recent * 60 / recentWindowMinutes);
     summary.recentWindowMinutes = recentWindowMinutes;
     summary.recentCompletedShards = recentShards;
     summary.jobsCompletedToday = shardsFor(today);
-    summary.deltaVsYesterdayUSD = cents(today - calendar.amount(1));
+    summary.deltaVsYesterdayUSD = roundedToCents(today - calendar.amount(1));
     summary.monthToDateUSD = monthToDate;
-    summary.monthProjectionUSD = cents(monthToDate * daysInMonth / dayOfMonth);
+    summary.monthProjectionUSD = roundedToCents(monthToDate * daysInMonth / dayOfMonth);
     return summary;
 }
 
@@ -326,7 +322,7 @@ std::vector<JobRecord> DummyDataProvider::topJobs() const {
         const double duration = 3600 - 420 * k + 17 * ((k * 5) % 3);
         const Date completed = addSeconds(referenceDate_, -(k * 26 + 5) * 3600.0);
         jobs.push_back({format("job_demo_%04d", 860 - 3 * k), duration,
-                        cents(duration / 3600 * 1.35), isoUTC(completed), clientName});
+                        roundedToCents(duration / 3600 * 1.35), isoUTC(completed), clientName});
     }
     return jobs;
 }
