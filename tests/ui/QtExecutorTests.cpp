@@ -47,16 +47,6 @@ TEST_F(QtExecutorTest, PostedWorkRunsOnTheQtThreadInPostingOrderFromAnyThread) {
         ASSERT_EQ(sequence.size(), std::size_t(kPerThread));
         EXPECT_TRUE(std::is_sorted(sequence.begin(), sequence.end()));
     }
-
-    // Work posted by work goes behind what was already queued.
-    std::string order;
-    executor->post([&] {
-        order += 'a';
-        executor->post([&] { order += 'c'; });
-    });
-    executor->post([&] { order += 'b'; });
-    ASSERT_TRUE(runEventsUntil([&] { return order.size() == 3; }));
-    EXPECT_EQ(order, "abc");
 }
 
 TEST_F(QtExecutorTest, TimersFireInDueOrderAndOneCancelledByAnotherDueWithItNeverFires) {
@@ -71,11 +61,8 @@ TEST_F(QtExecutorTest, TimersFireInDueOrderAndOneCancelledByAnotherDueWithItNeve
     });
     cancelled = executor->scheduleOnce(0.0, [&] { fired.push_back("cancelled"); });
     auto middle = executor->scheduleOnce(0.020, [&] { fired.push_back("middle"); });
-    int ticks = 0;
-    auto repeating = executor->scheduleRepeating(0.001, [&] { ++ticks; });
-    ASSERT_TRUE(runEventsUntil([&] { return fired.size() >= 3 && ticks >= 3; }));
+    ASSERT_TRUE(runEventsUntil([&] { return fired.size() >= 3; }));
     EXPECT_EQ(fired, (std::vector<std::string>{"first", "middle", "late"}));
-    repeating.cancel();
     // Fired one-shots and the cancelled timers are all let go.
     EXPECT_TRUE(runEventsUntil([&] { return executor->liveTimerCount() == 0; }));
 }

@@ -76,16 +76,12 @@ TEST_F(Bridge, RepeatedMemoryGatingMakesOnePauseAndIdleEndsIt) {
 TEST_F(Bridge, StageTimingsAndHeartbeatsReachTheLogsAndTheSnapshot) {
     config.heartbeatInterval = 30.5;
     Gate& hold = newGate();
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
-        observe(ModelHandlerStage::inference, 2.0);
-        hold.wait();
-        return ScriptedHandler::transcript(job, "x");
-    }));
     auto loader = [&](const ModelIdentifier& id, std::stop_token) { box.replace(std::make_shared<ScriptedHandler>(id, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
         observe(ModelHandlerStage::inference, 2.0);
         hold.wait();
         return ScriptedHandler::transcript(job, "x");
     })); };
+    loader(kModelA, {});
     http->queueClaims({makeClaim("j", "s", kModelB)});
     start([&](WorkerController::Dependencies& d) { d.handlerLoader = loader; });
     bridge = WorkerControllerBridge::create(controller, gate, executor, clock.function());
