@@ -6,7 +6,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QObject>
-#include <QStringList>
 
 #include <cstdio>
 
@@ -15,14 +14,11 @@ namespace {
 class Watcher : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(QStringList RegisteredStatusNotifierItems READ registeredItems)
+    // What Qt asks of a watcher; the rest of the protocol goes unused here.
     Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
 
   public:
-    QStringList registeredItems() const { return items_; }
     bool hostRegistered() const { return true; }
-    int protocolVersion() const { return 0; }
 
   public slots:
     void RegisterStatusNotifierItem(const QString& serviceOrPath, const QDBusMessage& message) {
@@ -30,20 +26,9 @@ class Watcher : public QObject {
         const bool isPath = serviceOrPath.startsWith(u'/');
         const QString service = isPath ? message.service() : serviceOrPath;
         const QString path = isPath ? serviceOrPath : QStringLiteral("/StatusNotifierItem");
-        items_ << service + path;
         std::printf("item %s %s\n", qPrintable(service), qPrintable(path));
         std::fflush(stdout);
-        emit StatusNotifierItemRegistered(service + path);
     }
-    void RegisterStatusNotifierHost(const QString&) {}
-
-  signals:
-    void StatusNotifierItemRegistered(const QString& item);
-    void StatusNotifierItemUnregistered(const QString& item);
-    void StatusNotifierHostRegistered();
-
-  private:
-    QStringList items_;
 };
 
 }  // namespace
