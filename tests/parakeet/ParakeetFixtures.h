@@ -1,7 +1,6 @@
 #pragma once
-// A Parakeet model set of scripted networks in a scratch folder, and the runtime that runs it:
-// frames of audio carry codes, the joint turns codes 11 and 12 into "hello" and "world", so the
-// text of a transcription is known in advance.
+// A Parakeet model set of scripted networks whose joint turns frame codes 11 and 12 into "hello"
+// and "world", and the runtime that runs it, so the text of a transcription is known in advance.
 
 #include <memory>
 #include <vector>
@@ -14,7 +13,7 @@
 
 namespace corvane::testing {
 
-// Audio whose frames say "hello world", 1.6 s long (above the engine's 0.3 s minimum).
+// 1.6 s, above the engine's 0.3 s minimum.
 inline std::vector<float> helloWorldAudio() {
     std::vector<int> codes(20, 0);
     codes[2] = 11;
@@ -22,7 +21,7 @@ inline std::vector<float> helloWorldAudio() {
     return speech::ScriptedRuntime::frameCodedAudio(codes);
 }
 
-// The scripted runtime; its downloader can reach no hub, so an unintended fetch fails.
+// Its downloader can reach no hub, so an unintended fetch fails.
 inline std::shared_ptr<const ParakeetRuntime> scriptedParakeetRuntime() {
     return std::make_shared<const ParakeetRuntime>(
         std::make_shared<const http::Session>(speech::DownloadUtils::sessionConfig()),
@@ -34,7 +33,6 @@ inline std::shared_ptr<const ParakeetRuntime> scriptedParakeetRuntime() {
         std::make_shared<ManualSleeper>());
 }
 
-// Whisper's cache with its root in `root`.
 inline std::shared_ptr<ModelCache> modelCacheAt(const std::filesystem::path& root) {
     ModelCache::Dependencies cache;
     cache.rootDirectory = root;
