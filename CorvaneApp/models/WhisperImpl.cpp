@@ -65,7 +65,7 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
     const whisper_context_params params = whisper_context_default_params();
     whisper_context* context = nullptr;
     try {
-        context = whisper_init_from_file_with_params(modelFileURL_.c_str(), params);
+        context = whisper_init_from_file_with_params_no_state(modelFileURL_.c_str(), params);
     } catch (const std::exception& thrown) {
         // The loader is C++ underneath: a file with absurd sizes can make it throw.
         log_->error("whisper.cpp threw while loading {}: {}", modelFileURL_.string(), thrown.what());
@@ -136,10 +136,18 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
     params.abort_callback_user_data = &stop;
 
     std::lock_guard lock(contextMutex_);
+    if (!state_) {
+        state_.reset(whisper_init_state(ctx_.get()));
+        if (!state_) {
+            log_->error("whisper_init_state returned NULL for {}", modelFileURL_.string());
+            throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
+        }
+    }
     int status = 0;
     try {
-        status = options_.full ? options_.full(ctx_.get(), params, pcm.data(), static_cast<int>(pcm.size()))
-                               : whisper_full(ctx_.get(), params, pcm.data(), static_cast<int>(pcm.size()));
+        const int count = static_cast<int>(pcm.size());
+        status = options_.full ? options_.full(ctx_.get(), state_.get(), params, pcm.data(), count)
+                               : whisper_full_with_state(ctx_.get(), state_.get(), params, pcm.data(), count);
     } catch (const std::exception& thrown) {
         // whisper.cpp is C++ underneath its C interface and can throw through it.
         log_->error("whisper_full threw: {}", thrown.what());
@@ -151,9 +159,9 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::InferenceFailed{status}));
     }
     std::string text;
-    const int segments = whisper_full_n_segments(ctx_.get());
+    const int segments = whisper_full_n_segments_from_state(state_.get());
     for (int i = 0; i < segments; ++i) {
-        if (const char* segment = whisper_full_get_segment_text(ctx_.get(), i)) text += segment;
+        if (const char* segment = whisper_full_get_segment_text_from_state(state_.get(), i)) text += segment;
     }
     return trimmed(text);
 }

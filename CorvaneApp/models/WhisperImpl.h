@@ -1,6 +1,7 @@
 #pragma once
-// The engine behind WhisperHandler: one whisper.cpp context over one model file, created once and
-// used for every shard, with the thread count chosen afresh for each run from the owner's CPU
+// The engine behind WhisperHandler: one whisper.cpp context over one model file, loaded once and
+// used for every shard; its working state (tens of megabytes of buffers) is made at the first
+// shard, so an idle worker doesn't carry it, with the thread count chosen afresh for each run from the owner's CPU
 // limits, the idle time and the runtime-state file.
 
 #include <cstdint>
@@ -53,13 +54,14 @@ public:
     static constexpr bool requiresPythonSidecar = false;
     static constexpr const char* defaultModelFilename = "ggml-large-v3-turbo-q5_0.bin";
 
-    // The call that runs the model. whisper_full in production; tests and benchmarks may wrap it
-    // to watch or fail a run.
-    using FullFunction = std::function<int(whisper_context*, whisper_full_params, const float*, int)>;
+    // The call that runs the model. whisper_full_with_state in production; tests and benchmarks
+    // may wrap it to watch or fail a run.
+    using FullFunction =
+        std::function<int(whisper_context*, whisper_state*, whisper_full_params, const float*, int)>;
 
     struct Options {
         WhisperThreadInputs threadInputs;
-        FullFunction full;  // empty: whisper_full
+        FullFunction full;  // empty: whisper_full_with_state
     };
 
     // Loads the model with the library's default context parameters. Throws ModelError:
@@ -92,12 +94,17 @@ private:
     struct ContextDeleter {
         void operator()(whisper_context* context) const { whisper_free(context); }
     };
+    struct StateDeleter {
+        void operator()(whisper_state* state) const { whisper_free_state(state); }
+    };
 
     const std::filesystem::path modelFileURL_;
     const Options options_;
     const std::shared_ptr<spdlog::logger> log_;
     std::mutex contextMutex_;  // held for one run: whisper_full and the reading of its segments
     std::unique_ptr<whisper_context, ContextDeleter> ctx_;  // used only under contextMutex_
+    // Made at the first run, under contextMutex_; declared after ctx_ so it goes first.
+    std::unique_ptr<whisper_state, StateDeleter> state_;
 };
 
 }  // namespace corvane

@@ -65,9 +65,9 @@ TEST_F(WhisperHandlerTest, StagesAreTimedByTheInjectedClockAlsoWhenAShardFails) 
         clock.advance(1.5);
         return AudioPipeline::decodeTo16kMonoPCM(path);
     };
-    options.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
         clock.advance(2.0);
-        return ++run == 2 ? -6 : whisper_full(ctx, params, samples, count);
+        return ++run == 2 ? -6 : whisper_full_with_state(ctx, state, params, samples, count);
     };
     auto h = handler(std::move(options));
     const auto input = wav("a.wav", sineSamples(1));
@@ -95,9 +95,9 @@ TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
     std::atomic<bool> busy{false}, overlapped{false};
     std::atomic<int> runs{0};
     WhisperHandler::Options options;
-    options.impl.full = [&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
         if (busy.exchange(true)) overlapped = true;
-        const int status = whisper_full(ctx, params, samples, count);
+        const int status = whisper_full_with_state(ctx, state, params, samples, count);
         busy = false;
         ++runs;
         return status;

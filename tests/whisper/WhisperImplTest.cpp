@@ -79,10 +79,10 @@ TEST_F(WhisperImplTest, ModeCeilingAndRuntimePercentDecideTheThreadsAndAreLogged
 TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16kAudio) {
     whisper_full_params seen{};
     const float* seenSamples = nullptr;
-    auto impl = load([&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
         seen = params;
         seenSamples = samples;
-        return whisper_full(ctx, params, samples, count);
+        return whisper_full_with_state(ctx, state, params, samples, count);
     });
     knobs.settings.awayCpuCeiling = 50;
     knobs.cpuCount = 4;
@@ -109,11 +109,11 @@ TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16k
 TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServesOn) {
     int call = 0;
     std::stop_source stopping;
-    auto impl = load([&](whisper_context* ctx, whisper_full_params params, const float* samples, int count) {
+    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
         if (++call == 1) params.abort_callback = [](void*) { return true; };  // the encoder then fails
         if (call == 2) throw std::out_of_range("map::at");                    // C++ through the C interface
         if (call == 4) stopping.request_stop();                               // the worker stops mid-run
-        return whisper_full(ctx, params, samples, count);
+        return whisper_full_with_state(ctx, state, params, samples, count);
     });
     const std::vector<float> pcm = sineSamples(2);
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: inferenceFailed(status: -6))");
