@@ -2,11 +2,15 @@
 // --headless, the same worker runs on a plain main loop. `enroll` connects the computer once.
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,11 +24,6 @@
 #include "CorvaneApp/dashboard/DemoHeadless.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/platform/Paths.h"
-#ifdef CORVANE_HAS_DESKTOP
-#include "CorvaneApp/app/AppSession.h"
-#include "CorvaneApp/platform/Log.h"
-#include "CorvaneApp/ui/DesktopApp.h"
-#endif
 
 namespace {
 
@@ -70,7 +69,6 @@ int enroll(const std::vector<std::string>& arguments) {
     return corvane::runEnrollCommand(arguments, std::cin, std::cout, std::cerr, dependencies);
 }
 
-#ifdef CORVANE_HAS_DESKTOP
 bool hasDisplay() {
     auto set = [](const char* name) {
         const char* value = std::getenv(name);
@@ -79,26 +77,19 @@ bool hasDisplay() {
     return set("DISPLAY") || set("WAYLAND_DISPLAY");
 }
 
-// The application as the tray sees it: the model's status words, read at every refresh.
-class AppDesktopSession final : public corvane::DesktopSession {
-public:
-    explicit AppDesktopSession(corvane::Executor& main)
-        : session_(main, corvane::AppEnvironment::system(CORVANE_VERSION)) {
-        session_.launch();
+// The tray application is its own image, so that a headless worker never maps Qt and its
+// libraries: next to this binary in a build tree, in libexec when installed.
+std::optional<std::filesystem::path> desktopBinary() {
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) return std::nullopt;
+    for (const auto& candidate : {self.parent_path() / "corvane-desktop",
+                                  self.parent_path() / ".." / "libexec" / "corvane" / "corvane-desktop"}) {
+        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
     }
-    corvane::TrayStatus trayStatus() override {
-        const auto p = session_.refreshedPresentation();
-        return {p.label + " — " + session_.statusSubtitle(), p.tooltip, std::string(corvane::rawValue(p.status))};
-    }
-    void openDashboard() override {}
-    void showPreferences() override {}
-    void about() override { corvane::log::get("corvane")->info("Corvane {}", CORVANE_VERSION); }
-    void shutdown() override { session_.terminate(); }
+    return std::nullopt;
+}
 
-private:
-    corvane::AppSession session_;
-};
-#endif
 
 }  // namespace
 
@@ -129,15 +120,17 @@ int main(int argc, char** argv) {
         corvane::blockTerminationSignals();
         return corvane::runDemoHeadless(CORVANE_VERSION);
     }
-#ifdef CORVANE_HAS_DESKTOP
     if (!headless && hasDisplay()) {
-        return corvane::runDesktop(argc, argv, [](corvane::Executor& main) -> std::unique_ptr<corvane::DesktopSession> {
-            return std::make_unique<AppDesktopSession>(main);
-        });
+        if (const auto desktop = desktopBinary()) {
+            ::execv(desktop->c_str(), argv);
+            std::cerr << "corvane: cannot start the desktop application " << desktop->string() << ": "
+                      << std::strerror(errno) << "; running headless\n";
+        } else {
+            std::cerr << "corvane: this build has no desktop application; running headless\n";
+        }
     }
-#endif
     // Before any thread exists, so that only the signal watcher ever receives them. (The desktop
-    // path catches them with handlers instead.)
+    // application catches them with handlers instead.)
     corvane::blockTerminationSignals();
     return corvane::runHeadless(CORVANE_VERSION, std::cout, std::cerr);
 }

@@ -2,9 +2,9 @@
 # Installs a build tree into a staging folder twice (--prefix /usr, as a distribution package
 # would, and --prefix /opt/corvane) and checks what lands where, that the paths inside the files
 # follow the prefix, and that the installed binary starts with only the installed libraries.
-# usage: check-install.sh BUILD_DIR BINDIR DATADIR LIBDIR UNITDIR AUTOSTART(0|1)
+# usage: check-install.sh BUILD_DIR BINDIR DATADIR LIBDIR UNITDIR AUTOSTART(0|1) [DESKTOP_DIR]
 set -euo pipefail
-build="$1" bindir="$2" datadir="$3" libdir="$4" unitdir="$5" autostart="$6"
+build="$1" bindir="$2" datadir="$3" libdir="$4" unitdir="$5" autostart="$6" desktopdir="${7:-}"
 
 stage="$(mktemp -d)"
 trap 'rm -rf "$stage"' EXIT
@@ -42,15 +42,23 @@ check_prefix() {  # PREFIX CONFIG_DIR
     [ -e "$root$installed" ] || [ -L "$root$installed" ] || fail "$installed was not installed under DESTDIR"
   done <"$build/install_manifest.txt"
 
-  # The installed binary finds every library it needs: the loader fails before main otherwise.
+  # The installed binaries find every library they need: the loader fails before main otherwise.
   if [ -x "$top/$bindir/corvane" ]; then
     local out
     if ! out="$(env -u LD_LIBRARY_PATH "$top/$bindir/corvane" --help 2>&1)"; then
       fail "installed corvane --help failed: $out"
     fi
-    if ldd "$top/$bindir/corvane" | grep -q "not found"; then
-      fail "unresolved libraries: $(ldd "$top/$bindir/corvane" | grep "not found")"
+  fi
+  local binary
+  for binary in "$top/$bindir/corvane" ${desktopdir:+"$top/$desktopdir/corvane-desktop"}; do
+    [ -x "$binary" ] || { fail "$binary is missing or not executable"; continue; }
+    if env -u LD_LIBRARY_PATH ldd "$binary" | grep -q "not found"; then
+      fail "unresolved libraries of $binary: $(ldd "$binary" | grep "not found")"
     fi
+  done
+  # The headless worker must not carry the desktop's libraries.
+  if env -u LD_LIBRARY_PATH ldd "$top/$bindir/corvane" 2>/dev/null | grep -q "libQt6"; then
+    fail "$top/$bindir/corvane links Qt"
   fi
 }
 
