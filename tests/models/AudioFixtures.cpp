@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <functional>
 #include <stdexcept>
 
 #include "tests/models/TestFolder.h"
@@ -22,14 +23,20 @@ void run(const std::vector<std::string>& argv) {
 }
 
 // Written under a temporary name (same extension) and renamed, so that parallel test processes
-// never read a half-written file.
+// never read a half-written file. Kept between runs with a note of what made it, so that a changed
+// recipe under an old name makes the file again instead of finding the old one.
 template <typename Make>
-std::filesystem::path made(const std::string& name, Make make) {
-    auto path = AudioFixtures::directory() / name;
-    if (std::filesystem::exists(path)) return path;
-    auto temporary = AudioFixtures::directory() / (".tmp-" + std::to_string(::getpid()) + "-" + name);
+std::filesystem::path made(const std::string& name, const std::string& recipe, Make make) {
+    const auto path = AudioFixtures::directory() / name;
+    const auto note = AudioFixtures::directory() / ("." + name + ".recipe");
+    const std::string digest = std::to_string(std::hash<std::string>{}(recipe));
+    if (std::filesystem::exists(path) && readFile(note) == digest) return path;
+    const std::string unique = std::to_string(::getpid()) + "-" + name;
+    const auto temporary = AudioFixtures::directory() / (".tmp-" + unique);
     make(temporary.string());
     std::filesystem::rename(temporary, path);
+    writeFile(AudioFixtures::directory() / (".tmp-note-" + unique), digest);
+    std::filesystem::rename(AudioFixtures::directory() / (".tmp-note-" + unique), note);
     return path;
 }
 
@@ -42,7 +49,9 @@ const std::filesystem::path& AudioFixtures::directory() {
 }
 
 std::filesystem::path AudioFixtures::ffmpeg(const std::string& name, const std::vector<std::string>& arguments) {
-    return made(name, [&](const std::string& temporary) {
+    std::string recipe;
+    for (const auto& argument : arguments) recipe += argument + '\n';
+    return made(name, recipe, [&](const std::string& temporary) {
         std::vector<std::string> argv{"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-y"};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         argv.push_back(temporary);
@@ -60,13 +69,13 @@ std::filesystem::path AudioFixtures::tone(const std::string& name, double second
 }
 
 std::filesystem::path AudioFixtures::speech() {
-    return made("speech.wav", [](const std::string& temporary) {
+    return made("speech.wav", "espeak-ng", [](const std::string& temporary) {
         run({"espeak-ng", "-w", temporary, "The quick brown fox jumps over the lazy dog."});
     });
 }
 
 std::filesystem::path AudioFixtures::bytes(const std::string& name, const std::string& content) {
-    return made(name, [&](const std::string& temporary) { writeFile(temporary, content); });
+    return made(name, content, [&](const std::string& temporary) { writeFile(temporary, content); });
 }
 
 }  // namespace corvane::testing
