@@ -5,33 +5,21 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "CorvaneApp/models/ChipTier.h"
 #include "CorvaneApp/models/HardwareRequirements.h"
-#include "CorvaneApp/models/ModelHandler.h"
 #include "CorvaneApp/models/ParakeetImpl.h"
-#include "CorvaneApp/platform/Clock.h"
+#include "CorvaneApp/models/SpeechHandler.h"
 
 namespace corvane {
 
-class ParakeetHandler final : public ModelHandler {
+class ParakeetHandler final : public SpeechHandler {
 public:
     static ModelIdentifier identifier();
     static constexpr ModelCategory category = ModelCategory::transcription;
     static HardwareRequirements requirements();
     static std::uint64_t downloadSizeBytes();
-
-    // A file to 16 kHz mono samples; AudioPipeline's decoder unless a test puts another in.
-    using Decoder = std::function<std::vector<float>(const std::filesystem::path&)>;
-    struct Options {
-        Decoder decode;  // empty: AudioPipeline::decodeTo16kMonoPCM
-        NowFunction now = systemNow;
-    };
 
     // Over the model set in `modelDirectory`, run by `runtime`; `chipTier` is accepted for the
     // handlers' common shape and not used. Throws as ParakeetImpl does.
@@ -39,8 +27,6 @@ public:
                     std::shared_ptr<const ParakeetRuntime> runtime, Options options);
 
     ModelIdentifier modelIdentifier() const override { return identifier(); }
-    std::string activeImplName() const override { return activeImplName_; }
-    std::optional<std::string> installedVersion() const override { return installedVersion_; }
 
     // Throws ModelError::InvalidInput for a job that is not a transcription, passes the decoder's
     // and the engine's errors through. The observer hears "decode" and "inference" with their
@@ -50,10 +36,6 @@ public:
     ParakeetImpl& impl() { return *impl_; }
 
 private:
-    const Decoder decode_;
-    const NowFunction now_;
-    std::string activeImplName_;
-    std::optional<std::string> installedVersion_;
     std::unique_ptr<ParakeetImpl> impl_;
 };
 

@@ -5,35 +5,24 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include <spdlog/logger.h>
 
 #include "CorvaneApp/models/ChipTier.h"
 #include "CorvaneApp/models/HardwareRequirements.h"
-#include "CorvaneApp/models/ModelHandler.h"
+#include "CorvaneApp/models/SpeechHandler.h"
 #include "CorvaneApp/models/WhisperImpl.h"
-#include "CorvaneApp/platform/Clock.h"
 
 namespace corvane {
 
-class WhisperHandler final : public ModelHandler {
+class WhisperHandler final : public SpeechHandler {
 public:
     static ModelIdentifier identifier();
     static constexpr ModelCategory category = ModelCategory::transcription;
     static HardwareRequirements requirements();
     static std::uint64_t downloadSizeBytes();
 
-    // A file to 16 kHz mono samples; AudioPipeline's decoder unless a test puts another in.
-    using Decoder = std::function<std::vector<float>(const std::filesystem::path&)>;
-    struct Options {
+    struct Options : SpeechHandler::Options {
         WhisperImpl::Options impl;
-        Decoder decode;  // empty: AudioPipeline::decodeTo16kMonoPCM
-        NowFunction now = systemNow;
     };
 
     // Loads WhisperImpl::defaultModelFilename from `modelDirectory`; `chipTier` is accepted for
@@ -41,8 +30,6 @@ public:
     WhisperHandler(const std::filesystem::path& modelDirectory, ChipTier chipTier, Options options);
 
     ModelIdentifier modelIdentifier() const override { return identifier(); }
-    std::string activeImplName() const override { return activeImplName_; }
-    std::optional<std::string> installedVersion() const override { return installedVersion_; }
 
     // Throws ModelError for a job that is not a transcription and for engine failures, and passes
     // AudioDecodeError through. The observer hears "decode" and "inference" with their seconds,
@@ -52,11 +39,6 @@ public:
     WhisperImpl& impl() { return *impl_; }
 
 private:
-    const std::shared_ptr<spdlog::logger> log_;
-    const Decoder decode_;
-    const NowFunction now_;
-    std::string activeImplName_;
-    std::optional<std::string> installedVersion_;
     std::unique_ptr<WhisperImpl> impl_;
 };
 
