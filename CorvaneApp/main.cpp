@@ -22,6 +22,7 @@
 #include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/dashboard/DemoHeadless.h"
+#include "CorvaneApp/eligibility/X11Display.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/platform/Paths.h"
 
@@ -69,12 +70,18 @@ int enroll(const std::vector<std::string>& arguments) {
     return corvane::runEnrollCommand(arguments, std::cin, std::cout, std::cerr, dependencies);
 }
 
+// A display that takes clients: a Wayland socket, or an X server that accepts a connection. A
+// stale DISPLAY (a remote login without forwarding) runs the worker headless instead of ending in
+// Qt's "could not connect to display".
 bool hasDisplay() {
-    auto set = [](const char* name) {
-        const char* value = std::getenv(name);
-        return value && *value;
-    };
-    return set("DISPLAY") || set("WAYLAND_DISPLAY");
+    if (const char* wayland = std::getenv("WAYLAND_DISPLAY"); wayland && *wayland) {
+        std::filesystem::path socket = wayland;
+        const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+        if (socket.is_relative() && runtime) socket = std::filesystem::path(runtime) / socket;
+        std::error_code error;
+        if (std::filesystem::is_socket(socket, error)) return true;
+    }
+    return corvane::X11Display().get() != nullptr;
 }
 
 // The tray application is its own image, so that a headless worker never maps Qt and its

@@ -201,7 +201,8 @@ TEST_F(HeadlessProcess, AComputerThatIsNotEnrolledIsToldHowToEnrolAndExitsWithSt
         fs::remove_all(varnix());
         if (config) writeConfig(coordinator->baseURL());
         else storeToken(coordinator->baseURL());
-        start();
+        // Without --headless, but the display named has no server: the worker runs headless.
+        child = spawn({}, home.path() / "stdout.txt", {"DISPLAY=:97", "WAYLAND_DISPLAY=wayland-97"});
         EXPECT_EQ(waitForExit(30000ms), 2);
         const auto printed = readFile(home.path() / "stdout.txt").value_or("");
         EXPECT_NE(printed.find("corvane enroll"), std::string::npos) << printed;
