@@ -101,6 +101,10 @@ void WorkerController::stop() {
         std::lock_guard lock(mutex_);
         isRunning_ = false;
         if (runLoopTask_) runLoopTask_->cancel();
+        // Claims of another model wait for the worker to go idle; a stopping worker never starts
+        // them, even when its last handler returns before the reports below are sent.
+        pendingClaims_.clear();
+        pendingClaimOrder_.clear();
         for (auto& [key, shard] : inFlight_) {
             if (shard.heartbeatTask) shard.heartbeatTask->cancel();
             if (shard.handlerTask) shard.handlerTask->cancel();
@@ -127,8 +131,6 @@ void WorkerController::stop() {
             cancelled.push_back(std::move(shard.handlerTask));
         }
         inFlight_.clear();
-        pendingClaims_.clear();
-        pendingClaimOrder_.clear();
         currentJobID_.reset();
         currentShardID_.reset();
         currentShardStartedAt_.reset();
@@ -372,7 +374,7 @@ void WorkerController::removeInFlight(const std::string& key) {
 }
 
 void WorkerController::drainPendingClaimsLocked() {
-    if (!inFlight_.empty()) return;
+    if (!isRunning_ || !inFlight_.empty()) return;
     std::optional<std::string> firstKey;
     while (!pendingClaimOrder_.empty()) {
         std::string key = pendingClaimOrder_.front();
