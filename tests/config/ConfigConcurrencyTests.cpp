@@ -8,13 +8,13 @@
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane {
 namespace {
 
 TEST(ConfigConcurrencyTest, TokenCacheAndDefaultsTakeCallsFromManyThreads) {
-    testing::ConfigTempDir dir;
+    testing::ScratchFolder dir;
     KeychainStore keychain(std::make_shared<FileCredentialBackend>(dir / "credentials"));
     keychain.write(KeychainStore::pythonServiceName("https://c.example"), "w-0", "token-0");
     UserDefaults defaults(dir / "user-defaults.json");

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane {
 namespace {
@@ -43,7 +43,7 @@ protected:
     }
 
     const std::string oldText = "# owner's file\nworker_id: 'w1'\n";
-    testing::ConfigTempDir dir_;
+    testing::ScratchFolder dir_;
 };
 
 TEST_F(ConfigFileTest, CrashOrFailureBeforeTheRenameLeavesTheOldFileWhole) {

@@ -9,7 +9,7 @@
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
 #include "tests/config/ConfigManualRunner.h"
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualExecutor.h"
 
@@ -56,7 +56,7 @@ protected:
         executor_.runUntilIdle();
     }
 
-    ConfigTempDir dir_;
+    ScratchFolder dir_;
     FakeClock clock_;
     ManualExecutor executor_{&clock_};
     ManualBackgroundRunner runner_;

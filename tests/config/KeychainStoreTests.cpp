@@ -9,7 +9,7 @@
 
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/SecretServiceBackend.h"
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/LogCapture.h"
 
 namespace corvane {
@@ -91,7 +91,7 @@ struct PrivateSecretService {
         }
     }
 
-    testing::ConfigTempDir home;
+    testing::ScratchFolder home;
     pid_t pids[2] = {-1, -1};  // the bus and the keyring
     std::optional<ScopedBusAddress> address;
 };
@@ -131,7 +131,7 @@ protected:
 
     static inline std::unique_ptr<PrivateSecretService> secretService_;
     static inline std::string skipReason_;
-    testing::ConfigTempDir dir_;
+    testing::ScratchFolder dir_;
     testing::LogCapture logs_;
     std::shared_ptr<CredentialBackend> backend_;
     std::unique_ptr<KeychainStore> store_;
@@ -181,7 +181,7 @@ mode_t modeOf(const std::filesystem::path& path) {
 }
 
 TEST(FileCredentialStoreTest, KeepsTheTokenPrivateThroughDamageAndFailedWrites) {
-    testing::ConfigTempDir dir;
+    testing::ScratchFolder dir;
     testing::LogCapture logs;
     auto path = dir / "varnix/credentials";
     auto backend = std::make_shared<FileCredentialBackend>(path);

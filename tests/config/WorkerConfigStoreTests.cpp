@@ -153,7 +153,7 @@ TEST_F(WorkerConfigStoreTest, ReadOnlyFileFailsTheSaveAndKeepsTheEdits) {
 }
 
 TEST(UserDefaultsTest, PersistsTypedValuesPrivatelyAndSurvivesBadFiles) {
-    testing::ConfigTempDir dir;
+    testing::ScratchFolder dir;
     auto file = dir / "Corvane/user-defaults.json";
     UserDefaults(file).setString("tab", "limits");
     UserDefaults(file).setBool("daily", true);

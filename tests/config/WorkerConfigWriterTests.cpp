@@ -7,7 +7,7 @@
 #include "CorvaneApp/config/ConfigLines.h"
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfig.h"
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/eligibility/ScopedTimeZone.h"
 
 namespace corvane {
@@ -28,7 +28,7 @@ protected:
     }
 
     testing::ScopedTimeZone utc_{"UTC"};  // the schedule's times are local
-    testing::ConfigTempDir dir_;
+    testing::ScratchFolder dir_;
 };
 
 TEST_F(WorkerConfigWriterTest, RendersTheTemplateForABlankBase) {

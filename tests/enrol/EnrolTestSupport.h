@@ -10,11 +10,11 @@
 
 #include "CorvaneApp/app/OnboardingCredentialStore.h"
 #include "CorvaneApp/coordinator/CoordinatorRegistrationClient.h"
-#include "tests/config/ConfigTempDir.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane::testing {
 
-using TempDir = ConfigTempDir;
+using TempDir = ScratchFolder;
 
 // Answers with a scripted response or error, and remembers each call.
 class FakeRegistration final : public CoordinatorRegistering {

@@ -19,6 +19,7 @@
 
 #include "CorvaneApp/models/ModelHandler.h"
 #include "CorvaneApp/models/WhisperImpl.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane::testing {
 
@@ -27,36 +28,6 @@ inline std::filesystem::path whisperTestModelDirectory() { return CORVANE_WHISPE
 inline std::filesystem::path whisperTestModelFile() {
     return whisperTestModelDirectory() / WhisperImpl::defaultModelFilename;
 }
-
-// A fresh folder under the temp directory, removed with everything in it.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "corvane-whisper-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-    // Writes `bytes` to `name` (parent folders included) and returns the path.
-    std::filesystem::path write(const std::string& name, const std::string& bytes) const {
-        auto file = path_ / name;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << bytes;
-        return file;
-    }
-
-private:
-    std::filesystem::path path_;
-};
 
 // `seconds` of a sine at `hertz`, 16 kHz mono; amplitude 0 gives silence.
 inline std::vector<float> sineSamples(double seconds, double hertz = 440, double amplitude = 0.3) {
