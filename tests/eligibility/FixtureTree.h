@@ -2,40 +2,20 @@
 // A throw-away folder tree for the probes of /proc, /sys and /dev: files, symlinks and
 // "unreadable" entries (a folder where a file is expected, which fails to read even as root).
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
+
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane::testing {
 
-class FixtureTree {
+class FixtureTree : public ScratchFolder {
 public:
-    FixtureTree() {
-        std::random_device random;
-        root_ = std::filesystem::temp_directory_path() /
-                ("corvane-elig-" + std::to_string(::getpid()) + "-" + std::to_string(random()));
-        std::filesystem::create_directories(root_);
-    }
-    ~FixtureTree() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
-    }
-    FixtureTree(const FixtureTree&) = delete;
-    FixtureTree& operator=(const FixtureTree&) = delete;
+    const std::filesystem::path& root() const { return path(); }
+    using ScratchFolder::path;
+    std::filesystem::path path(const std::string& relative) const { return path() / relative; }
 
-    const std::filesystem::path& root() const { return root_; }
-    std::filesystem::path path(const std::string& relative) const { return root_ / relative; }
-
-    std::filesystem::path write(const std::string& relative, const std::string& contents) {
-        auto target = path(relative);
-        std::filesystem::create_directories(target.parent_path());
-        std::ofstream(target, std::ios::binary | std::ios::trunc) << contents;
-        return target;
-    }
     std::filesystem::path folder(const std::string& relative) {
         auto target = path(relative);
         std::filesystem::create_directories(target);
@@ -62,9 +42,6 @@ public:
               std::to_string(pid) + " (" + name + ") " + state + " 1 1 1 0 -1 0 0 0 0 0 " + std::to_string(ticks) +
                   " 0 0 0 20 0 1 0 100 1000 " + std::to_string(rssPages) + " 0\n");
     }
-
-private:
-    std::filesystem::path root_;
 };
 
 }  // namespace corvane::testing

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
 #include "tests/eligibility/FixtureTree.h"
 #include "tests/support/ManualExecutor.h"
