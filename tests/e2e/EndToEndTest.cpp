@@ -1,6 +1,7 @@
 // The whole road on real objects: the local coordinator hands out spoken English in three formats,
 // and the worker polls, downloads, decodes, transcribes on the generated model and submits. A model
-// file that cannot load ends its shard in one failure report, and the worker polls on.
+// file that cannot load ends its shard in one failure report, and the worker polls on. Claims of
+// both model families swap between Whisper and Parakeet (on the scripted runtime).
 
 #include <gtest/gtest.h>
 
@@ -11,12 +12,13 @@
 #include "CorvaneApp/coordinator/WorkerHTTPClient.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
 #include "CorvaneApp/models/ClaimMaterialiser.h"
-#include "CorvaneApp/models/HandlerBox.h"
+#include "CorvaneApp/models/HandlerLoader.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "CorvaneApp/models/WhisperHandler.h"
 #include "CorvaneApp/worker/PerformanceMetadata.h"
 #include "CorvaneApp/worker/WorkerController.h"
 #include "tests/models/AudioFixtures.h"
+#include "tests/parakeet/ParakeetFixtures.h"
 #include "tests/support/WhisperFixtures.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
 #include "tools/whisper-test-model/WhisperTestModel.h"
@@ -58,11 +60,12 @@ protected:
         capabilities.chipTierProvider = [] { return std::string("t1"); };
         capabilities.ramGBProvider = [] { return std::int64_t{16}; };
         d.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(capabilities));
-        d.handlerLookup = [this](const ModelIdentifier&) { return box.current(); };
+        d.handlerLookup = [box = box](const ModelIdentifier&) { return box->current(); };
         d.materialiser = ClaimMaterialiser(session, downloads.path());
         d.isEligible = [] { return true; };
         d.config.pollInterval = 0.2;
         d.config.eligibilityRecheckInterval = 0.2;
+        d.config.maxShardsInFlightOverride = 4;
         d.sleepProvider = std::make_shared<TaskSleepProvider>();
         d.resourceAggregator = [](Date) { return std::optional<ResourceAggregate>({80, 1 << 30, 7, {}, {}}); };  // 7 samples
         PerformanceMetadataSources metadata;
@@ -78,7 +81,7 @@ protected:
 
     ScratchFolder home;
     ScratchFolder downloads;
-    HandlerBox box;
+    std::shared_ptr<HandlerBox> box = std::make_shared<HandlerBox>();
     std::unique_ptr<dev::DevCoordinator> coordinator;
     std::shared_ptr<WorkerController> worker;
 };
@@ -92,7 +95,7 @@ TEST_F(EndToEnd, ThreeShardsOfSpeechEachReachTheCoordinatorAsOneTranscript) {
                       {.jobID = "job-1", .shardID = "s-flac", .audioFile = "e2e-speech.flac"},
                       {.jobID = "job-2", .shardID = "s-ogg", .audioFile = "e2e-speech.ogg",
                        .modelIdentifier = whisperModelIdentifier()}});
-    box.replace(std::make_shared<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, handlerOptions()));
+    box->replace(std::make_shared<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, handlerOptions()));
     startWorker();
 
     ASSERT_TRUE(coordinator->waitUntil([](auto& c) { return c.results().size() + c.failures().size() >= 3; }, kSafetyLimit));
@@ -143,10 +146,10 @@ TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
         if (row.bytes) weights.write(WhisperImpl::defaultModelFilename, *row.bytes);
         startCoordinator({{.jobID = "job-bad", .shardID = "s-1", .audioFile = speech.filename().string(),
                            .modelIdentifier = whisperModelIdentifier()}});
-        box.replace(nullptr);
+        box->replace(nullptr);
         // The application's loader for the whisper backend: build over the folder, then swap in.
         startWorker([&](const ModelIdentifier&, std::stop_token) {
-            box.replace(std::make_shared<WhisperHandler>(weights.path(), ChipTier::t1, handlerOptions()));
+            box->replace(std::make_shared<WhisperHandler>(weights.path(), ChipTier::t1, handlerOptions()));
         });
 
         ASSERT_TRUE(coordinator->waitUntil([](auto& c) { return !c.failures().empty(); }, kSafetyLimit));
@@ -163,6 +166,63 @@ TEST_F(EndToEnd, AModelThatCannotLoadFailsItsShardOnceAndTheWorkerPollsOn) {
         EXPECT_EQ(coordinator->failures().size(), 1u);
         EXPECT_TRUE(coordinator->results().empty());
     }
+}
+
+// One poll brings Whisper and Parakeet claims together: the Parakeet ones wait until the Whisper
+// ones are done, then start together on one swap made by the application's handler loader, and a
+// later Whisper claim swaps back. Every shard ends in exactly one result.
+TEST_F(EndToEnd, ClaimsOfTheOtherModelWaitThenRunTogetherOnOneSwap) {
+    const auto audio = AudioFixtures::bytes("hello-world.wav", wavBytes(helloWorldAudio()));
+    HandlerLoader::Dependencies loading;
+    loading.box = box;
+    loading.modelCache = modelCacheAt(home / "cache");
+    auto whisperFile = loading.modelCache->modelDirectory(whisperModelIdentifier()) /
+                       loading.modelCache->registry().spec(whisperModelIdentifier())->filename;
+    std::filesystem::create_directories(whisperFile.parent_path());
+    std::filesystem::copy_file(whisperTestModelFile(), whisperFile);
+    loading.chipTier = [] { return ChipTier::t1; };
+    loading.whisper = handlerOptions();
+    loading.parakeet = std::make_shared<const ParakeetCache>(installScriptedParakeet(home), scriptedParakeetRuntime());
+    HandlerLoader loader(std::move(loading));
+    loader(whisperModelIdentifier());  // the start-up's first handler
+
+    auto shard = [&](std::string job, std::string id, std::optional<ModelIdentifier> model) {
+        return dev::ShardSpec{.jobID = job, .shardID = id, .audioFile = audio.filename().string(), .modelIdentifier = model};
+    };
+    startCoordinator({shard("job-w", "w1", whisperModelIdentifier()), shard("job-p", "p1", parakeetModelIdentifier()),
+                      shard("job-w", "w2", std::nullopt), shard("job-p", "p2", parakeetModelIdentifier())});
+    startWorker(loader);
+    auto reports = [](const dev::DevCoordinator& c) { return c.results().size() + c.failures().size(); };
+    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 4; }, kSafetyLimit));
+    coordinator->addShard(shard("job-w3", "w3", whisperModelIdentifier()));
+    ASSERT_TRUE(coordinator->waitUntil([&](const dev::DevCoordinator& c) { return reports(c) >= 5; }, kSafetyLimit));
+    worker->stop();
+
+    EXPECT_TRUE(coordinator->failures().empty());
+    std::vector<std::string> order;
+    for (const auto& result : coordinator->results()) {
+        const std::string shard = result.shardID.value_or("none");
+        SCOPED_TRACE(shard + ": " + result.body.dump());
+        order.push_back(shard);
+        if (shard[0] == 'p') {
+            EXPECT_EQ(result.body["transcript"], "hello world");
+            EXPECT_EQ(result.body["backend"], "speech-engine-parakeet");
+            EXPECT_EQ(result.body["model"], "parakeet-tdt-0.6b-v2");
+        } else {
+            EXPECT_EQ(result.body["backend"], "whisper-cpp-swift");
+        }
+    }
+    ASSERT_EQ(order.size(), 5u) << "one result per shard";
+    EXPECT_EQ(std::set<std::string>(order.begin(), order.begin() + 2), (std::set<std::string>{"w1", "w2"}));
+    EXPECT_EQ(std::set<std::string>(order.begin() + 2, order.begin() + 4), (std::set<std::string>{"p1", "p2"}));
+    EXPECT_EQ(order[4], "w3");
+
+    std::vector<std::string> swappedTo;
+    for (const auto& event : worker->events().drain()) {
+        if (auto swap = event.as<WorkerControllerEvent::ModelSwap>()) swappedTo.push_back(swap->to.model);
+    }
+    EXPECT_EQ(swappedTo, (std::vector<std::string>{"parakeet-tdt-0.6b-v2", "whisper-large-v3-turbo-q4"}))
+        << "p1 and p2 share one swap";
 }
 
 }  // namespace
