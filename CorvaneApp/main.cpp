@@ -97,7 +97,6 @@ std::optional<std::filesystem::path> desktopBinary() {
     return std::nullopt;
 }
 
-
 }  // namespace
 
 int main(int argc, char** argv) {
