@@ -146,6 +146,10 @@ TEST_F(CoordinatorAPITest, PayoutPreferencesHaveTheirOwnRefusals) {
     const auto summary = client.dashboard().payoutSummary;  // the baseline a later sync starts from
     EXPECT_EQ(summary.method, "paypal");
     EXPECT_EQ(summary.schedule, "monthly");
+    // The rest of the account a local run asks for each minute answers, empty, instead of 404.
+    EXPECT_EQ(client.earningsSummary().monthToDateUSD, 0);
+    EXPECT_TRUE(client.dailyEarnings(30, false).empty());
+    EXPECT_TRUE(client.topJobs().empty());
 
     coordinator.requirePayoutSetup("usdc", "wallet_address");
     auto setup = errorOf([&] { client.putPayoutPrefs("usdc", "weekly"); });

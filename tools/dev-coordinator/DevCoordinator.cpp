@@ -98,6 +98,9 @@ DevCoordinator::DevCoordinator(Options options)
           {"POST", PathPattern("/api/v1/workers/register"), false, &DevCoordinator::handleRegister},
           {"PUT", PathPattern("/api/v1/workers/me/payout-prefs"), true, &DevCoordinator::handlePutPayoutPrefs},
           {"GET", PathPattern("/api/v1/workers/me/dashboard"), true, &DevCoordinator::handleDashboard},
+          {"GET", PathPattern("/api/v1/workers/me/earnings/summary"), true, &DevCoordinator::handleEarningsSummary},
+          {"GET", PathPattern("/api/v1/workers/me/earnings/daily"), true, &DevCoordinator::handleNoHistory},
+          {"GET", PathPattern("/api/v1/workers/me/jobs/top"), true, &DevCoordinator::handleNoHistory},
       },
       server_(std::make_unique<httplib::Server>()) {
     for (ShardSpec& spec : options.shards) book_.add(std::move(spec));

@@ -134,6 +134,8 @@ class DevCoordinator {
     void handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&);
     void handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response, const std::string&);
     void handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handleEarningsSummary(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handleNoHistory(const httplib::Request& request, httplib::Response& response, const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;

@@ -1,5 +1,6 @@
 // The account endpoints of the local coordinator: the worker's dashboard (its completed shards and
-// its payout pair; no money moves here), and the payout-preference endpoint with the two refusals a
+// its payout pair; no money moves here), the earnings summary (shards done, nothing earned), empty
+// earnings and job histories, and the payout-preference endpoint with the two refusals a
 // real one gives: a method that isn't set up yet, and a payout already queued for this cycle.
 
 #include <httplib.h>
@@ -48,6 +49,20 @@ void DevCoordinator::handleDashboard(const httplib::Request& request, httplib::R
         dashboard.payoutSummary.updatedAt = payoutPrefs_.updatedAt;
     }
     answer(response, 200, dashboard.encode());
+}
+
+void DevCoordinator::handleEarningsSummary(const httplib::Request&, httplib::Response& response, const std::string&) {
+    EarningsSummary summary;
+    {
+        std::lock_guard lock(mutex_);
+        summary.jobsCompletedToday = static_cast<std::int64_t>(results_.size());
+    }
+    answer(response, 200, summary.encode());
+}
+
+// Daily earnings and the week's top jobs: lists, empty here.
+void DevCoordinator::handleNoHistory(const httplib::Request&, httplib::Response& response, const std::string&) {
+    answer(response, 200, nlohmann::json::array());
 }
 
 DevCoordinator::PayoutPrefs DevCoordinator::payoutPrefs() const {
