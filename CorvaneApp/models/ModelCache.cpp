@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
@@ -162,7 +163,10 @@ ModelCache::~ModelCache() {
     stateStream_.close();
 }
 
-std::filesystem::path ModelCache::defaultRootDirectory() { return paths::dataHome() / "VarnixCompute" / "models"; }
+std::filesystem::path ModelCache::defaultRootDirectory() {
+    if (const char* prepared = std::getenv("CORVANE_MODEL_DIR"); prepared && *prepared) return prepared;
+    return paths::dataHome() / "VarnixCompute" / "models";
+}
 
 std::filesystem::path ModelCache::modelDirectory(const ModelIdentifier& identifier) const {
     return rootDirectory_ / (identifier.backend + "--" + identifier.model + "--" + identifier.version);

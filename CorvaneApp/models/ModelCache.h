@@ -92,7 +92,8 @@ public:
     ModelCache(const ModelCache&) = delete;
     ModelCache& operator=(const ModelCache&) = delete;
 
-    // $XDG_DATA_HOME/VarnixCompute/models.
+    // $XDG_DATA_HOME/VarnixCompute/models, or $CORVANE_MODEL_DIR when set: a prepared folder of
+    // weights (the generated test model, say) then stands in for the download.
     static std::filesystem::path defaultRootDirectory();
 
     // Returns at once: finished when the file is on disk already, else joined to the model's

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
+#include "CorvaneApp/models/ModelCache.h"
 #include "CorvaneApp/models/ParakeetCacheError.h"
-#include "CorvaneApp/platform/Paths.h"
 #include "SpeechEngine/AsrModels.h"
 
 namespace corvane {
 
 std::filesystem::path ParakeetCache::defaultDirectory() {
-    return paths::dataHome() / "VarnixCompute" / "models" / "parakeet-tdt-0.6b-v2";
+    return ModelCache::defaultRootDirectory() / "parakeet-tdt-0.6b-v2";
 }
 
 ParakeetCache::ParakeetCache(std::filesystem::path directory, std::shared_ptr<const ParakeetRuntime> runtime)

@@ -7,6 +7,7 @@
 
 #include "CorvaneApp/models/FileDigest.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/ParakeetCache.h"
 #include "tests/models/TestFolder.h"
 #include "tests/support/FakeClock.h"
 
@@ -250,6 +251,10 @@ TEST(HubSettings, FromTheEnvironmentAndInTheRegistry) {
     EXPECT_EQ(registry.spec(whisperModelIdentifier())->downloadURL,
               "https://hub.example/ggerganov/whisper.cpp/resolve/main/ggml-large-v3-turbo-q5_0.bin");
     EXPECT_EQ(ModelCache::defaultRootDirectory().parent_path().filename(), "VarnixCompute");
+    ::setenv("CORVANE_MODEL_DIR", "/srv/weights", 1);
+    EXPECT_EQ(ModelCache::defaultRootDirectory(), "/srv/weights");
+    EXPECT_EQ(ParakeetCache::defaultDirectory(), "/srv/weights/parakeet-tdt-0.6b-v2");
+    ::unsetenv("CORVANE_MODEL_DIR");
 }
 
 }  // namespace
