@@ -194,7 +194,9 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     CapabilityAdvertiser::Providers providers;
     providers.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider(
         quantization.value_or("4bit"), [cache] { return cache->isCached(whisperModelIdentifier()); });
-    providers.chipTierProvider = [machine] { return rawValue(currentChipTier(*machine)); };
+    // The processor doesn't change under a running worker: read once per worker, not every poll,
+    // so a machine of no known tier says so once instead of at each poll.
+    providers.chipTierProvider = [tier = std::string(rawValue(currentChipTier(*machine)))] { return tier; };
     providers.ramGBProvider = [machine] { return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0)); };
     providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> { return "corvane/" + version; };
     providers.installedModelsProvider = [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {

@@ -149,6 +149,7 @@ TEST_F(CoordinatorAPITest, PayoutPreferencesHaveTheirOwnRefusals) {
     // The rest of the account a local run asks for each minute answers, empty, instead of 404.
     EXPECT_EQ(client.earningsSummary().monthToDateUSD, 0);
     EXPECT_TRUE(client.dailyEarnings(30, false).empty());
+    EXPECT_EQ(client.hourlyEarnings(30, false).hours, std::vector<double>(24, 0.0));
     EXPECT_TRUE(client.topJobs().empty());
 
     coordinator.requirePayoutSetup("usdc", "wallet_address");

@@ -100,6 +100,7 @@ DevCoordinator::DevCoordinator(Options options)
           {"GET", PathPattern("/api/v1/workers/me/dashboard"), true, &DevCoordinator::handleDashboard},
           {"GET", PathPattern("/api/v1/workers/me/earnings/summary"), true, &DevCoordinator::handleEarningsSummary},
           {"GET", PathPattern("/api/v1/workers/me/earnings/daily"), true, &DevCoordinator::handleNoHistory},
+          {"GET", PathPattern("/api/v1/workers/me/earnings/by-hour"), true, &DevCoordinator::handleNoHourlyEarnings},
           {"GET", PathPattern("/api/v1/workers/me/jobs/top"), true, &DevCoordinator::handleNoHistory},
       },
       server_(std::make_unique<httplib::Server>()) {

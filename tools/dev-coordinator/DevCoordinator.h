@@ -136,6 +136,7 @@ class DevCoordinator {
     void handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&);
     void handleEarningsSummary(const httplib::Request& request, httplib::Response& response, const std::string&);
     void handleNoHistory(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handleNoHourlyEarnings(const httplib::Request& request, httplib::Response& response, const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;

@@ -65,6 +65,10 @@ void DevCoordinator::handleNoHistory(const httplib::Request&, httplib::Response&
     answer(response, 200, nlohmann::json::array());
 }
 
+void DevCoordinator::handleNoHourlyEarnings(const httplib::Request&, httplib::Response& response, const std::string&) {
+    answer(response, 200, {{"hours", std::vector<double>(24, 0.0)}});
+}
+
 DevCoordinator::PayoutPrefs DevCoordinator::payoutPrefs() const {
     std::lock_guard lock(mutex_);
     return payoutPrefs_;
