@@ -1,23 +1,8 @@
 #include "tests/speech/SpeechTestSupport.h"
 
 #include <fstream>
-#include <random>
 
 namespace speech::testing {
-
-TemporaryDirectory::TemporaryDirectory() {
-    std::random_device random;
-    path_ = std::filesystem::temp_directory_path() /
-            ("speech-test-" + std::to_string(random()) + std::to_string(random()));
-    std::filesystem::create_directories(path_);
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ignored);
-    std::filesystem::remove_all(path_, ignored);
-}
 
 void writeText(const std::filesystem::path& path, const std::string& text) {
     std::filesystem::create_directories(path.parent_path());

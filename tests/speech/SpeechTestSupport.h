@@ -9,6 +9,7 @@
 #include "SpeechEngine/AsrModels.h"
 #include "SpeechEngine/NeuralModel.h"
 #include "SpeechEngine/ScriptedRuntime.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace speech::testing {
 
@@ -29,17 +30,8 @@ class FunctionModel final : public NeuralModel {
     Run run_;
 };
 
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
+// A folder of its own for each test, removed afterwards.
+using TemporaryDirectory = corvane::testing::ScratchFolder;
 
 void writeText(const std::filesystem::path& path, const std::string& text);
 

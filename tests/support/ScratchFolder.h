@@ -21,6 +21,9 @@ public:
     }
     ~ScratchFolder() {
         std::error_code ignored;
+        // A test may have taken its own rights away from the folder; give them back to remove it.
+        std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add,
+                                     ignored);
         std::filesystem::remove_all(path_, ignored);
     }
     ScratchFolder(const ScratchFolder&) = delete;
