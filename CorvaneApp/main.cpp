@@ -18,8 +18,10 @@
 #include "CorvaneApp/app/EnrollCommand.h"
 #include "CorvaneApp/app/HeadlessRunner.h"
 #include "CorvaneApp/app/OnboardingSystemCredentialStore.h"
+#include "CorvaneApp/app/SignOutCommand.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/DataMode.h"
+#include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/dashboard/DemoHeadless.h"
 #include "CorvaneApp/eligibility/X11Display.h"
@@ -32,6 +34,7 @@ constexpr const char* kUsage =
     "usage: corvane [--headless] [--data-mode=real|dummy]\n"
     "       corvane enroll --coordinator URL [--token-stdin | --token-file FILE] [--schedule WHEN]\n"
     "       corvane status\n"
+    "       corvane signout\n"
     "\n"
     "  (no arguments)  run the worker: in the tray when a display is available, else headless\n"
     "  --headless      run the worker without a display, logging to stderr and the log file;\n"
@@ -39,14 +42,21 @@ constexpr const char* kUsage =
     "  --data-mode=dummy  show sample data instead: no coordinator, settings kept in memory\n"
     "                  (also CORVANE_DATA_MODE, or the CorvaneDataMode user default)\n"
     "  enroll          connect this computer to a coordinator (see: corvane enroll --help)\n"
-    "  status          print the running worker's status, job and last error\n";
+    "  status          print the running worker's status, job and last error\n"
+    "  signout         end this computer's enrolment (config and credential removed)\n";
 
-// Reads what the running instance last published; exit 3 when none is running.
+// What the running headless worker last published; absent when none is running.
+std::optional<corvane::WorkerStatusRecord> runningWorker() {
+    auto record = corvane::readWorkerStatusFile(corvane::workerStatusFilePath());
+    const bool alive = record && (record->pid <= 0 || ::kill(pid_t(record->pid), 0) == 0 || errno == EPERM);
+    return alive ? record : std::nullopt;
+}
+
+// Exit 3 when no worker is running.
 int status() {
     try {
-        const auto record = corvane::readWorkerStatusFile(corvane::workerStatusFilePath());
-        const bool alive = record && (record->pid <= 0 || ::kill(pid_t(record->pid), 0) == 0 || errno == EPERM);
-        if (!alive) {
+        const auto record = runningWorker();
+        if (!record) {
             std::cout << "Corvane is not running.\n";
             return 3;
         }
@@ -105,6 +115,21 @@ int main(int argc, char** argv) {
         return enroll(std::vector<std::string>(arguments.begin() + 1, arguments.end()));
     }
     if (!arguments.empty() && arguments.front() == "status") return status();
+    if (!arguments.empty() && arguments.front() == "signout") {
+        corvane::SignOutDependencies dependencies;
+        dependencies.configPath = corvane::paths::varnixDir() / "config.yaml";
+        dependencies.keychain = std::make_shared<corvane::KeychainStore>(corvane::chooseCredentialBackend());
+        dependencies.runningWorker = []() -> std::optional<long> {
+            try {
+                if (auto record = runningWorker()) return record->pid;
+            } catch (const std::exception&) {
+                // A damaged status file says nothing of a running worker.
+            }
+            return std::nullopt;
+        };
+        return corvane::runSignOutCommand(std::vector<std::string>(arguments.begin() + 1, arguments.end()), std::cout,
+                                          std::cerr, dependencies);
+    }
     if (!arguments.empty() && (arguments.front() == "--help" || arguments.front() == "-h" || arguments.front() == "help")) {
         std::cout << kUsage;
         return 0;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "CorvaneApp/app/DummyDataProvider.h"
+#include "CorvaneApp/app/SignOutCommand.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
 #include "CorvaneApp/platform/Log.h"
@@ -158,18 +159,9 @@ WorkerStatusRecord AppSession::statusRecord() {
 }
 
 void AppSession::forgetEnrollment() {
-    const auto& env = delegate_->environment();
-    auto config = WorkerConfig::load(env.configPath);
     delegate_->configStore().cancelPendingSave();
-    std::error_code ignored;
-    std::filesystem::remove(env.configPath, ignored);
+    removeEnrollment(delegate_->environment().configPath, delegate_->keychain());
     delegate_->configStore().reload();
-    if (config) {
-        delegate_->keychain().deleteItem(KeychainStore::pythonServiceName(config->coordinatorURL),
-                                         config->workerID);
-    }
-    delegate_->keychain().deleteItem("worker_token");
-    delegate_->keychain().deleteItem("worker_id");
 }
 
 void AppSession::installPayoutPrefsHooks() {

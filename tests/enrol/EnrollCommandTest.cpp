@@ -3,6 +3,9 @@
 #include <sstream>
 
 #include "CorvaneApp/app/EnrollCommand.h"
+#include "CorvaneApp/app/SignOutCommand.h"
+#include "CorvaneApp/config/FileCredentialBackend.h"
+#include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/platform/AtomicFile.h"
 #include "tests/enrol/EnrolTestSupport.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
@@ -131,6 +134,37 @@ TEST_F(Enroll, EveryFailedRegistrationLeavesTheMachineUnenrolled) {
         EXPECT_TRUE(out.empty());
         expectNothingWritten();
     }
+}
+
+// Sign-out takes the enrolment away for good, on disk too, and never from under a running worker.
+TEST(SignOut, RemovesTheEnrolmentOnceAndNeverUnderARunningWorker) {
+    TempDir home;
+    const auto credentials = home.path() / "credentials";
+    auto keychain = std::make_shared<KeychainStore>(std::make_shared<FileCredentialBackend>(credentials));
+    home.write(".varnix-compute/config.yaml", "coordinator_url: \"http://coord.test\"\nworker_id: \"wk_1\"\n");
+    keychain->storePythonWorkerToken("wt-secret", "http://coord.test", "wk_1");
+    std::optional<long> running = 4242;
+    const SignOutDependencies dependencies{home.path() / ".varnix-compute" / "config.yaml", keychain,
+                                           [&] { return running; }};
+    auto run = [&](std::vector<std::string> arguments = {}) {
+        std::ostringstream out, err;
+        const int status = runSignOutCommand(arguments, out, err, dependencies);
+        return std::pair{status, out.str() + err.str()};
+    };
+
+    const auto [refused, why] = run();
+    EXPECT_EQ(refused, 1);
+    EXPECT_NE(why.find("Corvane is running (process 4242)"), std::string::npos) << why;
+    EXPECT_TRUE(std::filesystem::exists(dependencies.configPath));
+    EXPECT_EQ(keychain->pythonWorkerToken("http://coord.test", "wk_1"), "wt-secret");
+
+    running.reset();
+    EXPECT_EQ(run(), (std::pair{0, std::string("Signed out: this computer is no longer enrolled.\n")}));
+    EXPECT_FALSE(std::filesystem::exists(dependencies.configPath));
+    EXPECT_EQ(KeychainStore(std::make_shared<FileCredentialBackend>(credentials)).pythonWorkerToken("http://coord.test", "wk_1"),
+              std::nullopt);
+    EXPECT_EQ(run(), (std::pair{0, std::string("This computer is not enrolled.\n")}));
+    EXPECT_EQ(run({"--all"}).first, 2);
 }
 
 }  // namespace
