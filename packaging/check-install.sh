@@ -31,6 +31,7 @@ check_prefix() {  # PREFIX CONFIG_DIR
   expect_file "$unit"
   expect_line "$unit" "ExecStart=$prefix/$bindir/corvane --headless"
   expect_line "$unit" "Restart=on-failure"
+  expect_line "$unit" "RestartPreventExitStatus=2"
   expect_line "$unit" "KillSignal=SIGTERM"
   expect_line "$unit" "TimeoutStopSec=10"
   if [ "$autostart" = 1 ]; then
