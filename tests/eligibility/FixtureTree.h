@@ -12,7 +12,6 @@ namespace corvane::testing {
 
 class FixtureTree : public ScratchFolder {
 public:
-    const std::filesystem::path& root() const { return path(); }
     using ScratchFolder::path;
     std::filesystem::path path(const std::string& relative) const { return path() / relative; }
 

@@ -88,7 +88,7 @@ TEST(IdleTimeChainTest, FirstAnswerInOrderWinsAndLaterSourcesAreNotAsked) {
 
 TEST(SdBusClientTest, DesktopMonitorsAndLogindOnAPrivateBusAndAfterItsLoss) {
     FixtureTree tree;
-    std::optional<testing::PrivateBus> bus(std::in_place, tree.root());
+    std::optional<testing::PrivateBus> bus(std::in_place, tree.path());
     if (bus->address().empty()) GTEST_SKIP() << "dbus-daemon is not installed";
     testing::FakeIdleService service(bus->address());
     ASSERT_TRUE(service.ready());

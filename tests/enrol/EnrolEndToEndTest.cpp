@@ -31,7 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(EnrolEndToEnd, EnrolledWorkerAdvertisesItselfAndReportsFullPerformance) {
-    TempDir home;
+    ScratchFolder home;
     const std::string invitation = "inv-e2e-7781";
     const std::string workerToken = "wt-e2e-dev-token";
     home.write("audio/shard.wav", std::string(64 * 1024, '\x11'));

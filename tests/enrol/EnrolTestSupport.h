@@ -14,8 +14,6 @@
 
 namespace corvane::testing {
 
-using TempDir = ScratchFolder;
-
 // Answers with a scripted response or error, and remembers each call.
 class FakeRegistration final : public CoordinatorRegistering {
 public:

@@ -17,7 +17,7 @@ constexpr const char* kSecret = "inv-s3cr3t-ab12";
 
 class Enroll : public ::testing::Test {
 protected:
-    TempDir home;
+    ScratchFolder home;
     std::shared_ptr<FakeRegistration> registration = std::make_shared<FakeRegistration>();
     std::shared_ptr<FakeCredentialStore> credentials = std::make_shared<FakeCredentialStore>();
     std::filesystem::path configPath = home.path() / ".varnix-compute" / "config.yaml";
@@ -138,7 +138,7 @@ TEST_F(Enroll, EveryFailedRegistrationLeavesTheMachineUnenrolled) {
 
 // Sign-out takes the enrolment away for good, on disk too, and never from under a running worker.
 TEST(SignOut, RemovesTheEnrolmentOnceAndNeverUnderARunningWorker) {
-    TempDir home;
+    ScratchFolder home;
     const auto credentials = home.path() / "credentials";
     auto keychain = std::make_shared<KeychainStore>(std::make_shared<FileCredentialBackend>(credentials));
     home.write(".varnix-compute/config.yaml", "coordinator_url: \"http://coord.test\"\nworker_id: \"wk_1\"\n");

@@ -9,7 +9,7 @@ namespace {
 
 class Onboarding : public ::testing::Test {
 protected:
-    TempDir home;
+    ScratchFolder home;
     FakeClock clock;
     std::shared_ptr<FakeRegistration> registration = std::make_shared<FakeRegistration>();
     std::shared_ptr<FakeCredentialStore> credentials = std::make_shared<FakeCredentialStore>();

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 class ProcFixture : public ::testing::Test {
 protected:
-    TempDir dir;
+    ScratchFolder dir;
     FakeClock clock;
     fs::path proc = dir.path() / "proc";
     fs::path runtime = dir.path() / "data" / "VarnixCompute" / "runtime";

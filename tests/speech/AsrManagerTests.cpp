@@ -76,7 +76,7 @@ class AsrManagerTest : public ::testing::Test {
         return sorted;
     }
 
-    testing::TemporaryDirectory dir;
+    testing::ScratchFolder dir;
     AsrModels models;
     corvane::testing::FakeClock clock;
     std::mutex mutex;

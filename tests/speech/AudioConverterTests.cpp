@@ -52,7 +52,7 @@ float meanOf(const std::vector<float>& samples, std::size_t from, std::size_t to
 }
 
 TEST(AudioConverterTest, FilesOfOtherRatesAndChannelsBecomeMono16kThatTheManagerTranscribes) {
-    testing::TemporaryDirectory dir;
+    testing::ScratchFolder dir;
     // Two seconds at 44.1 kHz stereo, silent but for 0.8 s to 1.2 s where left 0.04 and right
     // 0.02 average to 0.03: code 30 on frames 10 to 14, which the joint reads as "word" once.
     writeWav(dir.path() / "speech.wav", 44100, 2, 88200, [](int f, int c) {

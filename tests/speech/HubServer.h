@@ -70,7 +70,7 @@ class HubServer {
 // A hub serving dir/hub and a downloader pointed at it; `environment` is what it reads.
 class HubTest : public ::testing::Test {
   protected:
-    TemporaryDirectory dir;
+    ScratchFolder dir;
     HubServer hub{dir.path() / "hub"};
     std::map<std::string, std::string> environment{{"REGISTRY_URL", hub.baseURL()}};
     corvane::http::Session session{DownloadUtils::sessionConfig()};

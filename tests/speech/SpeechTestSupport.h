@@ -1,5 +1,5 @@
 #pragma once
-// Shared fakes of the speech engine's suites: a network made of a lambda, a temporary folder,
+// Shared fakes of the speech engine's suites: a network made of a lambda, the scratch folder,
 // and a scripted model set loaded without the downloader.
 
 #include <filesystem>
@@ -30,8 +30,7 @@ class FunctionModel final : public NeuralModel {
     Run run_;
 };
 
-// A folder of its own for each test, removed afterwards.
-using TemporaryDirectory = corvane::testing::ScratchFolder;
+using corvane::testing::ScratchFolder;
 
 void writeText(const std::filesystem::path& path, const std::string& text);
 
