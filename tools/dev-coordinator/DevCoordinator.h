@@ -79,7 +79,7 @@ class DevCoordinator {
 
     // Payout preferences (PUT "/api/v1/workers/me/payout-prefs"): the accepted pair, a method
     // refused with 400 and "required_setup" until it is set up, and a payout cycle in progress
-    // that refuses every change with 409. See DevCoordinatorPayout.cpp.
+    // that refuses every change with 409. See DevCoordinatorAccount.cpp.
     struct PayoutPrefs {
         std::string method = "ach";
         std::string schedule = "weekly";
