@@ -22,4 +22,14 @@ bool ModelError::isRetryable() const {
     return std::holds_alternative<BackendCrashed>(value_) || std::holds_alternative<Timeout>(value_);
 }
 
+const std::vector<float>& audioSamplesAt16kHz(const ModelInput& input, const std::string& implName) {
+    const auto* audio = std::get_if<ModelInput::Audio>(&input.value);
+    if (!audio) throw ModelError(ModelError::InvalidInput{implName + " requires .audio input"});
+    if (audio->sampleRate != 16000) {
+        throw ModelError(ModelError::InvalidInput{implName + " requires 16 kHz input, got " +
+                                                  std::to_string(audio->sampleRate)});
+    }
+    return audio->pcmBuffer;
+}
+
 }  // namespace corvane

@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "CorvaneApp/coordinator/JobRecords.h"
 #include "CorvaneApp/coordinator/ModelIdentifier.h"
@@ -39,6 +40,10 @@ private:
     Case value_;
     std::string printed_;
 };
+
+// The samples of an audio input at 16 kHz, the one form the speech engines take. Anything else is
+// ModelError::InvalidInput, naming `implName`.
+const std::vector<float>& audioSamplesAt16kHz(const ModelInput& input, const std::string& implName);
 
 class ModelHandler {
 public:

@@ -34,13 +34,7 @@ std::string ParakeetImpl::transcribe(std::span<const float> pcm, std::stop_token
 }
 
 ModelOutput ParakeetImpl::run(const ModelInput& input) {
-    const auto* audio = std::get_if<ModelInput::Audio>(&input.value);
-    if (!audio) throw ModelError(ModelError::InvalidInput{"ParakeetImpl requires .audio input"});
-    if (audio->sampleRate != 16000) {
-        throw ModelError(ModelError::InvalidInput{"ParakeetImpl requires 16 kHz input, got " +
-                                                  std::to_string(audio->sampleRate)});
-    }
-    return ModelOutput{TranscriptResult{transcribe(audio->pcmBuffer), std::nullopt, {}}};
+    return ModelOutput{TranscriptResult{transcribe(audioSamplesAt16kHz(input, "ParakeetImpl")), std::nullopt, {}}};
 }
 
 }  // namespace corvane

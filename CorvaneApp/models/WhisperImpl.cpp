@@ -167,13 +167,7 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
 }
 
 ModelOutput WhisperImpl::run(const ModelInput& input) {
-    const auto* audio = std::get_if<ModelInput::Audio>(&input.value);
-    if (!audio) throw ModelError(ModelError::InvalidInput{"WhisperImpl requires .audio input"});
-    if (audio->sampleRate != 16000) {
-        throw ModelError(ModelError::InvalidInput{"WhisperImpl requires 16 kHz input, got " +
-                                                  std::to_string(audio->sampleRate)});
-    }
-    return ModelOutput{TranscriptResult{transcribe(audio->pcmBuffer), std::nullopt, {}}};
+    return ModelOutput{TranscriptResult{transcribe(audioSamplesAt16kHz(input, "WhisperImpl")), std::nullopt, {}}};
 }
 
 }  // namespace corvane
