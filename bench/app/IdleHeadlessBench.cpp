@@ -3,9 +3,7 @@
 // schedule so it stays paused. Samples the process's RSS every second and its CPU time over the
 // window. Usage: idle_headless_bench [seconds=60]
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +19,7 @@
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/platform/AtomicFile.h"
+#include "tests/support/SpawnInHome.h"
 #include "tests/support/WhisperFixtures.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
 
@@ -68,28 +67,11 @@ double cpuSeconds(pid_t pid) {
     return double(ticks) / double(::sysconf(_SC_CLK_TCK));
 }
 
+// The worker under measurement; stopped as a service manager would stop it.
 class Child {
 public:
-    Child(const fs::path& home, const fs::path& output) {
-        std::vector<std::string> env{"HOME=" + home.string(),
-                                     "XDG_DATA_HOME=" + (home / "data").string(),
-                                     "XDG_CONFIG_HOME=" + (home / "config").string(),
-                                     "XDG_STATE_HOME=" + (home / "state").string(),
-                                     "TMPDIR=" + (home / "tmp").string(),
-                                     "PATH=/usr/bin:/bin"};
-        std::vector<char*> envp;
-        for (auto& entry : env) envp.push_back(entry.data());
-        envp.push_back(nullptr);
-        std::string binary = CORVANE_BINARY, flag = "--headless";
-        char* argv[] = {binary.data(), flag.data(), nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        const int failed = posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, envp.data());
-        posix_spawn_file_actions_destroy(&actions);
-        if (failed) throw std::runtime_error("could not start " + binary);
-    }
+    Child(const fs::path& home, const fs::path& output)
+        : pid_(corvane::testing::SpawnInHome{CORVANE_BINARY, home, {"--headless"}, output, {}, true}()) {}
     ~Child() {
         ::kill(pid_, SIGTERM);
         ::waitpid(pid_, nullptr, 0);
@@ -99,7 +81,7 @@ public:
     pid_t pid() const { return pid_; }
 
 private:
-    pid_t pid_ = -1;
+    pid_t pid_;
 };
 
 }  // namespace

@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +16,7 @@
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/platform/AtomicFile.h"
+#include "tests/support/SpawnInHome.h"
 #include "tests/support/WhisperFixtures.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
 
@@ -100,24 +99,7 @@ protected:
 
     // Runs `corvane <arguments>` in the test's home, its stdout going to `output`.
     pid_t spawn(std::vector<std::string> arguments, const fs::path& output, std::vector<std::string> env = {}) {
-        env.insert(env.end(), {"HOME=" + home.path().string(), "XDG_DATA_HOME=" + (home.path() / "data").string(),
-                               "XDG_CONFIG_HOME=" + (home.path() / "config").string(),
-                               "XDG_STATE_HOME=" + (home.path() / "state").string(),
-                               "TMPDIR=" + (home.path() / "tmp").string(), "PATH=/usr/bin:/bin"});
-        std::vector<char*> envp;
-        for (auto& e : env) envp.push_back(e.data());
-        envp.push_back(nullptr);
-        std::string binary = CORVANE_BINARY;
-        std::vector<char*> argv{binary.data()};
-        for (auto& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        pid_t pid = -1;
-        EXPECT_EQ(posix_spawn(&pid, binary.c_str(), &actions, nullptr, argv.data(), envp.data()), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        return pid;
+        return SpawnInHome{CORVANE_BINARY, home.path(), std::move(arguments), output, std::move(env)}();
     }
 
     // `corvane status` in the test's home: its exit status and what it printed.
