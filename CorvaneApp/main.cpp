@@ -32,7 +32,8 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: corvane [--headless] [--data-mode=real|dummy]\n"
-    "       corvane enroll --coordinator URL [--token-stdin | --token-file FILE] [--schedule WHEN]\n"
+    "       corvane enroll --coordinator URL [--token-stdin | --token-file FILE] [--schedule "
+    "WHEN]\n"
     "       corvane status\n"
     "       corvane signout\n"
     "\n"
@@ -48,7 +49,8 @@ constexpr const char* kUsage =
 // What the running headless worker last published; absent when none is running.
 std::optional<corvane::WorkerStatusRecord> runningWorker() {
     auto record = corvane::readWorkerStatusFile(corvane::workerStatusFilePath());
-    const bool alive = record && (record->pid <= 0 || ::kill(pid_t(record->pid), 0) == 0 || errno == EPERM);
+    const bool alive =
+        record && (record->pid <= 0 || ::kill(pid_t(record->pid), 0) == 0 || errno == EPERM);
     return alive ? record : std::nullopt;
 }
 
@@ -73,7 +75,8 @@ int enroll(const std::vector<std::string>& arguments) {
     sources.version = CORVANE_VERSION;
     const auto facts = corvane::OnboardingMachineFacts::read(corvane::ProcMachineProbe(), sources);
     corvane::EnrollDependencies dependencies;
-    dependencies.registrationClient = std::make_shared<corvane::CoordinatorRegistrationClient>(facts.buildIdentity);
+    dependencies.registrationClient =
+        std::make_shared<corvane::CoordinatorRegistrationClient>(facts.buildIdentity);
     dependencies.credentialStore = corvane::makeSystemCredentialStore();
     dependencies.configPath = corvane::paths::varnixDir() / "config.yaml";
     dependencies.machineFacts = [facts] { return facts; };
@@ -100,8 +103,9 @@ std::optional<std::filesystem::path> desktopBinary() {
     std::error_code error;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) return std::nullopt;
-    for (const auto& candidate : {self.parent_path() / "corvane-desktop",
-                                  self.parent_path() / ".." / "libexec" / "corvane" / "corvane-desktop"}) {
+    for (const auto& candidate :
+         {self.parent_path() / "corvane-desktop",
+          self.parent_path() / ".." / "libexec" / "corvane" / "corvane-desktop"}) {
         if (::access(candidate.c_str(), X_OK) == 0) return candidate;
     }
     return std::nullopt;
@@ -118,7 +122,8 @@ int main(int argc, char** argv) {
     if (!arguments.empty() && arguments.front() == "signout") {
         corvane::SignOutDependencies dependencies;
         dependencies.configPath = corvane::paths::varnixDir() / "config.yaml";
-        dependencies.keychain = std::make_shared<corvane::KeychainStore>(corvane::chooseCredentialBackend());
+        dependencies.keychain =
+            std::make_shared<corvane::KeychainStore>(corvane::chooseCredentialBackend());
         dependencies.runningWorker = []() -> std::optional<long> {
             try {
                 if (auto record = runningWorker()) return record->pid;
@@ -127,15 +132,18 @@ int main(int argc, char** argv) {
             }
             return std::nullopt;
         };
-        return corvane::runSignOutCommand(std::vector<std::string>(arguments.begin() + 1, arguments.end()), std::cout,
-                                          std::cerr, dependencies);
+        return corvane::runSignOutCommand(
+            std::vector<std::string>(arguments.begin() + 1, arguments.end()), std::cout, std::cerr,
+            dependencies);
     }
-    if (!arguments.empty() && (arguments.front() == "--help" || arguments.front() == "-h" || arguments.front() == "help")) {
+    if (!arguments.empty() && (arguments.front() == "--help" || arguments.front() == "-h" ||
+                               arguments.front() == "help")) {
         std::cout << kUsage;
         return 0;
     }
     std::map<std::string, std::string> environment;
-    if (const char* mode = std::getenv("CORVANE_DATA_MODE")) environment["CORVANE_DATA_MODE"] = mode;
+    if (const char* mode = std::getenv("CORVANE_DATA_MODE"))
+        environment["CORVANE_DATA_MODE"] = mode;
     const auto dataMode = corvane::resolveDataMode(arguments, environment, corvane::UserDefaults());
     std::vector<std::string> runArguments;  // without the data-mode switches, read above
     for (const auto& argument : arguments) {
@@ -154,8 +162,8 @@ int main(int argc, char** argv) {
     if (!headless && hasDisplay()) {
         if (const auto desktop = desktopBinary()) {
             ::execv(desktop->c_str(), argv);
-            std::cerr << "corvane: cannot start the desktop application " << desktop->string() << ": "
-                      << std::strerror(errno) << "; running headless\n";
+            std::cerr << "corvane: cannot start the desktop application " << desktop->string()
+                      << ": " << std::strerror(errno) << "; running headless\n";
         } else {
             std::cerr << "corvane: this build has no desktop application; running headless\n";
         }

@@ -54,7 +54,8 @@ AppEnvironment AppEnvironment::system(std::string version) {
     env.credentials = chooseCredentialBackend();
     env.session = std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30});
     env.machine = std::make_shared<ProcMachineProbe>();
-    env.samplerProbes = std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{});
+    env.samplerProbes =
+        std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{});
     // The idle chain keeps per-source state; the worker's thread selection and the settings store
     // may ask from different threads.
     auto chain = std::make_shared<IdleTimeChain>(IdleTimeChain::system());
@@ -69,7 +70,8 @@ AppEnvironment AppEnvironment::system(std::string version) {
     return env;
 }
 
-std::shared_ptr<AppDelegate> AppDelegate::create(Executor& mainSequence, AppEnvironment environment) {
+std::shared_ptr<AppDelegate> AppDelegate::create(Executor& mainSequence,
+                                                 AppEnvironment environment) {
     return std::make_shared<AppDelegate>(mainSequence, std::move(environment));
 }
 
@@ -77,7 +79,8 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
     : main_(mainSequence),
       env_(std::move(environment)),
       gate_(EligibilityGate::create(mainSequence, true)),
-      userDefaults_(env_.dataMode == DataMode::dummy ? UserDefaults() : UserDefaults(env_.userDefaultsFile)),
+      userDefaults_(env_.dataMode == DataMode::dummy ? UserDefaults()
+                                                     : UserDefaults(env_.userDefaultsFile)),
       keychain_(std::make_shared<KeychainStore>(env_.credentials)),
       mirror_(std::make_shared<SettingsMirror>()) {
     configStore_ = std::make_unique<WorkerConfigStore>(
@@ -87,23 +90,29 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
     cacheDependencies.rootDirectory = env_.modelRoot;
     cacheDependencies.session = env_.session;
     modelCache_ = std::make_shared<ModelCache>(std::move(cacheDependencies));
-    parakeetCache_ = std::make_shared<const ParakeetCache>(env_.parakeetDirectory, env_.parakeetRuntime);
+    parakeetCache_ =
+        std::make_shared<const ParakeetCache>(env_.parakeetDirectory, env_.parakeetRuntime);
     stateReader_ = std::make_unique<RuntimeStateReader>(main_, env_.runtimeStatePath);
     refreshMirror();
-    storeSubscription_ = configStore_->observe([this](WorkerConfigStore::Field) { refreshMirror(); });
+    storeSubscription_ =
+        configStore_->observe([this](WorkerConfigStore::Field) { refreshMirror(); });
 }
 
-AppDelegate::~AppDelegate() { terminate(); }
+AppDelegate::~AppDelegate() {
+    terminate();
+}
 
 void AppDelegate::refreshMirror() {
     std::lock_guard lock(mirror_->mutex);
     mirror_->settings = configStore_->settings();
-    mirror_->quantization = WorkerConfigStore::extractTranscribeQuantization(configStore_->currentYAMLForRuntimeReads());
+    mirror_->quantization = WorkerConfigStore::extractTranscribeQuantization(
+        configStore_->currentYAMLForRuntimeReads());
     mirror_->fallbackPercent = configStore_->currentEffectiveResourcePercentFallback();
 }
 
 void AppDelegate::launch() {
-    sampler_ = std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
+    sampler_ =
+        std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
     sampler_->start(2.0);
     stateReader_->startPolling(2.0);
     if (env_.dataMode == DataMode::dummy) return;
@@ -113,16 +122,20 @@ void AppDelegate::launch() {
                                               [store] { return store->inUseCpuCeiling(); },
                                               [store] { return store->inUseRamCeilingGB(); }};
     IdleEligibilityMonitor::Probes probes{
-        [store](Date at) { return IdleEligibilityMonitor::scheduleAllowsClaim(store->scheduleGrid(), at); },
+        [store](Date at) {
+            return IdleEligibilityMonitor::scheduleAllowsClaim(store->scheduleGrid(), at);
+        },
         [idle = env_.secondsSinceLastInput] { return idle().value_or(std::nan("")); },
         env_.isOnACPower,
         systemNow,
     };
-    idleMonitor_ = std::make_unique<IdleEligibilityMonitor>(gate_, main_, std::move(settings), std::move(probes), 5.0);
+    idleMonitor_ = std::make_unique<IdleEligibilityMonitor>(gate_, main_, std::move(settings),
+                                                            std::move(probes), 5.0);
     idleMonitor_->start();
     meetingDetector_ = std::make_unique<MeetingDetector>(
         gate_, main_, [store] { return store->pauseOnMeeting(); }, env_.meetingProbe,
-        [this] { return workerBridge_ && workerBridge_->isRunning(); }, MeetingDetector::Options{5.0, 30.0});
+        [this] { return workerBridge_ && workerBridge_->isRunning(); },
+        MeetingDetector::Options{5.0, 30.0});
     meetingDetector_->start();
 
     if (isWorkerEnrolled()) {
@@ -172,15 +185,19 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
         return;
     }
     if (!http::resolveAbsolutePath(config->coordinatorURL, "/")) {
-        logger()->info("buildAndStartWorkerIfPossible: invalid coordinator URL {}", config->coordinatorURL);
+        logger()->info("buildAndStartWorkerIfPossible: invalid coordinator URL {}",
+                       config->coordinatorURL);
         return;
     }
     auto token = keychain_->pythonWorkerToken(config->coordinatorURL, config->workerID);
     if (!token) {
-        logger()->info("buildAndStartWorkerIfPossible: worker token not yet available for worker_id={}", config->workerID);
+        logger()->info(
+            "buildAndStartWorkerIfPossible: worker token not yet available for worker_id={}",
+            config->workerID);
         return;
     }
-    logger()->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}", config->workerID);
+    logger()->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
+                   config->workerID);
     std::optional<std::string> quantization;
     {
         std::lock_guard lock(mirror_->mutex);
@@ -193,13 +210,21 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     auto box = handlerBox_;
     CapabilityAdvertiser::Providers providers;
     providers.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider(
-        quantization.value_or("4bit"), [cache] { return cache->isCached(whisperModelIdentifier()); });
+        quantization.value_or("4bit"),
+        [cache] { return cache->isCached(whisperModelIdentifier()); });
     // The processor doesn't change under a running worker: read once per worker, not every poll,
     // so a machine of no known tier says so once instead of at each poll.
-    providers.chipTierProvider = [tier = std::string(rawValue(currentChipTier(*machine)))] { return tier; };
-    providers.ramGBProvider = [machine] { return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0)); };
-    providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> { return "corvane/" + version; };
-    providers.installedModelsProvider = [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
+    providers.chipTierProvider = [tier = std::string(rawValue(currentChipTier(*machine)))] {
+        return tier;
+    };
+    providers.ramGBProvider = [machine] {
+        return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0));
+    };
+    providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> {
+        return "corvane/" + version;
+    };
+    providers.installedModelsProvider =
+        [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
         if (auto delegate = self.lock()) return delegate->modelsOnDisk(true);
         return std::nullopt;
     };
@@ -210,7 +235,9 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
 
     auto mirror = mirror_;
     PerformanceMetadataSources metadata;
-    metadata.runtimeEffectivePercent = [path = env_.runtimeStatePath] { return readRuntimeEffectiveResourcePercent(path); };
+    metadata.runtimeEffectivePercent = [path = env_.runtimeStatePath] {
+        return readRuntimeEffectiveResourcePercent(path);
+    };
     metadata.fallbackPercent = [mirror] {
         std::lock_guard lock(mirror->mutex);
         return mirror->fallbackPercent;
@@ -228,23 +255,32 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     metadata.physicalMemoryBytes = [machine] { return machine->physicalMemoryBytes(); };
 
     WorkerController::Dependencies deps;
-    deps.http = std::make_shared<WorkerHTTPClient>(config->coordinatorURL, *token, config->workerID, env_.version, env_.session);
+    deps.http = std::make_shared<WorkerHTTPClient>(config->coordinatorURL, *token, config->workerID,
+                                                   env_.version, env_.session);
     deps.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(providers));
     deps.handlerLookup = [box](const ModelIdentifier&) { return box->current(); };
-    deps.materialiser = [materialiser = std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
-                            const ShardClaim& claim, std::stop_token stop) { return materialiser->materialise(claim, stop); };
+    deps.materialiser = [materialiser =
+                             std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
+                            const ShardClaim& claim, std::stop_token stop) {
+        return materialiser->materialise(claim, stop);
+    };
     deps.isEligible = gate_->isEligibleFunction();
     deps.strategyHolder = std::make_shared<StrategySuggestionHolder>();
     deps.sleepProvider = std::make_shared<TaskSleepProvider>();
     deps.buildIdentity = "corvane/" + env_.version;
     // The sampler keeps its samples under its own lock, so the worker's threads read it directly.
-    deps.resourceAggregator = [sampler = std::weak_ptr<ResourceSampler>(sampler_)](Date since) -> std::optional<ResourceAggregate> {
+    deps.resourceAggregator = [sampler = std::weak_ptr<ResourceSampler>(sampler_)](
+                                  Date since) -> std::optional<ResourceAggregate> {
         if (auto s = sampler.lock()) return s->aggregateSince(since);
         return std::nullopt;
     };
     deps.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
-    deps.handlerLoader = HandlerLoader({box, modelCache_, [machine] { return currentChipTier(*machine); }, whisperOptions(),
-                                        parakeetCache_, {}});
+    deps.handlerLoader = HandlerLoader({box,
+                                        modelCache_,
+                                        [machine] { return currentChipTier(*machine); },
+                                        whisperOptions(),
+                                        parakeetCache_,
+                                        {}});
     workerController_ = WorkerController::create(std::move(deps));
     workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
     observers_.notify();
@@ -257,16 +293,20 @@ WhisperHandler::Options AppDelegate::whisperOptions() const {
     WhisperHandler::Options options;
     options.impl.threadInputs.settings = [mirror] {
         std::lock_guard lock(mirror->mutex);
-        return WhisperThreadInputs::Settings{mirror->settings.idleMinutes, mirror->settings.inUseCpuCeiling,
+        return WhisperThreadInputs::Settings{mirror->settings.idleMinutes,
+                                             mirror->settings.inUseCpuCeiling,
                                              mirror->settings.awayCpuCeiling};
     };
     options.impl.threadInputs.secondsSinceLastInput = env_.secondsSinceLastInput;
-    options.impl.threadInputs.runtimeEffectivePercent = [path = env_.runtimeStatePath]() -> std::optional<std::int64_t> {
+    options.impl.threadInputs.runtimeEffectivePercent =
+        [path = env_.runtimeStatePath]() -> std::optional<std::int64_t> {
         auto percent = readRuntimeEffectiveResourcePercent(path);
         if (!percent) return std::nullopt;
         return static_cast<std::int64_t>(std::llround(*percent));
     };
-    options.impl.threadInputs.activeProcessorCount = [machine] { return static_cast<std::int64_t>(machine->logicalCoreCount()); };
+    options.impl.threadInputs.activeProcessorCount = [machine] {
+        return static_cast<std::int64_t>(machine->logicalCoreCount());
+    };
     return options;
 }
 
@@ -274,7 +314,8 @@ void AppDelegate::restartModelCacheTask() {
     if (!workerBridge_ || terminated_) return;
     auto spec = modelCache_->registry().spec(whisperModelIdentifier());
     if (!spec) {
-        logger()->error("no ModelSpec for {} \u2014 worker cannot start", whisperModelIdentifier().model);
+        logger()->error("no ModelSpec for {} \u2014 worker cannot start",
+                        whisperModelIdentifier().model);
         return;
     }
     modelRetryTimer_.cancel();
@@ -284,19 +325,23 @@ void AppDelegate::restartModelCacheTask() {
     }
     auto machine = env_.machine;
     auto options = whisperOptions();
-    setModelDownloadProgress(ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()), ModelDownloadProgress::Downloading{}});
+    setModelDownloadProgress(ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
+                                                   ModelDownloadProgress::Downloading{}});
 
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Executor& main = main_;
-    modelCacheTask_ = Task::start([weak, &main, cache = modelCache_, spec = *spec, machine, options](std::stop_token stop) {
+    modelCacheTask_ = Task::start([weak, &main, cache = modelCache_, spec = *spec, machine,
+                                   options](std::stop_token stop) {
         auto started = systemNow();
         try {
-            logger()->info("restartModelCacheTask: ensuring cached model {}", spec.identifier.model);
+            logger()->info("restartModelCacheTask: ensuring cached model {}",
+                           spec.identifier.model);
             bool hit = cache->isCached(spec.identifier);
             auto path = cache->ensureCached(spec, stop);
             logger()->info("restartModelCacheTask: model ready at {}", path.string());
             ChipTier tier = currentChipTier(*machine);
-            logger()->info("restartModelCacheTask: initialising WhisperHandler for chip tier {}", rawValue(tier));
+            logger()->info("restartModelCacheTask: initialising WhisperHandler for chip tier {}",
+                           rawValue(tier));
             auto handler = std::make_shared<WhisperHandler>(path.parent_path(), tier, options);
             double seconds = secondsBetween(started, systemNow());
             if (stop.stop_requested()) return;
@@ -313,16 +358,20 @@ void AppDelegate::restartModelCacheTask() {
     });
 }
 
-void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds) {
+void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit,
+                                   double seconds) {
     if (!workerBridge_ || terminated_) return;
     handlerBox_->replace(std::move(handler));
-    logger()->info("restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; starting worker bridge",
-                   hit, seconds);
+    logger()->info(
+        "restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; "
+        "starting worker bridge",
+        hit, seconds);
     modelReady_ = true;
     workerBridge_->recordModelLoaded(hit, seconds);
     workerBridge_->start();
     logger()->info("restartModelCacheTask: worker bridge started");
-    if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName == modelDisplayName(whisperModelIdentifier())) {
+    if (modelDownloadProgress_ &&
+        modelDownloadProgress_->modelDisplayName == modelDisplayName(whisperModelIdentifier())) {
         modelDownloadProgress_.reset();
     }
     observers_.notify();
@@ -331,10 +380,12 @@ void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool h
 void AppDelegate::modelFailedOnMain(std::string description) {
     modelReady_ = false;
     if (env_.modelRetrySeconds > 0 && !terminated_) {
-        modelRetryTimer_ = main_.scheduleOnce(env_.modelRetrySeconds, [this] { requestModelDownloadRetry(); });
+        modelRetryTimer_ =
+            main_.scheduleOnce(env_.modelRetrySeconds, [this] { requestModelDownloadRetry(); });
     }
     modelDownloadProgress_ =
-        ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()), ModelDownloadProgress::Failed{std::move(description)}};
+        ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
+                              ModelDownloadProgress::Failed{std::move(description)}};
     observers_.notify();
 }
 
@@ -354,13 +405,15 @@ void AppDelegate::startParakeetInstallTask() {
         const std::string other = modelDownloadProgress_->modelDisplayName;
         logger()->info("startParakeetInstallTask: blocked \u2014 {} is already downloading", other);
         setModelDownloadProgress(ModelDownloadProgress{
-            parakeet, ModelDownloadProgress::Failed{"Wait for " + other + " to finish downloading, then try again."}});
+            parakeet, ModelDownloadProgress::Failed{"Wait for " + other +
+                                                    " to finish downloading, then try again."}});
         return;
     }
     cancelParakeetInstallTask();
     // The catalogue's size: an estimate fixed here, never read from the server.
     const std::uint64_t total = catalogueEntry(parakeetModelIdentifier())->downloadSizeBytes;
-    setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Downloading{0, total}});
+    setModelDownloadProgress(
+        ModelDownloadProgress{parakeet, ModelDownloadProgress::Downloading{0, total}});
 
     // Reports go through the main sequence and count only while their task is the current one
     // (not cancelled, replaced or torn down since).
@@ -370,35 +423,41 @@ void AppDelegate::startParakeetInstallTask() {
     auto deliver = [weak, &main, generation](std::function<void(AppDelegate&)> apply) {
         main.post([weak, generation, apply = std::move(apply)] {
             auto self = weak.lock();
-            if (self && self->parakeetInstallTask_ && self->parakeetInstallGeneration_ == generation) apply(*self);
+            if (self && self->parakeetInstallTask_ &&
+                self->parakeetInstallGeneration_ == generation)
+                apply(*self);
         });
     };
-    parakeetInstallTask_ = Task::start([deliver, cache = parakeetCache_, parakeet, total](std::stop_token stop) {
-        auto progress = [&](double fraction) {
-            const auto bytes = static_cast<std::uint64_t>(std::clamp(fraction, 0.0, 1.0) * double(total));
-            deliver([parakeet, bytes, total](AppDelegate& delegate) {
-                delegate.setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Downloading{bytes, total}});
-            });
-        };
-        try {
-            logger()->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
-            cache->install(progress, stop);
-            if (stop.stop_requested()) return;
-            logger()->info("startParakeetInstallTask: Parakeet weights ready");
-            deliver([](AppDelegate& delegate) {
-                delegate.parakeetInstallTask_.reset();
-                delegate.modelDownloadProgress_.reset();
-                delegate.observers_.notify();  // the installed set changed too
-            });
-        } catch (const std::exception& error) {
-            if (stop.stop_requested()) return;
-            logger()->error("startParakeetInstallTask failed: {}", error.what());
-            deliver([parakeet, text = std::string(error.what())](AppDelegate& delegate) {
-                delegate.parakeetInstallTask_.reset();
-                delegate.setModelDownloadProgress(ModelDownloadProgress{parakeet, ModelDownloadProgress::Failed{text}});
-            });
-        }
-    });
+    parakeetInstallTask_ =
+        Task::start([deliver, cache = parakeetCache_, parakeet, total](std::stop_token stop) {
+            auto progress = [&](double fraction) {
+                const auto bytes =
+                    static_cast<std::uint64_t>(std::clamp(fraction, 0.0, 1.0) * double(total));
+                deliver([parakeet, bytes, total](AppDelegate& delegate) {
+                    delegate.setModelDownloadProgress(ModelDownloadProgress{
+                        parakeet, ModelDownloadProgress::Downloading{bytes, total}});
+                });
+            };
+            try {
+                logger()->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
+                cache->install(progress, stop);
+                if (stop.stop_requested()) return;
+                logger()->info("startParakeetInstallTask: Parakeet weights ready");
+                deliver([](AppDelegate& delegate) {
+                    delegate.parakeetInstallTask_.reset();
+                    delegate.modelDownloadProgress_.reset();
+                    delegate.observers_.notify();  // the installed set changed too
+                });
+            } catch (const std::exception& error) {
+                if (stop.stop_requested()) return;
+                logger()->error("startParakeetInstallTask failed: {}", error.what());
+                deliver([parakeet, text = std::string(error.what())](AppDelegate& delegate) {
+                    delegate.parakeetInstallTask_.reset();
+                    delegate.setModelDownloadProgress(
+                        ModelDownloadProgress{parakeet, ModelDownloadProgress::Failed{text}});
+                });
+            }
+        });
 }
 
 void AppDelegate::cancelParakeetInstallTask() {
@@ -421,14 +480,16 @@ std::uint64_t AppDelegate::requestModelRemove(const ModelIdentifier& identifier)
     std::uint64_t freed = 0;
     if (identifier == parakeetModelIdentifier()) {
         cancelParakeetInstallTask();
-        if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName == modelDisplayName(identifier)) {
+        if (modelDownloadProgress_ &&
+            modelDownloadProgress_->modelDisplayName == modelDisplayName(identifier)) {
             modelDownloadProgress_.reset();
         }
         const auto& directory = parakeetCache_->directory();
         try {
             freed = directoryBytes(directory);
             parakeetCache_->remove();
-            logger()->info("removeParakeetCache: removed {} bytes at {}", freed, directory.string());
+            logger()->info("removeParakeetCache: removed {} bytes at {}", freed,
+                           directory.string());
         } catch (const std::exception& error) {
             logger()->error("removeParakeetCache failed: {}", error.what());
             freed = 0;

@@ -38,14 +38,14 @@ namespace corvane {
 // Where the program keeps its files and how it reaches the machine; AppEnvironment::system() is
 // the real computer, tests put temp folders and fakes in its place.
 struct AppEnvironment {
-    std::filesystem::path configPath;        // ~/.varnix-compute/config.yaml
-    std::filesystem::path runtimeStatePath;  // ~/.varnix-compute/worker-runtime-state.json
-    std::filesystem::path modelRoot;         // weights, as the model cache lays them out
+    std::filesystem::path configPath;         // ~/.varnix-compute/config.yaml
+    std::filesystem::path runtimeStatePath;   // ~/.varnix-compute/worker-runtime-state.json
+    std::filesystem::path modelRoot;          // weights, as the model cache lays them out
     std::filesystem::path parakeetDirectory;  // Parakeet's model set
     // What runs Parakeet's networks; absent where no runtime can, and then Parakeet is neither
     // advertised nor loaded.
     std::shared_ptr<const ParakeetRuntime> parakeetRuntime;
-    std::filesystem::path tempDirectory;     // downloaded shard audio
+    std::filesystem::path tempDirectory;  // downloaded shard audio
     std::filesystem::path userDefaultsFile;
     std::string version;
     DataMode dataMode = DataMode::real;
@@ -56,14 +56,15 @@ struct AppEnvironment {
     std::function<std::optional<double>()> secondsSinceLastInput;  // absent: no source answered
     std::function<bool()> isOnACPower;
     std::function<MeetingDetector::Snapshot()> meetingProbe;
-    // After a failed model download or load, try again after this many seconds (0: only on request).
+    // After a failed model download or load, try again after this many seconds (0: only on
+    // request).
     double modelRetrySeconds = 0;
 
     static AppEnvironment system(std::string version);
 };
 
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
-public:
+  public:
     static std::shared_ptr<AppDelegate> create(Executor& mainSequence, AppEnvironment environment);
     AppDelegate(Executor& mainSequence, AppEnvironment environment);  // use create()
     ~AppDelegate();
@@ -92,22 +93,28 @@ public:
     const std::shared_ptr<WorkerControllerBridge>& workerBridge() const { return workerBridge_; }
     const AppEnvironment& environment() const { return env_; }
     const RuntimeStateReader& stateReader() const { return *stateReader_; }
-    const std::shared_ptr<ResourceSampler>& sampler() const { return sampler_; }  // null before launch()
+    const std::shared_ptr<ResourceSampler>& sampler() const {
+        return sampler_;
+    }  // null before launch()
     KeychainStore& keychain() { return *keychain_; }
     // The one model download the screens show: the latest to start, fail or finish wins.
-    const std::optional<ModelDownloadProgress>& modelDownloadProgress() const { return modelDownloadProgress_; }
+    const std::optional<ModelDownloadProgress>& modelDownloadProgress() const {
+        return modelDownloadProgress_;
+    }
     // Models whose weights are on disk (Parakeet's even where no runtime can run it).
     std::unordered_set<ModelIdentifier> installedModelIDs() const;
     bool modelReady() const { return modelReady_; }
-    [[nodiscard]] Subscription observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+    [[nodiscard]] Subscription observe(std::function<void()> onChange) {
+        return observers_.subscribe(std::move(onChange));
+    }
 
-private:
+  private:
     // The settings the worker side reads from its own threads, copied on each change.
     struct SettingsMirror {
         std::mutex mutex;
-        WorkerSettings settings;       // guarded by mutex
+        WorkerSettings settings;                  // guarded by mutex
         std::optional<std::string> quantization;  // guarded by mutex
-        int fallbackPercent = 100;     // guarded by mutex
+        int fallbackPercent = 100;                // guarded by mutex
     };
     void refreshMirror();
     // What the weights on disk allow; with `runnableOnly`, Parakeet only where a runtime can run it

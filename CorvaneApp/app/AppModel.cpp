@@ -644,10 +644,11 @@ void AppModel::applyDerivedEarningsSummaryFallback(const std::vector<DailyEarnin
     }
     const double todayValue = today.value_or(0);
     assign(todayEarnings_, std::optional<double>(roundedToCents(todayValue)));
-    assign(deltaVsYesterday_, std::optional<double>(roundedToCents(todayValue - yesterday.value_or(0))));
+    assign(deltaVsYesterday_,
+           std::optional<double>(roundedToCents(todayValue - yesterday.value_or(0))));
     assign(monthEarnings_, std::optional<double>(roundedToCents(month)));
     assign(monthProjection_, std::optional<double>(roundedToCents(month * daysInMonth(refParts) /
-                                                         std::max(refParts.tm_mday, 1))));
+                                                                  std::max(refParts.tm_mday, 1))));
 }
 
 void AppModel::applyEarningsSummary(const EarningsSummary& summary) {

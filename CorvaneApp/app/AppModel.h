@@ -40,7 +40,9 @@ namespace corvane {
 enum class AppPhase { notEnrolled, enrolled };
 
 // Dollar amounts as the screens show and sum them.
-inline double roundedToCents(double usd) { return std::round(usd * 100) / 100; }
+inline double roundedToCents(double usd) {
+    return std::round(usd * 100) / 100;
+}
 
 enum class EarningsRange { day, week, month, quarter, all };
 std::string_view rawValue(EarningsRange range);

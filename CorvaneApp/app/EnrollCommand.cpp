@@ -21,7 +21,8 @@ const char* const kEnrollUsage =
     "\n"
     "  --coordinator URL   the coordinator to register with\n"
     "  --token-stdin       read the invitation (enrolment) token from the first line of standard\n"
-    "                      input, e.g.  corvane enroll --coordinator URL --token-stdin < token.txt\n"
+    "                      input, e.g.  corvane enroll --coordinator URL --token-stdin < "
+    "token.txt\n"
     "  --token-file FILE   read the invitation token from FILE\n"
     "                      Without either, the computer registers without an invitation.\n"
     "                      The token is never accepted as an argument: arguments show in the\n"
@@ -71,14 +72,16 @@ EnrollOptions parse(const std::vector<std::string>& arguments) {
             options.schedule = value();
         } else if (flag == "--token" || flag.starts_with("--token=")) {
             // Deliberately not echoed: the value may be the token itself.
-            throw UsageError("the token is not taken as an argument; use --token-stdin or --token-file");
+            throw UsageError(
+                "the token is not taken as an argument; use --token-stdin or --token-file");
         } else {
             throw UsageError("unknown option " + flag.substr(0, flag.find('=')));
         }
     }
     if (options.help) return options;
     if (!haveURL) throw UsageError("--coordinator URL is required");
-    if (options.tokenFromInput && options.tokenFile) throw UsageError("use either --token-stdin or --token-file");
+    if (options.tokenFromInput && options.tokenFile)
+        throw UsageError("use either --token-stdin or --token-file");
     return options;
 }
 
@@ -96,7 +99,8 @@ std::optional<std::string> readToken(const EnrollOptions& options, std::istream&
     if (options.tokenFromInput) {
         source = "standard input";
         std::string line;
-        if (!std::getline(input, line) && line.empty()) throw std::runtime_error("no invitation token on standard input");
+        if (!std::getline(input, line) && line.empty())
+            throw std::runtime_error("no invitation token on standard input");
         raw = std::move(line);
     } else if (options.tokenFile) {
         source = options.tokenFile->string();
@@ -105,11 +109,14 @@ std::optional<std::string> readToken(const EnrollOptions& options, std::istream&
     } else {
         return std::nullopt;
     }
-    if (raw->size() > kTokenLimit) throw std::runtime_error("the invitation token in " + source + " is too long");
+    if (raw->size() > kTokenLimit)
+        throw std::runtime_error("the invitation token in " + source + " is too long");
     std::string token = trimmedToken(std::move(*raw));
     if (token.empty()) throw std::runtime_error("the invitation token in " + source + " is empty");
     for (unsigned char c : token) {
-        if (c < 0x20 || c == 0x7F) throw std::runtime_error("the invitation token in " + source + " holds control characters");
+        if (c < 0x20 || c == 0x7F)
+            throw std::runtime_error("the invitation token in " + source +
+                                     " holds control characters");
     }
     return token;
 }
@@ -117,11 +124,12 @@ std::optional<std::string> readToken(const EnrollOptions& options, std::istream&
 // "HH:MM" to hour and minute.
 std::optional<std::pair<int, int>> parseClock(std::string_view text) {
     const auto colon = text.find(':');
-    if (colon == std::string_view::npos || text.size() - colon != 3 || colon == 0 || colon > 2) return std::nullopt;
+    if (colon == std::string_view::npos || text.size() - colon != 3 || colon == 0 || colon > 2)
+        return std::nullopt;
     const auto hour = parseDecimalInteger(text.substr(0, colon));
     const auto minute = parseDecimalInteger(text.substr(colon + 1));
-    if (!hour || !minute || *hour < 0 || *hour > 23 || *minute < 0 || *minute > 59 || text[0] == '+' || text[0] == '-' ||
-        text[colon + 1] == '+' || text[colon + 1] == '-') {
+    if (!hour || !minute || *hour < 0 || *hour > 23 || *minute < 0 || *minute > 59 ||
+        text[0] == '+' || text[0] == '-' || text[colon + 1] == '+' || text[colon + 1] == '-') {
         return std::nullopt;
     }
     return std::pair{static_cast<int>(*hour), static_cast<int>(*minute)};
@@ -137,11 +145,16 @@ void applySchedule(const std::string& schedule, OnboardingViewModel& model) {
         return;
     }
     const auto dash = schedule.find('-');
-    const auto start = dash == std::string::npos ? std::nullopt : parseClock(std::string_view(schedule).substr(0, dash));
-    const auto end = dash == std::string::npos ? std::nullopt : parseClock(std::string_view(schedule).substr(dash + 1));
+    const auto start = dash == std::string::npos
+                           ? std::nullopt
+                           : parseClock(std::string_view(schedule).substr(0, dash));
+    const auto end = dash == std::string::npos
+                         ? std::nullopt
+                         : parseClock(std::string_view(schedule).substr(dash + 1));
     if (!start || !end) {
-        throw UsageError("--schedule must be always-on, business-hours or a window such as 22:00-06:00, not \"" +
-                         schedule + "\"");
+        throw UsageError(
+            "--schedule must be always-on, business-hours or a window such as 22:00-06:00, not \"" +
+            schedule + "\"");
     }
     model.updateCustomStart(addSeconds(model.makeTime(start->first), start->second * 60.0));
     model.updateCustomEnd(addSeconds(model.makeTime(end->first), end->second * 60.0));
@@ -149,8 +162,9 @@ void applySchedule(const std::string& schedule, OnboardingViewModel& model) {
 
 }  // namespace
 
-int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& input, std::ostream& output,
-                     std::ostream& errors, const EnrollDependencies& dependencies) {
+int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& input,
+                     std::ostream& output, std::ostream& errors,
+                     const EnrollDependencies& dependencies) {
     EnrollOptions options;
     std::optional<std::string> token;
     std::optional<OnboardingViewModel> model;
@@ -161,8 +175,12 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
             return 0;
         }
         token = readToken(options, input);
-        model.emplace(OnboardingViewModel::Dependencies{dependencies.registrationClient, dependencies.credentialStore,
-                                                        dependencies.configPath, dependencies.machineFacts(), {}, {},
+        model.emplace(OnboardingViewModel::Dependencies{dependencies.registrationClient,
+                                                        dependencies.credentialStore,
+                                                        dependencies.configPath,
+                                                        dependencies.machineFacts(),
+                                                        {},
+                                                        {},
                                                         dependencies.now});
         applySchedule(options.schedule, *model);
     } catch (const UsageError& error) {
@@ -179,8 +197,8 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
         model->setShowAdvancedOptions(true);
         model->setEnrollmentToken(*token);
     }
-    errors << "Registering this computer (" << model->machine().computerName << ") with " << options.coordinatorURL
-           << " ...\n";
+    errors << "Registering this computer (" << model->machine().computerName << ") with "
+           << options.coordinatorURL << " ...\n";
     model->connect();
     if (model->step() != OnboardingStep::configure) {
         const std::string message = model->errorMessage().value_or("registration failed");
@@ -193,7 +211,8 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
     }
     model->saveConfiguration();
     if (model->step() != OnboardingStep::done || !model->summary()) {
-        errors << "corvane enroll: " << model->errorMessage().value_or("saving the enrolment failed") << "\n";
+        errors << "corvane enroll: "
+               << model->errorMessage().value_or("saving the enrolment failed") << "\n";
         return 1;
     }
     errors << "This computer is ready. Worker credential stored; settings written to "

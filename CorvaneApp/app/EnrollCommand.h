@@ -29,7 +29,8 @@ extern const char* const kEnrollUsage;
 // `arguments` are those after "enroll". Returns the exit status: 0 enrolled, 1 enrolment failed,
 // 2 bad arguments. The token is read from `input` or a file, never from the arguments, so that it
 // stays out of the process list and the shell history.
-int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& input, std::ostream& output,
-                     std::ostream& errors, const EnrollDependencies& dependencies);
+int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& input,
+                     std::ostream& output, std::ostream& errors,
+                     const EnrollDependencies& dependencies);
 
 }  // namespace corvane

@@ -9,8 +9,8 @@
 
 #include "CorvaneApp/app/AppSession.h"
 #include "CorvaneApp/config/WorkerConfigWriter.h"
-#include "CorvaneApp/platform/LoopExecutor.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
 #include "CorvaneApp/platform/Paths.h"
 
 namespace corvane {
@@ -27,8 +27,9 @@ sigset_t terminationSignals() {
 // Logs each change of the status words once, and keeps the status file that `corvane status`
 // reads in step with them. The file goes with a clean stop.
 class StatusPublisher {
-public:
-    StatusPublisher(AppSession& session, std::filesystem::path file) : session_(session), file_(std::move(file)) {}
+  public:
+    StatusPublisher(AppSession& session, std::filesystem::path file)
+        : session_(session), file_(std::move(file)) {}
     ~StatusPublisher() {
         std::error_code ignored;
         std::filesystem::remove(file_, ignored);
@@ -49,11 +50,12 @@ public:
         try {
             writeWorkerStatusFile(file_, record);
         } catch (const std::exception& error) {
-            log::get("corvane")->warn("cannot write the status file {}: {}", file_.string(), error.what());
+            log::get("corvane")->warn("cannot write the status file {}: {}", file_.string(),
+                                      error.what());
         }
     }
 
-private:
+  private:
     AppSession& session_;
     std::filesystem::path file_;
     std::optional<WorkerStatusRecord> last_;
@@ -73,7 +75,8 @@ std::jthread quitOnTerminationSignal(LoopExecutor& loop) {
         while (!stop.stop_requested()) {
             int signal = sigtimedwait(&set, nullptr, &tick);
             if (signal == SIGTERM || signal == SIGINT) {
-                log::get("corvane")->info("received {}, stopping", signal == SIGTERM ? "SIGTERM" : "SIGINT");
+                log::get("corvane")->info("received {}, stopping",
+                                          signal == SIGTERM ? "SIGTERM" : "SIGINT");
                 loop.quit();
                 return;
             }
@@ -86,7 +89,8 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
     try {
         log::addFileSink((paths::logDir() / "corvane-app.log").string());
     } catch (const std::exception& error) {
-        err << "corvane: cannot open the log file (" << error.what() << "); logging to stderr only\n";
+        err << "corvane: cannot open the log file (" << error.what()
+            << "); logging to stderr only\n";
     }
     LoopExecutor loop;
     auto environment = AppEnvironment::system(version);

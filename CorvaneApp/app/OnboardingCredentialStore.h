@@ -9,10 +9,11 @@
 namespace corvane {
 
 class OnboardingCredentialStore {
-public:
+  public:
     virtual ~OnboardingCredentialStore() = default;
     // Throws when the token can't be stored.
-    virtual WorkerTokenKeychainRef storeWorkerToken(const std::string& token, const std::string& coordinatorURL,
+    virtual WorkerTokenKeychainRef storeWorkerToken(const std::string& token,
+                                                    const std::string& coordinatorURL,
                                                     const std::string& workerID) = 0;
     // Best effort; never throws.
     virtual void removeWorkerToken(const WorkerTokenKeychainRef& reference) noexcept = 0;

@@ -39,7 +39,8 @@ std::string workerIDForMachine(std::optional<std::string_view> machineID) {
     if (machineID) {
         const std::string id = trimWhitespaceAndNewlines(*machineID);
         // The raw machine id is meant to stay on the machine: only a keyed hash leaves it.
-        if (!id.empty()) return "wk_" + sha256Hex("corvane-worker:" + std::string(id)).substr(0, 16);
+        if (!id.empty())
+            return "wk_" + sha256Hex("corvane-worker:" + std::string(id)).substr(0, 16);
     }
     std::random_device random;
     std::array<unsigned char, 8> bytes{};
@@ -47,7 +48,8 @@ std::string workerIDForMachine(std::optional<std::string_view> machineID) {
     return "wk_" + hex(bytes.data(), bytes.size());
 }
 
-std::string computerNameFrom(std::optional<std::string_view> machineInfo, std::string_view hostName) {
+std::string computerNameFrom(std::optional<std::string_view> machineInfo,
+                             std::string_view hostName) {
     if (machineInfo) {
         std::string_view text = *machineInfo;
         while (!text.empty()) {
@@ -56,14 +58,17 @@ std::string computerNameFrom(std::optional<std::string_view> machineInfo, std::s
             text.remove_prefix(std::min(end + 1, text.size()));
             if (!line.starts_with("PRETTY_HOSTNAME=")) continue;
             std::string value = trimWhitespaceAndNewlines(std::string_view(line).substr(16));
-            if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front()) {
-                value = trimWhitespaceAndNewlines(std::string_view(value).substr(1, value.size() - 2));
+            if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
+                value.back() == value.front()) {
+                value =
+                    trimWhitespaceAndNewlines(std::string_view(value).substr(1, value.size() - 2));
             }
             if (!value.empty()) return value;
         }
     }
     std::string host(trimWhitespaceAndNewlines(hostName));
-    for (auto at = host.find(".local"); at != std::string::npos; at = host.find(".local")) host.erase(at, 6);
+    for (auto at = host.find(".local"); at != std::string::npos; at = host.find(".local"))
+        host.erase(at, 6);
     return host.empty() ? "computer" : host;
 }
 
@@ -74,18 +79,22 @@ std::optional<std::string> chipDescriptionFrom(std::string_view brandString) {
     return chip;
 }
 
-std::optional<std::string> buildIdentityFrom(std::string_view version, std::optional<std::string_view> executableSHA256) {
+std::optional<std::string> buildIdentityFrom(std::string_view version,
+                                             std::optional<std::string_view> executableSHA256) {
     const std::string coarse = trimWhitespaceAndNewlines(version);
-    std::string hash = executableSHA256 ? std::string(executableSHA256->substr(0, 12)) : std::string();
+    std::string hash =
+        executableSHA256 ? std::string(executableSHA256->substr(0, 12)) : std::string();
     if (!coarse.empty()) return hash.empty() ? coarse : coarse + " sha256:" + hash;
     if (!hash.empty()) return "sha256:" + hash;
     return std::nullopt;
 }
 
-OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe, const Sources& sources) {
+OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe,
+                                                    const Sources& sources) {
     OnboardingMachineFacts facts;
     const auto machineID = readFile(sources.machineIDFile);
-    facts.workerID = workerIDForMachine(machineID ? std::optional<std::string_view>(*machineID) : std::nullopt);
+    facts.workerID =
+        workerIDForMachine(machineID ? std::optional<std::string_view>(*machineID) : std::nullopt);
     std::string host;
     if (sources.hostName) {
         host = *sources.hostName;
@@ -94,8 +103,8 @@ OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe, c
         if (::gethostname(buffer, sizeof buffer - 1) == 0) host = buffer;
     }
     const auto machineInfo = readFile(sources.machineInfoFile);
-    facts.computerName =
-        computerNameFrom(machineInfo ? std::optional<std::string_view>(*machineInfo) : std::nullopt, host);
+    facts.computerName = computerNameFrom(
+        machineInfo ? std::optional<std::string_view>(*machineInfo) : std::nullopt, host);
     facts.chipDescription = chipDescriptionFrom(probe.cpuBrandString());
     facts.physicalMemoryBytes = probe.physicalMemoryBytes();
     std::optional<std::string> digest;

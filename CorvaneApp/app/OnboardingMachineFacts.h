@@ -34,10 +34,12 @@ struct OnboardingMachineFacts {
 std::string workerIDForMachine(std::optional<std::string_view> machineID);
 // PRETTY_HOSTNAME of a machine-info text, else the host name without ".local"; "computer" when
 // neither gives anything.
-std::string computerNameFrom(std::optional<std::string_view> machineInfo, std::string_view hostName);
+std::string computerNameFrom(std::optional<std::string_view> machineInfo,
+                             std::string_view hostName);
 // The CPU brand without a leading "Apple "; absent when that leaves nothing.
 std::optional<std::string> chipDescriptionFrom(std::string_view brandString);
 // "<version> sha256:<first 12 hex digits of the executable>", or what of it is known.
-std::optional<std::string> buildIdentityFrom(std::string_view version, std::optional<std::string_view> executableSHA256);
+std::optional<std::string> buildIdentityFrom(std::string_view version,
+                                             std::optional<std::string_view> executableSHA256);
 
 }  // namespace corvane

@@ -10,10 +10,12 @@
 namespace corvane {
 
 class OnboardingSystemCredentialStore final : public OnboardingCredentialStore {
-public:
-    explicit OnboardingSystemCredentialStore(std::shared_ptr<KeychainStore> keychain) : keychain_(std::move(keychain)) {}
+  public:
+    explicit OnboardingSystemCredentialStore(std::shared_ptr<KeychainStore> keychain)
+        : keychain_(std::move(keychain)) {}
 
-    WorkerTokenKeychainRef storeWorkerToken(const std::string& token, const std::string& coordinatorURL,
+    WorkerTokenKeychainRef storeWorkerToken(const std::string& token,
+                                            const std::string& coordinatorURL,
                                             const std::string& workerID) override {
         return keychain_->storePythonWorkerToken(token, coordinatorURL, workerID);
     }
@@ -25,7 +27,7 @@ public:
         }
     }
 
-private:
+  private:
     std::shared_ptr<KeychainStore> keychain_;
 };
 

@@ -15,12 +15,14 @@ const std::shared_ptr<spdlog::logger>& logger() {
 }
 
 constexpr const char* kSaveFailedText =
-    "Corvane could not save your worker credentials locally. Check keyring and home-folder permissions, then try "
+    "Corvane could not save your worker credentials locally. Check keyring and home-folder "
+    "permissions, then try "
     "again.";
 
 }  // namespace
 
-OnboardingViewModel::OnboardingViewModel(Dependencies dependencies) : deps_(std::move(dependencies)) {
+OnboardingViewModel::OnboardingViewModel(Dependencies dependencies)
+    : deps_(std::move(dependencies)) {
     coordinatorURL_ = deps_.defaultCoordinatorURL;
     configuration_.preset = OnboardingSchedulePreset::alwaysOn;
     configuration_.schedule = {false, makeTime(9), makeTime(17)};
@@ -33,7 +35,8 @@ const std::vector<std::string>& OnboardingViewModel::availableHandlers() {
 }
 
 const std::vector<std::string>& OnboardingViewModel::availableModels() {
-    static const std::vector<std::string> models{"whisper-large-v3-turbo-q4", "parakeet-tdt-0.6b-v2"};
+    static const std::vector<std::string> models{"whisper-large-v3-turbo-q4",
+                                                 "parakeet-tdt-0.6b-v2"};
     return models;
 }
 
@@ -43,7 +46,8 @@ void OnboardingViewModel::advance() {
 
 void OnboardingViewModel::goBack() {
     errorMessage_.reset();
-    if (step_ != OnboardingStep::welcome) step_ = static_cast<OnboardingStep>(static_cast<int>(step_) - 1);
+    if (step_ != OnboardingStep::welcome)
+        step_ = static_cast<OnboardingStep>(static_cast<int>(step_) - 1);
 }
 
 WorkerRegistrationRequest OnboardingViewModel::registrationRequest() const {
@@ -66,12 +70,14 @@ void OnboardingViewModel::connect() {
     // A code typed while Advanced is closed is not sent: the owner can't see what would go out.
     std::optional<std::string> token;
     if (showAdvancedOptions_) {
-        if (std::string code = trimWhitespaceAndNewlines(enrollmentToken_); !code.empty()) token = std::move(code);
+        if (std::string code = trimWhitespaceAndNewlines(enrollmentToken_); !code.empty())
+            token = std::move(code);
     }
     const bool sentToken = token.has_value();
     const std::string url = trimWhitespaceAndNewlines(coordinatorURL_);
     try {
-        registrationResponse_ = deps_.registrationClient->registerWorker(url, token, registrationRequest());
+        registrationResponse_ =
+            deps_.registrationClient->registerWorker(url, token, registrationRequest());
         registeredCoordinatorURL_ = url;
         step_ = OnboardingStep::configure;
     } catch (const CoordinatorRegistrationError& error) {
@@ -79,15 +85,20 @@ void OnboardingViewModel::connect() {
         switch (error.kind()) {
             case Kind::invalidInvitation:
                 showAdvancedOptions_ = true;
-                errorMessage_ = "That invitation code wasn't accepted. Check Advanced and try again.";
+                errorMessage_ =
+                    "That invitation code wasn't accepted. Check Advanced and try again.";
                 break;
             case Kind::invitationRequired:
                 showAdvancedOptions_ = true;
-                errorMessage_ = sentToken ? "This invitation code wasn't accepted. Check Advanced and try again."
-                                          : "This installation requires an invitation code. Open Advanced, enter it "
-                                            "there, and try again.";
+                errorMessage_ =
+                    sentToken
+                        ? "This invitation code wasn't accepted. Check Advanced and try again."
+                        : "This installation requires an invitation code. Open Advanced, enter it "
+                          "there, and try again.";
                 break;
-            default: errorMessage_ = error.errorDescription(); break;
+            default:
+                errorMessage_ = error.errorDescription();
+                break;
         }
     } catch (const std::exception& error) {
         errorMessage_ = error.what();
@@ -105,10 +116,11 @@ void OnboardingViewModel::saveConfiguration() {
     const WorkerRegistrationResponse& response = *registrationResponse_;
     std::optional<WorkerTokenKeychainRef> stored;
     try {
-        stored = deps_.credentialStore->storeWorkerToken(response.workerToken, registeredCoordinatorURL_,
-                                                         response.workerID);
+        stored = deps_.credentialStore->storeWorkerToken(
+            response.workerToken, registeredCoordinatorURL_, response.workerID);
         if (deps_.flushPendingSettings) deps_.flushPendingSettings();
-        WorkerConfigWriter writer{registeredCoordinatorURL_, response.workerID, *stored, configuration_, deps_.now};
+        WorkerConfigWriter writer{registeredCoordinatorURL_, response.workerID, *stored,
+                                  configuration_, deps_.now};
         writer.write(deps_.configPath);
     } catch (const std::exception& error) {
         // The texts of these errors name paths, never the token.
@@ -140,14 +152,21 @@ Date OnboardingViewModel::makeTime(int hour) const {
 }
 
 void OnboardingViewModel::applySchedulePreset(OnboardingSchedulePreset preset) {
-    if (configuration_.preset == OnboardingSchedulePreset::custom && preset != OnboardingSchedulePreset::custom) {
+    if (configuration_.preset == OnboardingSchedulePreset::custom &&
+        preset != OnboardingSchedulePreset::custom) {
         lastCustomSchedule_ = configuration_.schedule;
     }
     configuration_.preset = preset;
     switch (preset) {
-        case OnboardingSchedulePreset::alwaysOn: configuration_.schedule = {false, makeTime(9), makeTime(17)}; break;
-        case OnboardingSchedulePreset::businessHours: configuration_.schedule = {true, makeTime(9), makeTime(17)}; break;
-        case OnboardingSchedulePreset::custom: configuration_.schedule = lastCustomSchedule_; break;
+        case OnboardingSchedulePreset::alwaysOn:
+            configuration_.schedule = {false, makeTime(9), makeTime(17)};
+            break;
+        case OnboardingSchedulePreset::businessHours:
+            configuration_.schedule = {true, makeTime(9), makeTime(17)};
+            break;
+        case OnboardingSchedulePreset::custom:
+            configuration_.schedule = lastCustomSchedule_;
+            break;
     }
 }
 

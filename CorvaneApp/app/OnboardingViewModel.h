@@ -31,7 +31,7 @@ struct OnboardingSummary {
 inline constexpr const char* kDefaultCoordinatorURL = "https://coordinator.varnix.dev";
 
 class OnboardingViewModel {
-public:
+  public:
     struct Dependencies {
         std::shared_ptr<CoordinatorRegistering> registrationClient;
         std::shared_ptr<OnboardingCredentialStore> credentialStore;
@@ -83,7 +83,7 @@ public:
 
     WorkerRegistrationRequest registrationRequest() const;
 
-private:
+  private:
     Dependencies deps_;
     OnboardingStep step_ = OnboardingStep::welcome;
     std::string coordinatorURL_;

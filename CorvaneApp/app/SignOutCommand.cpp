@@ -31,13 +31,14 @@ void removeEnrollment(const std::filesystem::path& configPath, KeychainStore& ke
     forget("worker_id");
 }
 
-int runSignOutCommand(const std::vector<std::string>& arguments, std::ostream& output, std::ostream& errors,
-                      const SignOutDependencies& dependencies) {
+int runSignOutCommand(const std::vector<std::string>& arguments, std::ostream& output,
+                      std::ostream& errors, const SignOutDependencies& dependencies) {
     if (!arguments.empty()) {
         const bool help = arguments.front() == "--help" || arguments.front() == "-h";
-        (help ? output : errors) << "usage: corvane signout\n"
-                                    "Ends this computer's enrolment: removes ~/.varnix-compute/config.yaml and the\n"
-                                    "worker credential. Stop a running worker first.\n";
+        (help ? output : errors)
+            << "usage: corvane signout\n"
+               "Ends this computer's enrolment: removes ~/.varnix-compute/config.yaml and the\n"
+               "worker credential. Stop a running worker first.\n";
         return help ? 0 : 2;
     }
     if (const auto pid = dependencies.runningWorker ? dependencies.runningWorker() : std::nullopt) {

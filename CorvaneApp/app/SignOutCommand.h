@@ -28,7 +28,7 @@ struct SignOutDependencies {
 
 // `arguments` are those after "signout". Returns the exit status: 0 signed out, 1 a worker is
 // still running (nothing is removed: its credentials must not vanish under it), 2 bad arguments.
-int runSignOutCommand(const std::vector<std::string>& arguments, std::ostream& output, std::ostream& errors,
-                      const SignOutDependencies& dependencies);
+int runSignOutCommand(const std::vector<std::string>& arguments, std::ostream& output,
+                      std::ostream& errors, const SignOutDependencies& dependencies);
 
 }  // namespace corvane

@@ -18,25 +18,37 @@ struct StatusRow {
 };
 
 constexpr std::array kStatusRows{
-    StatusRow{WorkerStatus::notEnrolled, "notEnrolled", CorvaneColor::bone400, "Not enrolled", "Sign in to start earning"},
-    StatusRow{WorkerStatus::earning, "earning", CorvaneColor::phosphor500, "Earning", "Processing work"},
-    StatusRow{WorkerStatus::idle, "idle", CorvaneColor::signalInfo, "Idle", "Online · waiting for work"},
+    StatusRow{WorkerStatus::notEnrolled, "notEnrolled", CorvaneColor::bone400, "Not enrolled",
+              "Sign in to start earning"},
+    StatusRow{WorkerStatus::earning, "earning", CorvaneColor::phosphor500, "Earning",
+              "Processing work"},
+    StatusRow{WorkerStatus::idle, "idle", CorvaneColor::signalInfo, "Idle",
+              "Online · waiting for work"},
     StatusRow{WorkerStatus::paused, "paused", CorvaneColor::bone400, "Paused", "Paused by you"},
-    StatusRow{WorkerStatus::scheduled, "scheduled", CorvaneColor::signalWarn, "Off-hours", "Outside schedule window"},
-    StatusRow{WorkerStatus::throttled, "throttled", CorvaneColor::signalWarn, "Throttled", "CPU cap reached"},
-    StatusRow{WorkerStatus::offline, "offline", CorvaneColor::signalError, "Offline", "No internet connection"},
-    StatusRow{WorkerStatus::updating, "updating", CorvaneColor::plum500, "Updating", "Installing update"},
+    StatusRow{WorkerStatus::scheduled, "scheduled", CorvaneColor::signalWarn, "Off-hours",
+              "Outside schedule window"},
+    StatusRow{WorkerStatus::throttled, "throttled", CorvaneColor::signalWarn, "Throttled",
+              "CPU cap reached"},
+    StatusRow{WorkerStatus::offline, "offline", CorvaneColor::signalError, "Offline",
+              "No internet connection"},
+    StatusRow{WorkerStatus::updating, "updating", CorvaneColor::plum500, "Updating",
+              "Installing update"},
 };
 
-const StatusRow& rowFor(WorkerStatus status) { return kStatusRows[static_cast<std::size_t>(status)]; }
+const StatusRow& rowFor(WorkerStatus status) {
+    return kStatusRows[static_cast<std::size_t>(status)];
+}
 
 constexpr std::string_view kTooltipPrefix = "Corvane · ";
 constexpr std::string_view kPausedPrefix = "Paused — ";
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 
 std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
     return text;
 }
 
@@ -74,12 +86,13 @@ std::optional<WorkerStatus> statusForStateReason(const std::optional<std::string
     if (oneOf(r, {"eligible", "working", "polling"})) return WorkerStatus::earning;
     if (r == "paused") return WorkerStatus::paused;
     if (oneOf(r, {"waiting_for_schedule", "off_hours", "schedule"})) return WorkerStatus::scheduled;
-    if (oneOf(r, {"waiting_for_ac", "waiting_for_idle", "thermal_throttled", "throttled", "thermal", "ram_gated",
-                  "memory_gated"})) {
+    if (oneOf(r, {"waiting_for_ac", "waiting_for_idle", "thermal_throttled", "throttled", "thermal",
+                  "ram_gated", "memory_gated"})) {
         return WorkerStatus::throttled;
     }
     if (oneOf(r, {"offline", "no_network", "no_token", "auth_issue"})) return WorkerStatus::offline;
-    if (oneOf(r, {"starting", "updating", "model_loading", "missing_model"})) return WorkerStatus::updating;
+    if (oneOf(r, {"starting", "updating", "model_loading", "missing_model"}))
+        return WorkerStatus::updating;
     if (oneOf(r, {"idle", "unknown"})) return WorkerStatus::idle;
     return std::nullopt;
 }
@@ -115,7 +128,8 @@ std::optional<std::string> afterPausedPrefix(std::string_view trimmedSub) {
     return corvaneTrimmed(trimmedSub.substr(kPausedPrefix.size()));
 }
 
-std::optional<std::string> cleanedInlineExplanation(std::string_view label, const std::optional<std::string>& sub) {
+std::optional<std::string> cleanedInlineExplanation(std::string_view label,
+                                                    const std::optional<std::string>& sub) {
     auto trimmedSub = corvaneTrimmed(sub);
     if (!trimmedSub) return std::nullopt;
     auto normalisedSub = lowered(*trimmedSub);
@@ -127,7 +141,9 @@ std::optional<std::string> cleanedInlineExplanation(std::string_view label, cons
 
 }  // namespace
 
-std::string_view rawValue(WorkerStatus status) { return rowFor(status).raw; }
+std::string_view rawValue(WorkerStatus status) {
+    return rowFor(status).raw;
+}
 
 std::optional<WorkerStatus> workerStatusFromRaw(std::string_view raw) {
     for (const auto& row : kStatusRows) {
@@ -136,7 +152,9 @@ std::optional<WorkerStatus> workerStatusFromRaw(std::string_view raw) {
     return std::nullopt;
 }
 
-CorvaneColor glyphColor(WorkerStatus status) { return rowFor(status).color; }
+CorvaneColor glyphColor(WorkerStatus status) {
+    return rowFor(status).color;
+}
 
 std::optional<std::string> corvaneTrimmed(std::string_view text) {
     auto first = std::find_if_not(text.begin(), text.end(), isBlank);
@@ -154,7 +172,8 @@ WorkerStatusPresentation WorkerStatusPresentation::defaultFor(WorkerStatus statu
     return withTooltip(status, std::string(row.label), std::string(row.sub));
 }
 
-UnknownEligibilityReasonReporter::UnknownEligibilityReasonReporter(Warn warn) : warn_(std::move(warn)) {
+UnknownEligibilityReasonReporter::UnknownEligibilityReasonReporter(Warn warn)
+    : warn_(std::move(warn)) {
     if (!warn_) warn_ = [](const std::string& line) { log::get("WorkerStatus")->warn("{}", line); };
 }
 
@@ -166,35 +185,44 @@ void UnknownEligibilityReasonReporter::reportIfNeeded(const std::string& reason)
     warn_("Unknown eligibility reason from daemon: " + reason);
 }
 
-std::optional<WorkerStatusPresentation> presentationForGateReason(const std::optional<std::string>& reason) {
+std::optional<WorkerStatusPresentation> presentationForGateReason(
+    const std::optional<std::string>& reason) {
     auto r = normalised(reason);
     if (!r) return std::nullopt;
     if (*r == "schedule off") {
-        return withTooltip(WorkerStatus::scheduled, "Outside schedule window", "Outside schedule window");
+        return withTooltip(WorkerStatus::scheduled, "Outside schedule window",
+                           "Outside schedule window");
     }
-    if (*r == "on battery") return withTooltip(WorkerStatus::throttled, "Waiting for AC power", "Plug in to start working");
+    if (*r == "on battery")
+        return withTooltip(WorkerStatus::throttled, "Waiting for AC power",
+                           "Plug in to start working");
     if (*r == "waiting for idle") {
-        return withTooltip(WorkerStatus::throttled, "Waiting for idle", "Leave this computer idle to start working");
+        return withTooltip(WorkerStatus::throttled, "Waiting for idle",
+                           "Leave this computer idle to start working");
     }
     if (*r == "ram budget exhausted" || *r == "ram_gated") {
-        return withTooltip(WorkerStatus::throttled, "RAM budget exhausted", "Paused — not enough free memory");
+        return withTooltip(WorkerStatus::throttled, "RAM budget exhausted",
+                           "Paused — not enough free memory");
     }
-    return withTooltip(WorkerStatus::idle, capitalisedWords(*r), std::string(rowFor(WorkerStatus::idle).sub));
+    return withTooltip(WorkerStatus::idle, capitalisedWords(*r),
+                       std::string(rowFor(WorkerStatus::idle).sub));
 }
 
-WorkerStatusPresentation presentationFor(const EligibilityState& state, UnknownEligibilityReasonReporter& reporter) {
+WorkerStatusPresentation presentationFor(const EligibilityState& state,
+                                         UnknownEligibilityReasonReporter& reporter) {
     const auto reason = normalised(state.reason);
     const auto headline = corvaneTrimmed(state.headline);
     const auto detail = corvaneTrimmed(state.detail);
     if (state.isClaimable.value_or(false)) {
-        return withTooltip(WorkerStatus::earning, headline.value_or(defaultLabel(WorkerStatus::earning, reason)),
+        return withTooltip(WorkerStatus::earning,
+                           headline.value_or(defaultLabel(WorkerStatus::earning, reason)),
                            detail.value_or("Processing work"));
     }
     auto status = statusForStateReason(reason);
     if (!status) {
         reporter.reportIfNeeded(*reason);
-        return {WorkerStatus::idle, headline.value_or("Idle"), detail.value_or("Online · waiting for work"),
-                "Corvane · Status: unknown"};
+        return {WorkerStatus::idle, headline.value_or("Idle"),
+                detail.value_or("Online · waiting for work"), "Corvane · Status: unknown"};
     }
     return withTooltip(*status, headline.value_or(defaultLabel(*status, reason)),
                        detail.value_or(std::string(rowFor(*status).sub)));

@@ -15,7 +15,16 @@
 
 namespace corvane {
 
-enum class WorkerStatus { notEnrolled, earning, idle, paused, scheduled, throttled, offline, updating };
+enum class WorkerStatus {
+    notEnrolled,
+    earning,
+    idle,
+    paused,
+    scheduled,
+    throttled,
+    offline,
+    updating
+};
 
 inline constexpr std::array allWorkerStatuses{WorkerStatus::notEnrolled, WorkerStatus::earning,
                                               WorkerStatus::idle,        WorkerStatus::paused,
@@ -47,23 +56,25 @@ struct WorkerStatusPresentation {
 // Remembers which unknown eligibility reasons were reported, so each leaves one warning per
 // process however often the state file repeats it. Safe from any thread.
 class UnknownEligibilityReasonReporter {
-public:
+  public:
     using Warn = std::function<void(const std::string& line)>;
     // `warn` receives "Unknown eligibility reason from daemon: <reason>"; by default a warning in
     // the application log.
     explicit UnknownEligibilityReasonReporter(Warn warn = {});
     void reportIfNeeded(const std::string& reason);
 
-private:
+  private:
     Warn warn_;
     std::mutex mutex_;
     std::set<std::string> reportedReasons_;  // guarded by mutex_
 };
 
 // From a gate reason ("schedule off", "on battery", ...); nothing for an absent or blank reason.
-std::optional<WorkerStatusPresentation> presentationForGateReason(const std::optional<std::string>& reason);
+std::optional<WorkerStatusPresentation> presentationForGateReason(
+    const std::optional<std::string>& reason);
 // From the runtime-state file's eligibility record; unknown reasons go to `reporter`.
-WorkerStatusPresentation presentationFor(const EligibilityState& state, UnknownEligibilityReasonReporter& reporter);
+WorkerStatusPresentation presentationFor(const EligibilityState& state,
+                                         UnknownEligibilityReasonReporter& reporter);
 // A short line for places with little room; nothing when there is nothing to add.
 std::optional<std::string> inlineExplanation(WorkerStatus status, std::string_view label,
                                              const std::optional<std::string>& sub);

@@ -26,8 +26,8 @@ WorkerStatusPresentation WorkerStatusTracker::refresh(const WorkerStatusInputs& 
     }
     if (inputs.modelDownloading) {
         reset();
-        return {WorkerStatus::updating, "Downloading model", "Fetching weights — worker starts after download",
-                "Corvane · Downloading model"};
+        return {WorkerStatus::updating, "Downloading model",
+                "Fetching weights — worker starts after download", "Corvane · Downloading model"};
     }
     if (!inputs.workerRunning) {
         reset();
@@ -60,12 +60,18 @@ WorkerStatusPresentation WorkerStatusTracker::refresh(const WorkerStatusInputs& 
     return P::defaultFor(WorkerStatus::idle);
 }
 
-std::filesystem::path workerStatusFilePath() { return paths::stateHome() / "Corvane" / "status.json"; }
+std::filesystem::path workerStatusFilePath() {
+    return paths::stateHome() / "Corvane" / "status.json";
+}
 
 void writeWorkerStatusFile(const std::filesystem::path& path, const WorkerStatusRecord& record) {
     const auto& p = record.presentation;
-    Json json{{"status", rawValue(p.status)}, {"label", p.label},     {"sub", p.sub},
-              {"tooltip", p.tooltip},         {"updated_at", record.updatedAt}, {"pid", record.pid}};
+    Json json{{"status", rawValue(p.status)},
+              {"label", p.label},
+              {"sub", p.sub},
+              {"tooltip", p.tooltip},
+              {"updated_at", record.updatedAt},
+              {"pid", record.pid}};
     auto optional = [&json](const char* key, const std::optional<std::string>& value) {
         json[key] = value ? Json(*value) : Json(nullptr);
     };
@@ -86,25 +92,31 @@ std::optional<WorkerStatusRecord> readWorkerStatusFile(const std::filesystem::pa
     try {
         Json json = parseJson(*text);
         auto status = workerStatusFromRaw(json::requireString(json, "status"));
-        if (!status) throw std::runtime_error("unknown status " + json::requireString(json, "status"));
+        if (!status)
+            throw std::runtime_error("unknown status " + json::requireString(json, "status"));
         WorkerStatusRecord record;
-        record.presentation = {*status, json::requireString(json, "label"), json::requireString(json, "sub"),
+        record.presentation = {*status, json::requireString(json, "label"),
+                               json::requireString(json, "sub"),
                                json::requireString(json, "tooltip")};
         record.jobID = json::optionalString(json, "job_id");
         record.shardID = json::optionalString(json, "shard_id");
         record.lastError = json::optionalString(json, "last_error");
         record.updatedAt = json::optionalString(json, "updated_at").value_or("");
-        if (const Json* pid = json::member(json, "pid")) record.pid = long(json::asInteger(*pid).value_or(0));
+        if (const Json* pid = json::member(json, "pid"))
+            record.pid = long(json::asInteger(*pid).value_or(0));
         return record;
     } catch (const std::exception& error) {
-        throw std::runtime_error("the status file " + path.string() + " is damaged: " + error.what());
+        throw std::runtime_error("the status file " + path.string() +
+                                 " is damaged: " + error.what());
     }
 }
 
 std::string describe(const WorkerStatusRecord& record) {
     const auto& p = record.presentation;
     std::string text = p.label + " — " + p.sub + "\n";
-    if (record.jobID) text += "job: " + *record.jobID + (record.shardID ? " / shard " + *record.shardID : "") + "\n";
+    if (record.jobID)
+        text +=
+            "job: " + *record.jobID + (record.shardID ? " / shard " + *record.shardID : "") + "\n";
     text += "last error: " + record.lastError.value_or("none") + "\n";
     text += "updated: " + record.updatedAt + " (pid " + std::to_string(record.pid) + ")\n";
     return text;

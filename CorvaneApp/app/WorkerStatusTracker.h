@@ -18,17 +18,18 @@ struct WorkerStatusInputs {
     bool paused = false;            // paused by the owner, or a temporary pause entry of the gate
     bool modelDownloading = false;  // the weights are being fetched or loaded and have not failed
     bool workerRunning = false;
-    bool busy = false;              // a shard is active, or the coordinator reports the worker busy
+    bool busy = false;  // a shard is active, or the coordinator reports the worker busy
     bool gateEligible = true;
     std::optional<std::string> gateReason;
     std::optional<EligibilityState> eligibility;  // from the runtime-state file
 };
 
 class WorkerStatusTracker {
-public:
+  public:
     static constexpr double graceSeconds = 15.0;
 
-    explicit WorkerStatusTracker(UnknownEligibilityReasonReporter& reporter) : reporter_(reporter) {}
+    explicit WorkerStatusTracker(UnknownEligibilityReasonReporter& reporter)
+        : reporter_(reporter) {}
     WorkerStatusPresentation refresh(const WorkerStatusInputs& inputs, Date now);
 
     // Set just after the owner resumes a running worker: the state file may still say "paused"
@@ -41,7 +42,7 @@ public:
         lastObservedBusyAt_.reset();
     }
 
-private:
+  private:
     bool withinGrace(Date now) const;
 
     UnknownEligibilityReasonReporter& reporter_;

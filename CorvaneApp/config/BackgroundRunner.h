@@ -13,27 +13,27 @@ namespace corvane {
 // The handle of one body in flight: cancel() requests a stop through its stop_token. Dropping
 // the handle cancels too.
 class BackgroundJob {
-public:
+  public:
     virtual ~BackgroundJob() = default;
     virtual void cancel() = 0;
 };
 
 class BackgroundRunner {
-public:
+  public:
     virtual ~BackgroundRunner() = default;
     virtual std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) = 0;
 };
 
 // One Task per body; dropping the job cancels and joins it.
 class TaskBackgroundRunner final : public BackgroundRunner {
-public:
+  public:
     std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) override {
         class Job final : public BackgroundJob {
-        public:
+          public:
             explicit Job(TaskHandle task) : task_(std::move(task)) {}
             void cancel() override { task_->cancel(); }
 
-        private:
+          private:
             TaskHandle task_;
         };
         return std::make_unique<Job>(Task::start(std::move(body)));

@@ -17,9 +17,11 @@ struct Section {
 // The header's inline value holds no block content we could keep: drop it so lines can follow.
 bool inlineValueIsPlaceholder(std::string_view header) {
     auto body = cl::content(header);
-    auto value = cl::trimSpacesAndTabs(cl::cutInlineComment(cl::trimSpacesAndTabs(body.substr(body.find(':') + 1))));
+    auto value = cl::trimSpacesAndTabs(
+        cl::cutInlineComment(cl::trimSpacesAndTabs(body.substr(body.find(':') + 1))));
     if (value.empty() || value == "~" || cl::lowercased(value) == "null") return true;
-    return (value.front() == '{' && value.back() == '}') || (value.front() == '[' && value.back() == ']');
+    return (value.front() == '{' && value.back() == '}') ||
+           (value.front() == '[' && value.back() == ']');
 }
 
 std::optional<Section> findSection(std::vector<std::string>& lines, std::string_view section) {
@@ -69,7 +71,9 @@ size_t gridEnd(const std::vector<std::string>& lines, size_t header, size_t limi
         auto line = cl::content(lines[i]);
         if (line.empty()) continue;
         auto first = line.find_first_not_of(" \t");
-        if (first == std::string_view::npos || static_cast<int>(first) < depth || line[first] != '-') break;
+        if (first == std::string_view::npos || static_cast<int>(first) < depth ||
+            line[first] != '-')
+            break;
         end = i + 1;
     }
     return end;
@@ -124,17 +128,20 @@ void setNestedWeeklyGrid(std::string_view section, std::string_view key, const S
     std::string header = std::string(key) + ":";
     std::optional<size_t> at;
     for (size_t i = found->header + 1; i < found->bodyEnd && !at; ++i) {
-        if (cl::isIndented(lines[i]) && cl::trimSpacesAndTabs(cl::content(lines[i])) == header) at = i;
+        if (cl::isIndented(lines[i]) && cl::trimSpacesAndTabs(cl::content(lines[i])) == header)
+            at = i;
     }
     if (!at) {
         block = withLineEnds(std::move(block), crlf);
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(found->bodyEnd), block.begin(), block.end());
+        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(found->bodyEnd), block.begin(),
+                     block.end());
         return;
     }
     // The replaced lines keep the line end of the old header.
     block = withLineEnds(std::move(block), !lines[*at].empty() && lines[*at].back() == '\r');
     size_t end = gridEnd(lines, *at, found->bodyEnd);
-    lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(*at), lines.begin() + static_cast<std::ptrdiff_t>(end));
+    lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(*at),
+                lines.begin() + static_cast<std::ptrdiff_t>(end));
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*at), block.begin(), block.end());
 }
 

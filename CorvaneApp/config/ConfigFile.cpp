@@ -1,16 +1,18 @@
 #include "CorvaneApp/config/ConfigFile.h"
 
-#include <cerrno>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
+#include <cerrno>
+#include <system_error>
 
 #include "CorvaneApp/platform/AtomicFile.h"
 #include "CorvaneApp/platform/Paths.h"
 
 namespace corvane::configfile {
 
-std::filesystem::path defaultPath() { return paths::varnixDir() / "config.yaml"; }
+std::filesystem::path defaultPath() {
+    return paths::varnixDir() / "config.yaml";
+}
 
 std::optional<std::string> read(const std::filesystem::path& path) {
     std::error_code error;

@@ -59,13 +59,17 @@ bool usesCrlf(const std::vector<std::string>& lines) {
     return !lines.empty() && !lines.front().empty() && lines.front().back() == '\r';
 }
 
-bool isEmpty(std::string_view line) { return content(line).empty(); }
+bool isEmpty(std::string_view line) {
+    return content(line).empty();
+}
 
 bool isIndented(std::string_view line) {
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
 
-bool isComment(std::string_view line) { return !line.empty() && line.front() == '#'; }
+bool isComment(std::string_view line) {
+    return !line.empty() && line.front() == '#';
+}
 
 std::optional<std::string> topLevelKey(std::string_view line) {
     line = content(line);
@@ -87,7 +91,8 @@ bool endsSection(std::string_view line) {
 
 int leadingSpaces(std::string_view line) {
     int count = 0;
-    while (static_cast<size_t>(count) < line.size() && line[static_cast<size_t>(count)] == ' ') ++count;
+    while (static_cast<size_t>(count) < line.size() && line[static_cast<size_t>(count)] == ' ')
+        ++count;
     return count;
 }
 
@@ -111,8 +116,9 @@ bool startsWith(std::string_view text, std::string_view prefix) {
 
 std::string lowercased(std::string_view text) {
     std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c); });
+    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) {
+        return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    });
     return out;
 }
 
@@ -149,7 +155,8 @@ std::optional<bool> toBool(std::string_view text) {
 
 std::optional<double> toNumber(std::string_view text) {
     // from_chars is locale-independent; it refuses a leading '+', which a number may carry.
-    if (text.size() > 1 && text.front() == '+' && text[1] != '-' && text[1] != '+') text.remove_prefix(1);
+    if (text.size() > 1 && text.front() == '+' && text[1] != '-' && text[1] != '+')
+        text.remove_prefix(1);
     if (text.empty()) return std::nullopt;
     double value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

@@ -7,7 +7,9 @@ namespace {
 
 namespace cl = configlines;
 
-std::vector<std::string> linesOf(std::string_view yaml) { return cl::split(cl::splitBom(yaml).body); }
+std::vector<std::string> linesOf(std::string_view yaml) {
+    return cl::split(cl::splitBom(yaml).body);
+}
 
 std::string scalarValue(std::string_view rest) {
     auto value = cl::removeOnePairOfQuotes(cl::trimSpacesAndTabs(rest));
@@ -17,7 +19,8 @@ std::string scalarValue(std::string_view rest) {
 // Calls `visit(index)` for every line inside `section` (entered again at a repeated header);
 // stops early when `visit` returns true.
 template <typename Visit>
-void forEachSectionLine(const std::vector<std::string>& lines, std::string_view section, Visit visit) {
+void forEachSectionLine(const std::vector<std::string>& lines, std::string_view section,
+                        Visit visit) {
     bool inSection = false;
     for (size_t i = 0; i < lines.size(); ++i) {
         const std::string& line = lines[i];
@@ -43,7 +46,8 @@ std::optional<std::vector<bool>> flowRow(std::string_view trimmed) {
     size_t start = 0;
     while (true) {
         size_t comma = inner.find(',', start);
-        auto element = cl::trimSpacesAndTabs(inner.substr(start, comma == std::string_view::npos ? inner.npos : comma - start));
+        auto element = cl::trimSpacesAndTabs(
+            inner.substr(start, comma == std::string_view::npos ? inner.npos : comma - start));
         // Only true and false, in any case: the wider Boolean words of toBool are not taken here.
         auto value = cl::toBool(element);
         if (!value || element.size() < 4) return std::nullopt;
@@ -118,7 +122,8 @@ std::optional<std::vector<std::vector<bool>>> nestedWeeklyGrid(std::string_view 
         while (i + 1 < lines.size()) {
             auto next = cl::content(lines[i + 1]);
             auto nextTrimmed = cl::trimSpacesAndTabs(next);
-            if (next.empty() || indentWidth(next) <= depth || !cl::startsWith(nextTrimmed, "-")) break;
+            if (next.empty() || indentWidth(next) <= depth || !cl::startsWith(nextTrimmed, "-"))
+                break;
             ++i;
             auto value = cl::toBool(cl::trimSpacesAndTabs(nextTrimmed.substr(1)));
             if (!value) readable = false;

@@ -15,7 +15,7 @@ struct CredentialRead {
 };
 
 class CredentialBackend {
-public:
+  public:
     virtual ~CredentialBackend() = default;
 
     // "Secret Service" or the file store's path, for the start-up log.
@@ -23,7 +23,8 @@ public:
 
     virtual CredentialRead read(const std::string& service, const std::string& account) = 0;
     // Updates the one item of this pair or adds it; 0 or an errno-style code.
-    virtual int write(const std::string& service, const std::string& account, const std::string& secret) = 0;
+    virtual int write(const std::string& service, const std::string& account,
+                      const std::string& secret) = 0;
     // Failures, a missing item included, are ignored.
     virtual void remove(const std::string& service, const std::string& account) = 0;
     // Every item of `service`, whatever its account.

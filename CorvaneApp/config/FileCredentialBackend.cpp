@@ -1,8 +1,8 @@
 #include "CorvaneApp/config/FileCredentialBackend.h"
 
+#include <sys/stat.h>
 #include <cstdint>
 #include <string>
-#include <sys/stat.h>
 #include <system_error>
 
 #include <nlohmann/json.hpp>
@@ -16,7 +16,9 @@ namespace {
 
 using nlohmann::json;
 
-auto logger() { return log::get("KeychainStore"); }
+auto logger() {
+    return log::get("KeychainStore");
+}
 
 // The file's items; absent with `status` set when it exists but can't be used. Error texts name
 // the file only: its contents are secrets.
@@ -30,7 +32,8 @@ Items load(const std::filesystem::path& path) {
     if (::stat(path.c_str(), &info) != 0) return {};
     if ((info.st_mode & 077) != 0) {
         // Someone widened the mode; narrow it again before reading secrets out of it.
-        logger()->error("credential file {} was readable by others; restricting it to its owner", path.string());
+        logger()->error("credential file {} was readable by others; restricting it to its owner",
+                        path.string());
         ::chmod(path.c_str(), 0600);
     }
     auto text = readFile(path);
@@ -53,7 +56,8 @@ int save(const std::filesystem::path& path, const json& items) {
         writeFileAtomically(path, document.dump(2) + "\n", 0600);
         return 0;
     } catch (const std::system_error& error) {
-        logger()->error("credential file {} could not be written: {}", path.string(), error.code().message());
+        logger()->error("credential file {} could not be written: {}", path.string(),
+                        error.code().message());
         return error.code().value() ? error.code().value() : EIO;
     } catch (const std::exception&) {
         logger()->error("credential file {} could not be written", path.string());
@@ -68,7 +72,8 @@ std::string toBase64(const std::string& bytes) {
     std::string out;
     size_t i = 0;
     for (; i + 2 < bytes.size(); i += 3) {
-        uint32_t n = (static_cast<unsigned char>(bytes[i]) << 16) | (static_cast<unsigned char>(bytes[i + 1]) << 8) |
+        uint32_t n = (static_cast<unsigned char>(bytes[i]) << 16) |
+                     (static_cast<unsigned char>(bytes[i + 1]) << 8) |
                      static_cast<unsigned char>(bytes[i + 2]);
         for (int shift : {18, 12, 6, 0}) out += kBase64[(n >> shift) & 63];
     }
@@ -116,11 +121,15 @@ bool matches(const json& item, const std::string& service, const std::string* ac
 
 }  // namespace
 
-std::filesystem::path FileCredentialBackend::defaultPath() { return paths::varnixDir() / "credentials"; }
+std::filesystem::path FileCredentialBackend::defaultPath() {
+    return paths::varnixDir() / "credentials";
+}
 
 FileCredentialBackend::FileCredentialBackend(std::filesystem::path path) : path_(std::move(path)) {}
 
-std::string FileCredentialBackend::description() const { return "file " + path_.string() + " (mode 0600)"; }
+std::string FileCredentialBackend::description() const {
+    return "file " + path_.string() + " (mode 0600)";
+}
 
 CredentialRead FileCredentialBackend::read(const std::string& service, const std::string& account) {
     std::lock_guard lock(mutex_);
@@ -136,7 +145,8 @@ CredentialRead FileCredentialBackend::read(const std::string& service, const std
     return {ENOENT, std::nullopt};
 }
 
-int FileCredentialBackend::write(const std::string& service, const std::string& account, const std::string& secret) {
+int FileCredentialBackend::write(const std::string& service, const std::string& account,
+                                 const std::string& secret) {
     std::lock_guard lock(mutex_);
     auto items = load(path_);
     if (items.status == EBADMSG) {
@@ -160,7 +170,9 @@ int FileCredentialBackend::write(const std::string& service, const std::string& 
         }
         updated.push_back(item);
     }
-    if (!replaced) updated.push_back({{"service", service}, {"account", account}, {"secret", toBase64(secret)}});
+    if (!replaced)
+        updated.push_back(
+            {{"service", service}, {"account", account}, {"secret", toBase64(secret)}});
     return save(path_, updated);
 }
 

@@ -10,7 +10,7 @@
 namespace corvane {
 
 class FileCredentialBackend final : public CredentialBackend {
-public:
+  public:
     // ~/.varnix-compute/credentials
     static std::filesystem::path defaultPath();
 
@@ -18,12 +18,13 @@ public:
 
     std::string description() const override;
     CredentialRead read(const std::string& service, const std::string& account) override;
-    int write(const std::string& service, const std::string& account, const std::string& secret) override;
+    int write(const std::string& service, const std::string& account,
+              const std::string& secret) override;
     void remove(const std::string& service, const std::string& account) override;
     void removeAllOfService(const std::string& service) override;
     int itemCount(const std::string& service, const std::string& account) override;
 
-private:
+  private:
     const std::filesystem::path path_;
     // Serialises read-modify-write within the process; the rename keeps other readers whole.
     std::mutex mutex_;

@@ -11,7 +11,9 @@
 namespace corvane {
 namespace {
 
-auto logger() { return log::get("KeychainStore"); }
+auto logger() {
+    return log::get("KeychainStore");
+}
 
 bool isValidUTF8(std::string_view text) {
     static constexpr uint32_t kMinimum[] = {0, 0x80, 0x800, 0x10000};
@@ -38,7 +40,8 @@ bool isValidUTF8(std::string_view text) {
             code = (code << 6) | (next & 0x3Fu);
         }
         // Overlong forms, surrogates and values past the last code point.
-        if (code < kMinimum[extra] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF) return false;
+        if (code < kMinimum[extra] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF)
+            return false;
         i += extra + 1;
     }
     return true;
@@ -53,18 +56,22 @@ struct HostPort {
 // absent for anything else, including texts with blanks or a port that isn't a number.
 std::optional<HostPort> hostAndPort(std::string_view url) {
     for (char c : url) {
-        if (std::isspace(static_cast<unsigned char>(c)) || std::iscntrl(static_cast<unsigned char>(c))) return std::nullopt;
+        if (std::isspace(static_cast<unsigned char>(c)) ||
+            std::iscntrl(static_cast<unsigned char>(c)))
+            return std::nullopt;
     }
     size_t separator = url.find("://");
     if (separator == std::string_view::npos || separator == 0) return std::nullopt;
     auto scheme = url.substr(0, separator);
     if (!std::isalpha(static_cast<unsigned char>(scheme.front()))) return std::nullopt;
     for (char c : scheme) {
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.') return std::nullopt;
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.')
+            return std::nullopt;
     }
     auto authority = url.substr(separator + 3);
     authority = authority.substr(0, authority.find_first_of("/?#"));
-    if (auto at = authority.rfind('@'); at != std::string_view::npos) authority.remove_prefix(at + 1);
+    if (auto at = authority.rfind('@'); at != std::string_view::npos)
+        authority.remove_prefix(at + 1);
 
     HostPort result;
     std::string_view rest;
@@ -101,9 +108,11 @@ bool displayAvailable() {
 }  // namespace
 
 KeychainWriteError::KeychainWriteError(int status)
-    : std::runtime_error("Keyring write failed (OSStatus " + std::to_string(status) + ")"), status_(status) {}
+    : std::runtime_error("Keyring write failed (OSStatus " + std::to_string(status) + ")"),
+      status_(status) {}
 
-KeychainStore::KeychainStore(std::shared_ptr<CredentialBackend> backend) : backend_(std::move(backend)) {}
+KeychainStore::KeychainStore(std::shared_ptr<CredentialBackend> backend)
+    : backend_(std::move(backend)) {}
 
 std::string KeychainStore::pythonServiceName(std::string_view coordinatorURL) {
     auto parts = hostAndPort(coordinatorURL);
@@ -125,7 +134,8 @@ std::optional<std::string> KeychainStore::pythonWorkerToken(std::string_view coo
     auto key = cacheKey(service, workerID);
     {
         std::lock_guard lock(cacheLock_);
-        if (auto it = pythonWorkerTokenCache_.find(key); it != pythonWorkerTokenCache_.end()) return it->second;
+        if (auto it = pythonWorkerTokenCache_.find(key); it != pythonWorkerTokenCache_.end())
+            return it->second;
     }
     // Outside the lock: two concurrent misses may both read, and store the same value.
     auto token = read(service, workerID);
@@ -136,7 +146,8 @@ std::optional<std::string> KeychainStore::pythonWorkerToken(std::string_view coo
     return token;
 }
 
-WorkerTokenKeychainRef KeychainStore::storePythonWorkerToken(const std::string& token, std::string_view coordinatorURL,
+WorkerTokenKeychainRef KeychainStore::storePythonWorkerToken(const std::string& token,
+                                                             std::string_view coordinatorURL,
                                                              std::string_view workerID) {
     auto service = pythonServiceName(coordinatorURL);
     write(service, workerID, token);
@@ -156,24 +167,29 @@ std::optional<std::string> KeychainStore::read(std::string_view account) {
 std::optional<std::string> KeychainStore::read(std::string_view service, std::string_view account) {
     auto result = backend_->read(std::string(service), std::string(account));
     if (result.status != 0 || !result.data) {
-        logger()->info("Keychain read miss/failure for service={} account={} status={}", service, account,
-                       result.status);
+        logger()->info("Keychain read miss/failure for service={} account={} status={}", service,
+                       account, result.status);
         return std::nullopt;
     }
     if (!isValidUTF8(*result.data)) {
-        logger()->error("Keychain read returned undecodable data for service={} account={}", service, account);
+        logger()->error("Keychain read returned undecodable data for service={} account={}",
+                        service, account);
         return std::nullopt;
     }
     return result.data;
 }
 
-void KeychainStore::write(std::string_view service, std::string_view account, const std::string& value) {
-    if (int status = backend_->write(std::string(service), std::string(account), value); status != 0) {
+void KeychainStore::write(std::string_view service, std::string_view account,
+                          const std::string& value) {
+    if (int status = backend_->write(std::string(service), std::string(account), value);
+        status != 0) {
         throw KeychainWriteError(status);
     }
 }
 
-void KeychainStore::deleteItem(std::string_view account) { deleteItem(legacyService, account); }
+void KeychainStore::deleteItem(std::string_view account) {
+    deleteItem(legacyService, account);
+}
 
 void KeychainStore::deleteItem(std::string_view service, std::string_view account) {
     backend_->remove(std::string(service), std::string(account));

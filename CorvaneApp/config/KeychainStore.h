@@ -18,16 +18,16 @@ namespace corvane {
 
 // A failed keyring write; its text carries the status, never the secret.
 class KeychainWriteError : public std::runtime_error {
-public:
+  public:
     explicit KeychainWriteError(int status);
     int status() const { return status_; }
 
-private:
+  private:
     int status_;
 };
 
 class KeychainStore {
-public:
+  public:
     static constexpr std::string_view legacyService = "varnix-compute";
 
     explicit KeychainStore(std::shared_ptr<CredentialBackend> backend);
@@ -37,9 +37,11 @@ public:
     static std::string pythonServiceName(std::string_view coordinatorURL);
 
     // The token, from the cache when it was read or stored before; misses aren't cached.
-    std::optional<std::string> pythonWorkerToken(std::string_view coordinatorURL, std::string_view workerID);
+    std::optional<std::string> pythonWorkerToken(std::string_view coordinatorURL,
+                                                 std::string_view workerID);
     // Writes the token, then caches it. Throws KeychainWriteError; the cache is then unchanged.
-    WorkerTokenKeychainRef storePythonWorkerToken(const std::string& token, std::string_view coordinatorURL,
+    WorkerTokenKeychainRef storePythonWorkerToken(const std::string& token,
+                                                  std::string_view coordinatorURL,
                                                   std::string_view workerID);
 
     // An item of the legacy service; not cached, not logged.
@@ -58,7 +60,7 @@ public:
 
     const CredentialBackend& backend() const { return *backend_; }
 
-private:
+  private:
     static std::string cacheKey(std::string_view service, std::string_view account);
 
     const std::shared_ptr<CredentialBackend> backend_;

@@ -4,9 +4,12 @@ namespace corvane {
 
 std::string_view rawValue(OnboardingSchedulePreset preset) {
     switch (preset) {
-        case OnboardingSchedulePreset::alwaysOn: return "alwaysOn";
-        case OnboardingSchedulePreset::businessHours: return "businessHours";
-        case OnboardingSchedulePreset::custom: return "custom";
+        case OnboardingSchedulePreset::alwaysOn:
+            return "alwaysOn";
+        case OnboardingSchedulePreset::businessHours:
+            return "businessHours";
+        case OnboardingSchedulePreset::custom:
+            return "custom";
     }
     return "custom";
 }

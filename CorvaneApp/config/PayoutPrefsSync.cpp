@@ -7,7 +7,8 @@ std::string describe(PayoutPrefsSyncError::Kind kind, const std::string& require
                      const std::optional<std::string>& detail) {
     switch (kind) {
         case PayoutPrefsSyncError::Kind::setupRequired:
-            return "payout method needs setup: " + requiredSetup + (detail ? " (" + *detail + ")" : "");
+            return "payout method needs setup: " + requiredSetup +
+                   (detail ? " (" + *detail + ")" : "");
         case PayoutPrefsSyncError::Kind::payoutCycleConflict:
             return "payout cycle conflict" + (detail ? ": " + *detail : std::string());
         case PayoutPrefsSyncError::Kind::missingCredentials:
@@ -18,13 +19,15 @@ std::string describe(PayoutPrefsSyncError::Kind kind, const std::string& require
 
 }  // namespace
 
-PayoutPrefsSyncError::PayoutPrefsSyncError(Kind kind, std::string requiredSetup, std::optional<std::string> detail)
+PayoutPrefsSyncError::PayoutPrefsSyncError(Kind kind, std::string requiredSetup,
+                                           std::optional<std::string> detail)
     : std::runtime_error(describe(kind, requiredSetup, detail)),
       kind_(kind),
       requiredSetup_(std::move(requiredSetup)),
       detail_(std::move(detail)) {}
 
-PayoutPrefsSyncError PayoutPrefsSyncError::setupRequired(std::string requiredSetup, std::optional<std::string> detail) {
+PayoutPrefsSyncError PayoutPrefsSyncError::setupRequired(std::string requiredSetup,
+                                                         std::optional<std::string> detail) {
     return {Kind::setupRequired, std::move(requiredSetup), std::move(detail)};
 }
 
@@ -32,6 +35,8 @@ PayoutPrefsSyncError PayoutPrefsSyncError::payoutCycleConflict(std::optional<std
     return {Kind::payoutCycleConflict, {}, std::move(detail)};
 }
 
-PayoutPrefsSyncError PayoutPrefsSyncError::missingCredentials() { return {Kind::missingCredentials, {}, {}}; }
+PayoutPrefsSyncError PayoutPrefsSyncError::missingCredentials() {
+    return {Kind::missingCredentials, {}, {}};
+}
 
 }  // namespace corvane

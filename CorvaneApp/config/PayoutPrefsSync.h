@@ -26,10 +26,11 @@ struct QueuedPayoutPrefsSync {
 
 // How the coordinator refused a payout change, or why it couldn't be asked.
 class PayoutPrefsSyncError : public std::runtime_error {
-public:
+  public:
     enum class Kind { setupRequired, payoutCycleConflict, missingCredentials };
 
-    static PayoutPrefsSyncError setupRequired(std::string requiredSetup, std::optional<std::string> detail = {});
+    static PayoutPrefsSyncError setupRequired(std::string requiredSetup,
+                                              std::optional<std::string> detail = {});
     static PayoutPrefsSyncError payoutCycleConflict(std::optional<std::string> detail = {});
     static PayoutPrefsSyncError missingCredentials();
 
@@ -38,7 +39,7 @@ public:
     const std::string& requiredSetup() const { return requiredSetup_; }
     const std::optional<std::string>& detail() const { return detail_; }
 
-private:
+  private:
     PayoutPrefsSyncError(Kind kind, std::string requiredSetup, std::optional<std::string> detail);
 
     Kind kind_;

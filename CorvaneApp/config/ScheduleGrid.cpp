@@ -17,7 +17,9 @@ bool ScheduleGrid::recommendedValue(int day, int hour) {
     return !(weekday && workingHour);
 }
 
-ScheduleGrid ScheduleGrid::recommended() { return normalize({}); }
+ScheduleGrid ScheduleGrid::recommended() {
+    return normalize({});
+}
 
 ScheduleGrid ScheduleGrid::normalize(const std::vector<std::vector<bool>>& rows) {
     ScheduleGrid grid;

@@ -9,7 +9,7 @@
 namespace corvane {
 
 class SecretServiceBackend final : public CredentialBackend {
-public:
+  public:
     struct Probe {
         bool usable = false;
         std::string reason;
@@ -21,7 +21,8 @@ public:
 
     std::string description() const override { return "Secret Service"; }
     CredentialRead read(const std::string& service, const std::string& account) override;
-    int write(const std::string& service, const std::string& account, const std::string& secret) override;
+    int write(const std::string& service, const std::string& account,
+              const std::string& secret) override;
     void remove(const std::string& service, const std::string& account) override;
     void removeAllOfService(const std::string& service) override;
     int itemCount(const std::string& service, const std::string& account) override;

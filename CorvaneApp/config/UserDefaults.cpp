@@ -9,7 +9,9 @@
 namespace corvane {
 namespace {
 
-auto logger() { return log::get("UserDefaults"); }
+auto logger() {
+    return log::get("UserDefaults");
+}
 
 }  // namespace
 
@@ -26,11 +28,14 @@ UserDefaults::UserDefaults(std::filesystem::path file) : file_(std::move(file)) 
     auto aside = file_->string() + ".corrupt";
     std::error_code error;
     std::filesystem::rename(*file_, aside, error);
-    logger()->error("{} is not a JSON object; moved it to {} and started with no preferences", file_->string(),
+    logger()->error("{} is not a JSON object; moved it to {} and started with no preferences",
+                    file_->string(),
                     error ? std::string("(move failed: ") + error.message() + ")" : aside);
 }
 
-std::filesystem::path UserDefaults::defaultFile() { return paths::appConfigDir() / "user-defaults.json"; }
+std::filesystem::path UserDefaults::defaultFile() {
+    return paths::appConfigDir() / "user-defaults.json";
+}
 
 std::optional<nlohmann::json> UserDefaults::valueOf(std::string_view key) const {
     std::lock_guard lock(mutex_);
@@ -66,7 +71,9 @@ std::optional<std::int64_t> UserDefaults::integer(std::string_view key) const {
     return static_cast<std::int64_t>(number);
 }
 
-bool UserDefaults::contains(std::string_view key) const { return valueOf(key).has_value(); }
+bool UserDefaults::contains(std::string_view key) const {
+    return valueOf(key).has_value();
+}
 
 std::vector<std::string> UserDefaults::keys() const {
     std::lock_guard lock(mutex_);
@@ -75,8 +82,12 @@ std::vector<std::string> UserDefaults::keys() const {
     return names;
 }
 
-void UserDefaults::setString(std::string_view key, std::string value) { set(key, std::move(value)); }
-void UserDefaults::setBool(std::string_view key, bool value) { set(key, value); }
+void UserDefaults::setString(std::string_view key, std::string value) {
+    set(key, std::move(value));
+}
+void UserDefaults::setBool(std::string_view key, bool value) {
+    set(key, value);
+}
 void UserDefaults::setNumber(std::string_view key, double value) {
     // JSON has no infinity or NaN; such a value is no preference worth keeping.
     if (!std::isfinite(value)) {
@@ -85,7 +96,9 @@ void UserDefaults::setNumber(std::string_view key, double value) {
     }
     set(key, value);
 }
-void UserDefaults::setInteger(std::string_view key, std::int64_t value) { set(key, value); }
+void UserDefaults::setInteger(std::string_view key, std::int64_t value) {
+    set(key, value);
+}
 
 void UserDefaults::set(std::string_view key, nlohmann::json value) {
     std::lock_guard lock(mutex_);
@@ -109,8 +122,9 @@ void UserDefaults::persistLocked() {
     try {
         std::filesystem::create_directories(file_->parent_path());
         // Replace invalid UTF-8 in strings instead of failing the whole file.
-        writeFileAtomically(*file_, values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
-                            0600);
+        writeFileAtomically(
+            *file_, values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
+            0600);
         lastWriteSucceeded_ = true;
     } catch (const std::exception& error) {
         lastWriteSucceeded_ = false;

@@ -16,7 +16,7 @@
 namespace corvane {
 
 class UserDefaults {
-public:
+  public:
     // Kept in memory only.
     UserDefaults();
     // Backed by `file`, read now. A file that isn't a JSON object is moved aside to
@@ -45,7 +45,7 @@ public:
     // Whether the last write reached the disk (always true in memory).
     bool lastWriteSucceeded() const;
 
-private:
+  private:
     void set(std::string_view key, nlohmann::json value);
     void persistLocked();  // requires mutex_
     std::optional<nlohmann::json> valueOf(std::string_view key) const;
@@ -53,7 +53,7 @@ private:
     const std::optional<std::filesystem::path> file_;
     mutable std::mutex mutex_;
     nlohmann::json values_ = nlohmann::json::object();  // guarded by mutex_
-    bool lastWriteSucceeded_ = true;                      // guarded by mutex_
+    bool lastWriteSucceeded_ = true;                    // guarded by mutex_
 };
 
 }  // namespace corvane

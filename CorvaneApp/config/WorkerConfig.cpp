@@ -17,10 +17,12 @@ std::optional<WorkerConfig> WorkerConfig::parse(std::string_view yaml) {
     auto workerID = extractTopLevelString("worker_id", yaml);
     auto coordinatorURL = extractTopLevelString("coordinator_url", yaml);
     if (!workerID || !coordinatorURL) return std::nullopt;
-    return WorkerConfig{*coordinatorURL, *workerID, extractTopLevelString("onboarding_completed_at", yaml)};
+    return WorkerConfig{*coordinatorURL, *workerID,
+                        extractTopLevelString("onboarding_completed_at", yaml)};
 }
 
-std::optional<std::string> WorkerConfig::extractTopLevelString(std::string_view key, std::string_view yaml) {
+std::optional<std::string> WorkerConfig::extractTopLevelString(std::string_view key,
+                                                               std::string_view yaml) {
     for (const auto& line : cl::split(cl::splitBom(yaml).body)) {
         if (!cl::isTopLevelLineWithKey(line, key)) continue;
         auto body = cl::content(line);

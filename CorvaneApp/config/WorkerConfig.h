@@ -20,7 +20,8 @@ struct WorkerConfig {
 
     // A top-level value with its comment cut at the first "#" (no blank needed), then one pair
     // of quotes removed; empty counts as absent.
-    static std::optional<std::string> extractTopLevelString(std::string_view key, std::string_view yaml);
+    static std::optional<std::string> extractTopLevelString(std::string_view key,
+                                                            std::string_view yaml);
 
     friend bool operator==(const WorkerConfig&, const WorkerConfig&) = default;
 };

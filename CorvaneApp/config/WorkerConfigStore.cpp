@@ -17,19 +17,22 @@ namespace cl = configlines;
 
 namespace {
 
-auto logger() { return log::get("WorkerConfigStore"); }
+auto logger() {
+    return log::get("WorkerConfigStore");
+}
 
 // A number read from the file: kept only when it converts and lies in range.
-void readNumber(std::string_view section, std::string_view key, std::string_view yaml, SettingRange range,
-                double& slot) {
+void readNumber(std::string_view section, std::string_view key, std::string_view yaml,
+                SettingRange range, double& slot) {
     auto text = configyaml::scalarTop(section, key, yaml);
     if (!text) return;
     auto value = cl::toNumber(*text);
     if (!value) {
-        logger()->error("config.yaml: {}.{} = '{}' is not a number; using the default {}", section, key, *text, slot);
+        logger()->error("config.yaml: {}.{} = '{}' is not a number; using the default {}", section,
+                        key, *text, slot);
     } else if (*value < range.min || *value > range.max) {
-        logger()->error("config.yaml: {}.{} = {} is outside {} to {}; using the default {}", section, key, *text,
-                        range.min, range.max, slot);
+        logger()->error("config.yaml: {}.{} = {} is outside {} to {}; using the default {}",
+                        section, key, *text, range.min, range.max, slot);
     } else {
         slot = *value;
     }
@@ -41,8 +44,8 @@ void readBool(std::string_view section, std::string_view key, std::string_view y
     if (auto value = cl::toBool(*text)) {
         slot = *value;
     } else {
-        logger()->error("config.yaml: {}.{} = '{}' is not true or false; using the default {}", section, key, *text,
-                        slot);
+        logger()->error("config.yaml: {}.{} = '{}' is not true or false; using the default {}",
+                        section, key, *text, slot);
     }
 }
 
@@ -56,26 +59,42 @@ std::string wholeNumber(double value) {
     return std::to_string(static_cast<std::int64_t>(value));
 }
 
-const char* boolText(bool value) { return value ? "true" : "false"; }
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
 
 }  // namespace
 
 std::string_view WorkerConfigStore::fieldName(Field field) {
     switch (field) {
-        case Field::awayCpuCeiling: return "awayCpuCeiling";
-        case Field::awayRamCeilingGB: return "awayRamCeilingGB";
-        case Field::inUseCpuCeiling: return "inUseCpuCeiling";
-        case Field::inUseRamCeilingGB: return "inUseRamCeilingGB";
-        case Field::scheduleGrid: return "scheduleGrid";
-        case Field::idleMinutes: return "idleMinutes";
-        case Field::pauseOnMeeting: return "pauseOnMeeting";
-        case Field::pauseOnHeavyApp: return "pauseOnHeavyApp";
-        case Field::payoutMethod: return "payoutMethod";
-        case Field::payoutSchedule: return "payoutSchedule";
-        case Field::payoutPrefsRequiredSetup: return "payoutPrefsRequiredSetup";
-        case Field::payoutPrefsSyncBannerText: return "payoutPrefsSyncBannerText";
-        case Field::saveCount: return "saveCount";
-        case Field::sessionDataMode: return "sessionDataMode";
+        case Field::awayCpuCeiling:
+            return "awayCpuCeiling";
+        case Field::awayRamCeilingGB:
+            return "awayRamCeilingGB";
+        case Field::inUseCpuCeiling:
+            return "inUseCpuCeiling";
+        case Field::inUseRamCeilingGB:
+            return "inUseRamCeilingGB";
+        case Field::scheduleGrid:
+            return "scheduleGrid";
+        case Field::idleMinutes:
+            return "idleMinutes";
+        case Field::pauseOnMeeting:
+            return "pauseOnMeeting";
+        case Field::pauseOnHeavyApp:
+            return "pauseOnHeavyApp";
+        case Field::payoutMethod:
+            return "payoutMethod";
+        case Field::payoutSchedule:
+            return "payoutSchedule";
+        case Field::payoutPrefsRequiredSetup:
+            return "payoutPrefsRequiredSetup";
+        case Field::payoutPrefsSyncBannerText:
+            return "payoutPrefsSyncBannerText";
+        case Field::saveCount:
+            return "saveCount";
+        case Field::sessionDataMode:
+            return "sessionDataMode";
     }
     return "unknown";
 }
@@ -136,7 +155,9 @@ void WorkerConfigStore::setIdleMinutes(double value) {
 void WorkerConfigStore::setScheduleGrid(ScheduleGrid value) {
     assign(Field::scheduleGrid, settings_.scheduleGrid, std::move(value));
 }
-void WorkerConfigStore::setPauseOnMeeting(bool value) { assign(Field::pauseOnMeeting, settings_.pauseOnMeeting, value); }
+void WorkerConfigStore::setPauseOnMeeting(bool value) {
+    assign(Field::pauseOnMeeting, settings_.pauseOnMeeting, value);
+}
 void WorkerConfigStore::setPauseOnHeavyApp(bool value) {
     assign(Field::pauseOnHeavyApp, settings_.pauseOnHeavyApp, value);
 }
@@ -209,13 +230,16 @@ void WorkerConfigStore::scheduleSave() {
 
 void WorkerConfigStore::saveNow() {
     if (sessionDataMode_ == DataMode::dummy) {
-        logger()->info("WorkerConfigStore saveNow skipped — demo mode keeps config changes in memory only");
+        logger()->info(
+            "WorkerConfigStore saveNow skipped — demo mode keeps config changes in memory only");
         return;
     }
-    bool payoutTouched = dirtyFields_.count("payoutMethod") > 0 || dirtyFields_.count("payoutSchedule") > 0;
+    bool payoutTouched =
+        dirtyFields_.count("payoutMethod") > 0 || dirtyFields_.count("payoutSchedule") > 0;
     auto base = configfile::read(configURL_);
     if (!base) {
-        logger()->info("WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)");
+        logger()->info(
+            "WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)");
         return;
     }
     std::string text;
@@ -247,7 +271,8 @@ void WorkerConfigStore::flushPendingSave() {
     saveNow();
 }
 
-std::map<std::string, WorkerConfigStore::DirtyValue> WorkerConfigStore::snapshotDirtyFields() const {
+std::map<std::string, WorkerConfigStore::DirtyValue> WorkerConfigStore::snapshotDirtyFields()
+    const {
     std::map<std::string, DirtyValue> snapshot;
     for (const auto& name : dirtyFields_) {
         if (name == "awayCpuCeiling") snapshot[name] = settings_.awayCpuCeiling;
@@ -312,10 +337,14 @@ WorkerSettings WorkerConfigStore::parseSettings(std::string_view yaml) {
     readBool("idle_detection", "pause_on_meeting", yaml, settings.pauseOnMeeting);
     readBool("idle_detection", "pause_on_heavy_app", yaml, settings.pauseOnHeavyApp);
     readNumber("idle_detection", "min_idle_minutes", yaml, kIdleMinutesRange, settings.idleMinutes);
-    readNumber("resource_policy", "away_cpu_ceiling_pct", yaml, kCpuPercentRange, settings.awayCpuCeiling);
-    readNumber("resource_policy", "away_ram_ceiling_gb", yaml, kRamGBRange, settings.awayRamCeilingGB);
-    readNumber("resource_policy", "in_use_cpu_ceiling_pct", yaml, kCpuPercentRange, settings.inUseCpuCeiling);
-    readNumber("resource_policy", "in_use_ram_ceiling_gb", yaml, kRamGBRange, settings.inUseRamCeilingGB);
+    readNumber("resource_policy", "away_cpu_ceiling_pct", yaml, kCpuPercentRange,
+               settings.awayCpuCeiling);
+    readNumber("resource_policy", "away_ram_ceiling_gb", yaml, kRamGBRange,
+               settings.awayRamCeilingGB);
+    readNumber("resource_policy", "in_use_cpu_ceiling_pct", yaml, kCpuPercentRange,
+               settings.inUseCpuCeiling);
+    readNumber("resource_policy", "in_use_ram_ceiling_gb", yaml, kRamGBRange,
+               settings.inUseRamCeilingGB);
     auto grid = configyaml::nestedWeeklyGrid("schedule", "weekly_grid", yaml);
     if (!grid) grid = configyaml::nestedWeeklyGrid("run_schedule", "weekly_grid", yaml);
     if (grid) settings.scheduleGrid = ScheduleGrid::normalize(*grid);
@@ -323,13 +352,16 @@ WorkerSettings WorkerConfigStore::parseSettings(std::string_view yaml) {
     if (auto method = configyaml::scalarFlat("payout_method", yaml); method && !method->empty()) {
         settings.payoutMethod = *method;
     }
-    if (auto schedule = configyaml::scalarFlat("payout_schedule", yaml); schedule && !schedule->empty()) {
+    if (auto schedule = configyaml::scalarFlat("payout_schedule", yaml);
+        schedule && !schedule->empty()) {
         settings.payoutSchedule = *schedule;
     }
     return settings;
 }
 
-void WorkerConfigStore::applyParsed(std::string_view text) { applySettingsExternally(parseSettings(text)); }
+void WorkerConfigStore::applyParsed(std::string_view text) {
+    applySettingsExternally(parseSettings(text));
+}
 
 void WorkerConfigStore::applySettingsExternally(const WorkerSettings& settings) {
     isApplyingExternalState_ = true;
@@ -374,14 +406,20 @@ std::string WorkerConfigStore::buildYAML(std::string_view base, const WorkerSett
     auto lines = cl::split(body);
     configyaml::setFlatScalar("payout_method", settings.payoutMethod, lines);
     configyaml::setFlatScalar("payout_schedule", settings.payoutSchedule, lines);
-    configyaml::setNestedScalar("idle_detection", "pause_on_meeting", boolText(settings.pauseOnMeeting), lines);
-    configyaml::setNestedScalar("idle_detection", "pause_on_heavy_app", boolText(settings.pauseOnHeavyApp), lines);
-    configyaml::setNestedScalar("idle_detection", "min_idle_minutes", wholeNumber(settings.idleMinutes), lines);
-    configyaml::setNestedScalar("resource_policy", "away_cpu_ceiling_pct", wholeNumber(settings.awayCpuCeiling), lines);
-    configyaml::setNestedScalar("resource_policy", "away_ram_ceiling_gb", wholeNumber(settings.awayRamCeilingGB), lines);
-    configyaml::setNestedScalar("resource_policy", "in_use_cpu_ceiling_pct", wholeNumber(settings.inUseCpuCeiling), lines);
-    configyaml::setNestedScalar("resource_policy", "in_use_ram_ceiling_gb", wholeNumber(settings.inUseRamCeilingGB),
-                                lines);
+    configyaml::setNestedScalar("idle_detection", "pause_on_meeting",
+                                boolText(settings.pauseOnMeeting), lines);
+    configyaml::setNestedScalar("idle_detection", "pause_on_heavy_app",
+                                boolText(settings.pauseOnHeavyApp), lines);
+    configyaml::setNestedScalar("idle_detection", "min_idle_minutes",
+                                wholeNumber(settings.idleMinutes), lines);
+    configyaml::setNestedScalar("resource_policy", "away_cpu_ceiling_pct",
+                                wholeNumber(settings.awayCpuCeiling), lines);
+    configyaml::setNestedScalar("resource_policy", "away_ram_ceiling_gb",
+                                wholeNumber(settings.awayRamCeilingGB), lines);
+    configyaml::setNestedScalar("resource_policy", "in_use_cpu_ceiling_pct",
+                                wholeNumber(settings.inUseCpuCeiling), lines);
+    configyaml::setNestedScalar("resource_policy", "in_use_ram_ceiling_gb",
+                                wholeNumber(settings.inUseRamCeilingGB), lines);
     configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", settings.scheduleGrid, lines);
     return cl::withBom(hasBom, cl::join(lines));
 }

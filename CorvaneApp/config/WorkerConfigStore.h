@@ -29,7 +29,7 @@
 namespace corvane {
 
 class WorkerConfigStore {
-public:
+  public:
     // What changed, for observers. The first ten are the settings.
     enum class Field {
         awayCpuCeiling,
@@ -60,8 +60,8 @@ public:
     };
 
     // Applies the defaults, then reload().
-    WorkerConfigStore(Executor& executor, UserDefaults& userDefaults, BackgroundRunner& backgroundRunner,
-                      Options options);
+    WorkerConfigStore(Executor& executor, UserDefaults& userDefaults,
+                      BackgroundRunner& backgroundRunner, Options options);
     ~WorkerConfigStore();
     WorkerConfigStore(const WorkerConfigStore&) = delete;
     WorkerConfigStore& operator=(const WorkerConfigStore&) = delete;
@@ -102,9 +102,15 @@ public:
     const std::filesystem::path& configURL() const { return configURL_; }
     DataMode sessionDataMode() const { return sessionDataMode_; }
     void setSessionDataMode(DataMode mode);
-    const std::optional<std::string>& payoutPrefsRequiredSetup() const { return payoutPrefsRequiredSetup_; }
-    const std::optional<std::string>& payoutPrefsSyncBannerText() const { return payoutPrefsSyncBannerText_; }
-    const std::optional<QueuedPayoutPrefsSync>& queuedPayoutPrefsSync() const { return queuedPayoutPrefsSync_; }
+    const std::optional<std::string>& payoutPrefsRequiredSetup() const {
+        return payoutPrefsRequiredSetup_;
+    }
+    const std::optional<std::string>& payoutPrefsSyncBannerText() const {
+        return payoutPrefsSyncBannerText_;
+    }
+    const std::optional<QueuedPayoutPrefsSync>& queuedPayoutPrefsSync() const {
+        return queuedPayoutPrefsSync_;
+    }
     bool payoutPrefsSyncRunning() const { return static_cast<bool>(payoutPrefsSyncJob_); }
 
     // Re-reads config.yaml: a missing file gives the defaults; a changed file also drops the
@@ -142,12 +148,14 @@ public:
     void startQueuedPayoutPrefsSyncIfNeeded();
     void retryPendingPayoutPrefsSyncIfNeeded();
     void refreshPayoutPrefsBaselineOnActivation();
-    std::optional<PayoutPrefsSyncPayload> lastSyncedPayoutPrefs(std::string_view defaultsNamespace) const;
-    void storeLastSyncedPayoutPrefs(const PayoutPrefsSyncPayload& payload, std::string_view defaultsNamespace);
+    std::optional<PayoutPrefsSyncPayload> lastSyncedPayoutPrefs(
+        std::string_view defaultsNamespace) const;
+    void storeLastSyncedPayoutPrefs(const PayoutPrefsSyncPayload& payload,
+                                    std::string_view defaultsNamespace);
     // "<coordinator_url or unknown-url>|<worker_id or unknown-worker>" of a config text.
     static std::string payoutPrefsDefaultsNamespace(std::string_view yaml);
 
-private:
+  private:
     using DirtyValue = std::variant<double, bool, std::string, ScheduleGrid>;
     // How one push to the coordinator ended.
     struct SyncOutcome {
@@ -173,14 +181,18 @@ private:
 
     // Runs `body` through the background runner; the closure it returns runs afterwards on the
     // executor, unless the store is gone by then.
-    std::unique_ptr<BackgroundJob> startBackground(std::function<std::function<void()>(std::stop_token)> body);
+    std::unique_ptr<BackgroundJob> startBackground(
+        std::function<std::function<void()>(std::stop_token)> body);
     void finishPayoutSync(const QueuedPayoutPrefsSync& request, const SyncOutcome& outcome);
     void rollbackRejectedPayoutPrefsToLastSynced(const QueuedPayoutPrefsSync& rejected);
-    void applyRolledBackPayoutPrefs(const PayoutPrefsSyncPayload& pair, const QueuedPayoutPrefsSync& rejected);
+    void applyRolledBackPayoutPrefs(const PayoutPrefsSyncPayload& pair,
+                                    const QueuedPayoutPrefsSync& rejected);
     // Clears the running sync and starts what is queued, except a retry of `failed` itself:
     // a failure waits for retryPendingPayoutPrefsSyncIfNeeded() or a newer wish.
     void endPayoutSync(const std::optional<QueuedPayoutPrefsSync>& failed = std::nullopt);
-    PayoutPrefsSyncPayload currentPayoutPair() const { return {settings_.payoutMethod, settings_.payoutSchedule}; }
+    PayoutPrefsSyncPayload currentPayoutPair() const {
+        return {settings_.payoutMethod, settings_.payoutSchedule};
+    }
 
     Executor& executor_;
     UserDefaults& userDefaults_;

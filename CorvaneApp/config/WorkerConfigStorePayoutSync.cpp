@@ -9,7 +9,9 @@
 namespace corvane {
 namespace {
 
-auto logger() { return log::get("WorkerConfigStore"); }
+auto logger() {
+    return log::get("WorkerConfigStore");
+}
 
 constexpr std::string_view kMethodKeyPrefix = "worker-config-store.payout-prefs.method.";
 constexpr std::string_view kScheduleKeyPrefix = "worker-config-store.payout-prefs.schedule.";
@@ -20,7 +22,9 @@ constexpr std::string_view kBaselineFailedBanner =
 
 }  // namespace
 
-void WorkerConfigStore::setPayoutPrefsHooks(PayoutPrefsHooks hooks) { payoutPrefsHooks_ = std::move(hooks); }
+void WorkerConfigStore::setPayoutPrefsHooks(PayoutPrefsHooks hooks) {
+    payoutPrefsHooks_ = std::move(hooks);
+}
 
 std::string WorkerConfigStore::payoutPrefsDefaultsNamespace(std::string_view yaml) {
     auto url = WorkerConfig::extractTopLevelString("coordinator_url", yaml);
@@ -28,17 +32,22 @@ std::string WorkerConfigStore::payoutPrefsDefaultsNamespace(std::string_view yam
     return url.value_or("unknown-url") + "|" + worker.value_or("unknown-worker");
 }
 
-std::optional<PayoutPrefsSyncPayload> WorkerConfigStore::lastSyncedPayoutPrefs(std::string_view defaultsNamespace) const {
-    auto method = userDefaults_.string(std::string(kMethodKeyPrefix) + std::string(defaultsNamespace));
-    auto schedule = userDefaults_.string(std::string(kScheduleKeyPrefix) + std::string(defaultsNamespace));
+std::optional<PayoutPrefsSyncPayload> WorkerConfigStore::lastSyncedPayoutPrefs(
+    std::string_view defaultsNamespace) const {
+    auto method =
+        userDefaults_.string(std::string(kMethodKeyPrefix) + std::string(defaultsNamespace));
+    auto schedule =
+        userDefaults_.string(std::string(kScheduleKeyPrefix) + std::string(defaultsNamespace));
     if (!method || !schedule) return std::nullopt;
     return PayoutPrefsSyncPayload{*method, *schedule};
 }
 
 void WorkerConfigStore::storeLastSyncedPayoutPrefs(const PayoutPrefsSyncPayload& payload,
                                                    std::string_view defaultsNamespace) {
-    userDefaults_.setString(std::string(kMethodKeyPrefix) + std::string(defaultsNamespace), payload.method);
-    userDefaults_.setString(std::string(kScheduleKeyPrefix) + std::string(defaultsNamespace), payload.schedule);
+    userDefaults_.setString(std::string(kMethodKeyPrefix) + std::string(defaultsNamespace),
+                            payload.method);
+    userDefaults_.setString(std::string(kScheduleKeyPrefix) + std::string(defaultsNamespace),
+                            payload.schedule);
 }
 
 std::unique_ptr<BackgroundJob> WorkerConfigStore::startBackground(
@@ -75,27 +84,31 @@ void WorkerConfigStore::startQueuedPayoutPrefsSyncIfNeeded() {
     }
     auto request = *queuedPayoutPrefsSync_;
     payoutPrefsSyncCancelled_ = false;
-    payoutPrefsSyncJob_ = startBackground([this, push = payoutPrefsHooks_.push, request](std::stop_token stop) {
-        SyncOutcome outcome;
-        try {
-            push(request.payload, stop);
-            outcome.kind = SyncOutcome::Kind::success;
-        } catch (const PayoutPrefsSyncError& refusal) {
-            outcome.kind = SyncOutcome::Kind::refused;
-            outcome.refusal = refusal;
-        } catch (const std::exception& error) {
-            outcome.message = error.what();
-        } catch (...) {
-            outcome.message = "unknown error";
-        }
-        if (stop.stop_requested()) outcome.kind = SyncOutcome::Kind::cancelled;
-        return [this, request, outcome] { finishPayoutSync(request, outcome); };
-    });
+    payoutPrefsSyncJob_ =
+        startBackground([this, push = payoutPrefsHooks_.push, request](std::stop_token stop) {
+            SyncOutcome outcome;
+            try {
+                push(request.payload, stop);
+                outcome.kind = SyncOutcome::Kind::success;
+            } catch (const PayoutPrefsSyncError& refusal) {
+                outcome.kind = SyncOutcome::Kind::refused;
+                outcome.refusal = refusal;
+            } catch (const std::exception& error) {
+                outcome.message = error.what();
+            } catch (...) {
+                outcome.message = "unknown error";
+            }
+            if (stop.stop_requested()) outcome.kind = SyncOutcome::Kind::cancelled;
+            return [this, request, outcome] { finishPayoutSync(request, outcome); };
+        });
 }
 
-void WorkerConfigStore::retryPendingPayoutPrefsSyncIfNeeded() { startQueuedPayoutPrefsSyncIfNeeded(); }
+void WorkerConfigStore::retryPendingPayoutPrefsSyncIfNeeded() {
+    startQueuedPayoutPrefsSyncIfNeeded();
+}
 
-void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request, const SyncOutcome& outcome) {
+void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request,
+                                         const SyncOutcome& outcome) {
     if (payoutPrefsSyncCancelled_ || outcome.kind == SyncOutcome::Kind::cancelled) {
         logger()->info("WorkerConfigStore payout prefs sync cancelled");
         endPayoutSync();
@@ -119,16 +132,19 @@ void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request, c
     const auto& refusal = *outcome.refusal;
     switch (refusal.kind()) {
         case PayoutPrefsSyncError::Kind::missingCredentials:
-            logger()->error("WorkerConfigStore payout prefs sync failed: missing coordinator credentials");
+            logger()->error(
+                "WorkerConfigStore payout prefs sync failed: missing coordinator credentials");
             endPayoutSync(request);
             return;
         case PayoutPrefsSyncError::Kind::setupRequired:
-            logger()->info("WorkerConfigStore payout prefs sync blocked: {}", refusal.requiredSetup());
+            logger()->info("WorkerConfigStore payout prefs sync blocked: {}",
+                           refusal.requiredSetup());
             setRequiredSetup(refusal.requiredSetup());
             break;
         case PayoutPrefsSyncError::Kind::payoutCycleConflict:
-            logger()->info("WorkerConfigStore payout prefs sync blocked by payout cycle conflict: {}",
-                           refusal.detail().value_or("queued payout already exists"));
+            logger()->info(
+                "WorkerConfigStore payout prefs sync blocked by payout cycle conflict: {}",
+                refusal.detail().value_or("queued payout already exists"));
             setBanner(std::string(kCycleConflictBanner));
             break;
     }
@@ -144,7 +160,8 @@ void WorkerConfigStore::endPayoutSync(const std::optional<QueuedPayoutPrefsSync>
     startQueuedPayoutPrefsSyncIfNeeded();
 }
 
-void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(const QueuedPayoutPrefsSync& rejected) {
+void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(
+    const QueuedPayoutPrefsSync& rejected) {
     // The owner has moved on since: their newer choice stands.
     if (currentPayoutPair() != rejected.payload) {
         endPayoutSync();
@@ -161,7 +178,8 @@ void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(const QueuedPayo
         try {
             if (fetch) baseline = fetch(stop);
         } catch (const std::exception& error) {
-            logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}", error.what());
+            logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}",
+                            error.what());
         }
         bool cancelled = stop.stop_requested();
         return [this, rejected, baseline, cancelled] {
@@ -177,7 +195,9 @@ void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(const QueuedPayo
                 PayoutPrefsSyncPayload fallback{"ach", "weekly"};
                 storeLastSyncedPayoutPrefs(fallback, rejected.defaultsNamespace);
                 applyRolledBackPayoutPrefs(fallback, rejected);
-                logger()->info("WorkerConfigStore payout prefs rollback fell back to app defaults after baseline fetch failed");
+                logger()->info(
+                    "WorkerConfigStore payout prefs rollback fell back to app defaults after "
+                    "baseline fetch failed");
             }
             endPayoutSync();
         };
@@ -212,22 +232,28 @@ void WorkerConfigStore::refreshPayoutPrefsBaselineOnActivation() {
         return;
     }
     auto defaultsNamespace = payoutPrefsDefaultsNamespace(rawYAML_);
-    if (lastSyncedPayoutPrefs(defaultsNamespace) || baselineJob_ || !payoutPrefsHooks_.fetchBaseline) return;
-    baselineJob_ = startBackground([this, fetch = payoutPrefsHooks_.fetchBaseline, defaultsNamespace](std::stop_token stop) {
-        std::optional<PayoutPrefsSyncPayload> baseline;
-        try {
-            baseline = fetch(stop);
-        } catch (const std::exception& error) {
-            logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}", error.what());
-        }
-        if (stop.stop_requested()) baseline.reset();
-        return [this, baseline, defaultsNamespace] {
-            baselineJob_.reset();
-            if (!baseline) return;
-            storeLastSyncedPayoutPrefs(*baseline, defaultsNamespace);
-            logger()->info("WorkerConfigStore established payout prefs baseline from coordinator on activation");
-        };
-    });
+    if (lastSyncedPayoutPrefs(defaultsNamespace) || baselineJob_ ||
+        !payoutPrefsHooks_.fetchBaseline)
+        return;
+    baselineJob_ = startBackground(
+        [this, fetch = payoutPrefsHooks_.fetchBaseline, defaultsNamespace](std::stop_token stop) {
+            std::optional<PayoutPrefsSyncPayload> baseline;
+            try {
+                baseline = fetch(stop);
+            } catch (const std::exception& error) {
+                logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}",
+                                error.what());
+            }
+            if (stop.stop_requested()) baseline.reset();
+            return [this, baseline, defaultsNamespace] {
+                baselineJob_.reset();
+                if (!baseline) return;
+                storeLastSyncedPayoutPrefs(*baseline, defaultsNamespace);
+                logger()->info(
+                    "WorkerConfigStore established payout prefs baseline from coordinator on "
+                    "activation");
+            };
+        });
 }
 
 }  // namespace corvane

@@ -24,13 +24,19 @@ std::string formatTime(Date date, const char* format, bool utc) {
     return std::string(buffer, n);
 }
 
-const char* boolText(bool value) { return value ? "true" : "false"; }
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
 
 }  // namespace
 
-std::string internetDateTime(Date date) { return formatTime(date, "%Y-%m-%dT%H:%M:%SZ", true); }
+std::string internetDateTime(Date date) {
+    return formatTime(date, "%Y-%m-%dT%H:%M:%SZ", true);
+}
 
-std::string localHourMinute(Date date) { return formatTime(date, "%H:%M", false); }
+std::string localHourMinute(Date date) {
+    return formatTime(date, "%H:%M", false);
+}
 
 void WorkerConfigWriter::validate() const {
     cl::requireSingleLine("The coordinator URL", coordinatorURL);
@@ -39,7 +45,9 @@ void WorkerConfigWriter::validate() const {
     cl::requireSingleLine("The credential account", workerTokenRef.account);
 }
 
-std::filesystem::path WorkerConfigWriter::write() const { return write(configfile::defaultPath()); }
+std::filesystem::path WorkerConfigWriter::write() const {
+    return write(configfile::defaultPath());
+}
 
 std::filesystem::path WorkerConfigWriter::write(const std::filesystem::path& destination) const {
     validate();
@@ -97,7 +105,8 @@ std::string WorkerConfigWriter::buildYAML(std::string_view base) const {
     auto lines = cl::split(body);
     setOrInsertTopLevelScalar("coordinator_url", cl::singleQuoted(coordinatorURL), lines);
     setOrInsertTopLevelScalar("worker_id", cl::singleQuoted(workerID), lines);
-    setOrInsertTopLevelScalar("onboarding_completed_at", cl::singleQuoted(internetDateTime(now())), lines);
+    setOrInsertTopLevelScalar("onboarding_completed_at", cl::singleQuoted(internetDateTime(now())),
+                              lines);
     replaceWorkerTokenKeychainBlock(lines);
     return cl::withBom(hasBom, cl::join(lines));
 }
@@ -133,10 +142,12 @@ void WorkerConfigWriter::replaceWorkerTokenKeychainBlock(std::vector<std::string
     }
     for (size_t i = 0; i < lines.size(); ++i) {
         auto text = cl::content(lines[i]);
-        if (text != "worker_token_keychain:" && !cl::startsWith(text, "worker_token_keychain: ")) continue;
+        if (text != "worker_token_keychain:" && !cl::startsWith(text, "worker_token_keychain: "))
+            continue;
         size_t end = i + 1;
         while (end < lines.size() && !cl::isEmpty(lines[end]) && cl::isIndented(lines[end])) ++end;
-        lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i), lines.begin() + static_cast<std::ptrdiff_t>(end));
+        lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i),
+                    lines.begin() + static_cast<std::ptrdiff_t>(end));
         lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(i), block.begin(), block.end());
         return;
     }

@@ -40,7 +40,7 @@ struct WorkerConfigWriter {
     // end, before a final empty line.
     void replaceWorkerTokenKeychainBlock(std::vector<std::string>& lines) const;
 
-private:
+  private:
     void validate() const;
 };
 

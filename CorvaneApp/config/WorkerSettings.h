@@ -9,9 +9,9 @@
 namespace corvane {
 
 struct WorkerSettings {
-    double awayCpuCeiling = 90.0;     // percent
+    double awayCpuCeiling = 90.0;  // percent
     double awayRamCeilingGB = 48.0;
-    double inUseCpuCeiling = 20.0;    // percent
+    double inUseCpuCeiling = 20.0;  // percent
     double inUseRamCeilingGB = 10.0;
     ScheduleGrid scheduleGrid = ScheduleGrid::recommended();
     double idleMinutes = 3.0;
@@ -29,7 +29,7 @@ struct SettingRange {
     double max;
 };
 inline constexpr SettingRange kCpuPercentRange{0, 100};
-inline constexpr SettingRange kRamGBRange{0, 1 << 20};      // a terabyte of gigabytes is plenty
+inline constexpr SettingRange kRamGBRange{0, 1 << 20};  // a terabyte of gigabytes is plenty
 inline constexpr SettingRange kIdleMinutesRange{0, 7 * 24 * 60};
 
 }  // namespace corvane

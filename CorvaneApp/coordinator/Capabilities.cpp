@@ -69,7 +69,8 @@ std::optional<double> parseWholeDouble(std::string_view text) {
     return value;
 }
 
-std::optional<CoordinatorStrategySuggestion> CoordinatorStrategySuggestion::parse(const http::Headers& headers) {
+std::optional<CoordinatorStrategySuggestion> CoordinatorStrategySuggestion::parse(
+    const http::Headers& headers) {
     auto integer = [&](const char* name) -> std::optional<std::int64_t> {
         auto value = headers.find(name);
         return value ? parseDecimalInteger(*value) : std::nullopt;
@@ -78,9 +79,11 @@ std::optional<CoordinatorStrategySuggestion> CoordinatorStrategySuggestion::pars
         auto value = headers.find(name);
         return value ? parseWholeDouble(*value) : std::nullopt;
     };
-    CoordinatorStrategySuggestion s{integer("X-Suggested-Thread-Limit"), decimal("X-Suggested-Footprint-GB"),
-                                    decimal("X-Suggested-Per-Shard-WS-GB"), integer("X-Strategy-Version")};
-    if (!s.threadLimit && !s.modelFootprintGB && !s.perShardWorkingSetGB && !s.strategyVersion) return std::nullopt;
+    CoordinatorStrategySuggestion s{
+        integer("X-Suggested-Thread-Limit"), decimal("X-Suggested-Footprint-GB"),
+        decimal("X-Suggested-Per-Shard-WS-GB"), integer("X-Strategy-Version")};
+    if (!s.threadLimit && !s.modelFootprintGB && !s.perShardWorkingSetGB && !s.strategyVersion)
+        return std::nullopt;
     return s;
 }
 

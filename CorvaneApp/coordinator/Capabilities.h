@@ -43,7 +43,7 @@ struct WorkerCapabilities {
 
 // Builds the capability record sent with each poll.
 class CapabilitiesProvider {
-public:
+  public:
     virtual ~CapabilitiesProvider() = default;
     virtual WorkerCapabilities snapshot() = 0;
 };
@@ -66,8 +66,9 @@ std::optional<double> parseWholeDouble(std::string_view text);
 
 // The last strategy suggestion, shared between the worker and whoever reads it.
 class StrategySuggestionHolder {
-public:
-    explicit StrategySuggestionHolder(std::optional<CoordinatorStrategySuggestion> initial = std::nullopt)
+  public:
+    explicit StrategySuggestionHolder(
+        std::optional<CoordinatorStrategySuggestion> initial = std::nullopt)
         : value_(std::move(initial)) {}
     std::optional<CoordinatorStrategySuggestion> current() const {
         std::lock_guard lock(mutex_);
@@ -78,7 +79,7 @@ public:
         value_ = std::move(value);
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::optional<CoordinatorStrategySuggestion> value_;  // guarded by mutex_
 };

@@ -9,16 +9,18 @@
 
 namespace corvane {
 
-ComputeBudgetSnapshot ComputeBudgetSnapshot::current(std::int64_t userPercent, std::int64_t effectivePercent,
-                                                     std::string resourceMode, std::optional<std::int64_t> cpuCountPerf,
+ComputeBudgetSnapshot ComputeBudgetSnapshot::current(std::int64_t userPercent,
+                                                     std::int64_t effectivePercent,
+                                                     std::string resourceMode,
+                                                     std::optional<std::int64_t> cpuCountPerf,
                                                      std::optional<std::int64_t> cpuCountEfficiency,
                                                      std::int64_t activeProcessorCount) {
     ComputeBudgetSnapshot out;
     out.userPercent = userPercent;
     out.effectivePercent = effectivePercent;
     out.cpuCountTotal = activeProcessorCount;
-    const auto share = static_cast<std::int64_t>(
-        std::llround(static_cast<double>(effectivePercent) * static_cast<double>(activeProcessorCount) / 100.0));
+    const auto share = static_cast<std::int64_t>(std::llround(
+        static_cast<double>(effectivePercent) * static_cast<double>(activeProcessorCount) / 100.0));
     out.threadLimit = std::max<std::int64_t>(std::min(share, activeProcessorCount), 1);
     out.maxShardsInFlight = 1;
     out.resourceMode = std::move(resourceMode);
@@ -28,8 +30,10 @@ ComputeBudgetSnapshot ComputeBudgetSnapshot::current(std::int64_t userPercent, s
 }
 
 CapabilityAdvertiser::CapabilityAdvertiser(Providers providers) : providers_(std::move(providers)) {
-    if (!providers_.capabilityProvider || !providers_.chipTierProvider || !providers_.ramGBProvider) {
-        throw std::invalid_argument("CapabilityAdvertiser needs capability, chip tier and RAM providers");
+    if (!providers_.capabilityProvider || !providers_.chipTierProvider ||
+        !providers_.ramGBProvider) {
+        throw std::invalid_argument(
+            "CapabilityAdvertiser needs capability, chip tier and RAM providers");
     }
 }
 
@@ -52,23 +56,27 @@ WorkerCapabilities CapabilityAdvertiser::snapshot() {
             out.computeCpuCountEfficiency = budget->cpuCountEfficiency;
         }
     }
-    if (providers_.installedModelsProvider) out.installedModels = providers_.installedModelsProvider();
+    if (providers_.installedModelsProvider)
+        out.installedModels = providers_.installedModelsProvider();
     if (providers_.activeModelProvider) out.activeModel = providers_.activeModelProvider();
     return out;
 }
 
 std::int64_t CapabilityAdvertiser::physicalRAMGB(std::uint64_t physicalMemoryBytes) {
-    return static_cast<std::int64_t>(std::llround(std::ldexp(static_cast<double>(physicalMemoryBytes), -30)));
+    return static_cast<std::int64_t>(
+        std::llround(std::ldexp(static_cast<double>(physicalMemoryBytes), -30)));
 }
 
 std::string CapabilityAdvertiser::chipTierString(std::string_view rawTier) {
     std::string out(rawTier);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    std::transform(out.begin(), out.end(), out.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return out;
 }
 
-std::function<std::vector<WorkerCapabilities::Capability>()> CapabilityAdvertiser::whisperCapabilityProvider(
-    std::optional<std::string> quantization, std::function<bool()> isCached) {
+std::function<std::vector<WorkerCapabilities::Capability>()>
+CapabilityAdvertiser::whisperCapabilityProvider(std::optional<std::string> quantization,
+                                                std::function<bool()> isCached) {
     return [quantization = std::move(quantization), isCached = std::move(isCached)] {
         const ModelIdentifier whisper = defaultModelIdentifier();
         return std::vector<WorkerCapabilities::Capability>{

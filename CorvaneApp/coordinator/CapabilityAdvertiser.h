@@ -29,23 +29,26 @@ struct ComputeBudgetSnapshot {
 
     // `activeProcessorCount` is the machine's; the thread limit is that share of it, at least 1.
     static ComputeBudgetSnapshot current(std::int64_t userPercent, std::int64_t effectivePercent,
-                                         std::string resourceMode, std::optional<std::int64_t> cpuCountPerf,
+                                         std::string resourceMode,
+                                         std::optional<std::int64_t> cpuCountPerf,
                                          std::optional<std::int64_t> cpuCountEfficiency,
                                          std::int64_t activeProcessorCount);
 };
 
 class CapabilityAdvertiser final : public CapabilitiesProvider {
-public:
+  public:
     // Every function may be called from any thread and must not wait on the worker.
     struct Providers {
-        std::function<std::vector<WorkerCapabilities::Capability>()> capabilityProvider;  // required
+        std::function<std::vector<WorkerCapabilities::Capability>()>
+            capabilityProvider;  // required
         // The tier's raw value, "t1" to "t4".
-        std::function<std::string()> chipTierProvider;                                   // required
-        std::function<std::int64_t()> ramGBProvider;                                     // required
-        std::function<std::optional<std::string>()> buildIdentityProvider;               // optional
-        std::function<std::optional<ComputeBudgetSnapshot>()> computeBudgetProvider;     // optional
-        std::function<std::optional<std::vector<ModelIdentifier>>()> installedModelsProvider;  // optional
-        std::function<std::optional<ModelIdentifier>()> activeModelProvider;             // optional
+        std::function<std::string()> chipTierProvider;                                // required
+        std::function<std::int64_t()> ramGBProvider;                                  // required
+        std::function<std::optional<std::string>()> buildIdentityProvider;            // optional
+        std::function<std::optional<ComputeBudgetSnapshot>()> computeBudgetProvider;  // optional
+        std::function<std::optional<std::vector<ModelIdentifier>>()>
+            installedModelsProvider;                                          // optional
+        std::function<std::optional<ModelIdentifier>()> activeModelProvider;  // optional
     };
 
     // Throws std::invalid_argument when a required provider is missing.
@@ -58,11 +61,12 @@ public:
     // "t1" -> "T1".
     static std::string chipTierString(std::string_view rawTier);
 
-    // The one capability the build offers: Whisper, cached or not, with the configured quantization.
+    // The one capability the build offers: Whisper, cached or not, with the configured
+    // quantization.
     static std::function<std::vector<WorkerCapabilities::Capability>()> whisperCapabilityProvider(
         std::optional<std::string> quantization, std::function<bool()> isCached);
 
-private:
+  private:
     Providers providers_;
 };
 

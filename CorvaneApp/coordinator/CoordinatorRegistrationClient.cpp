@@ -25,7 +25,8 @@ std::string_view trimmed(std::string_view text) {
 
 std::string lowerCased(std::string_view text) {
     std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(out.begin(), out.end(), out.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return out;
 }
 
@@ -37,7 +38,8 @@ bool isHTTPScheme(std::string_view scheme) {
 // A message that tells a machine it is registered already and must rotate its token instead.
 bool asksForExistingToken(const std::string& message) {
     const std::string lower = lowerCased(message);
-    return lower.find("existing token") != std::string::npos || lower.find("already registered") != std::string::npos ||
+    return lower.find("existing token") != std::string::npos ||
+           lower.find("already registered") != std::string::npos ||
            lower.find("rotate") != std::string::npos;
 }
 
@@ -51,16 +53,19 @@ std::optional<std::string> decodeErrorMessage(const std::string& body) {
 
 }  // namespace
 
-CoordinatorRegistrationClient::CoordinatorRegistrationClient(std::optional<std::string> buildIdentity,
-                                                             std::shared_ptr<const http::Session> session)
+CoordinatorRegistrationClient::CoordinatorRegistrationClient(
+    std::optional<std::string> buildIdentity, std::shared_ptr<const http::Session> session)
     : buildIdentity_(std::move(buildIdentity)),
       session_(session ? std::move(session)
-                       : std::make_shared<const http::Session>(http::SessionConfig{timeoutSeconds, 30, timeoutSeconds})) {}
+                       : std::make_shared<const http::Session>(
+                             http::SessionConfig{timeoutSeconds, 30, timeoutSeconds})) {}
 
-std::optional<std::string> CoordinatorRegistrationClient::registrationURL(std::string_view coordinatorURL) {
+std::optional<std::string> CoordinatorRegistrationClient::registrationURL(
+    std::string_view coordinatorURL) {
     const std::string_view text = trimmed(coordinatorURL);
     const auto schemeEnd = text.find("://");
-    if (schemeEnd == std::string_view::npos || schemeEnd == 0 || !isHTTPScheme(text.substr(0, schemeEnd))) {
+    if (schemeEnd == std::string_view::npos || schemeEnd == 0 ||
+        !isHTTPScheme(text.substr(0, schemeEnd))) {
         return std::nullopt;
     }
     const std::string_view scheme = text.substr(0, schemeEnd);
@@ -69,18 +74,27 @@ std::optional<std::string> CoordinatorRegistrationClient::registrationURL(std::s
     const auto authorityEnd = fragmentless.find_first_of("/?");
     const std::string_view authority = fragmentless.substr(0, authorityEnd);
     // The host is what stands after any user info and before any port.
-    std::string_view host = authority.substr(authority.rfind('@') == std::string_view::npos ? 0 : authority.rfind('@') + 1);
+    std::string_view host = authority.substr(
+        authority.rfind('@') == std::string_view::npos ? 0 : authority.rfind('@') + 1);
     if (!host.starts_with('[')) host = host.substr(0, host.find(':'));
     if (host.empty()) return std::nullopt;
     for (char c : authority) {
-        if (std::isspace(static_cast<unsigned char>(c)) || std::iscntrl(static_cast<unsigned char>(c))) return std::nullopt;
+        if (std::isspace(static_cast<unsigned char>(c)) ||
+            std::iscntrl(static_cast<unsigned char>(c)))
+            return std::nullopt;
     }
-    std::string_view afterAuthority = authorityEnd == std::string_view::npos ? std::string_view{} : fragmentless.substr(authorityEnd);
+    std::string_view afterAuthority = authorityEnd == std::string_view::npos
+                                          ? std::string_view{}
+                                          : fragmentless.substr(authorityEnd);
     const auto queryStart = afterAuthority.find('?');
     const std::string_view path = afterAuthority.substr(0, queryStart);
-    const std::string_view query = queryStart == std::string_view::npos ? std::string_view{} : afterAuthority.substr(queryStart);
+    const std::string_view query = queryStart == std::string_view::npos
+                                       ? std::string_view{}
+                                       : afterAuthority.substr(queryStart);
     for (char c : afterAuthority) {
-        if (std::isspace(static_cast<unsigned char>(c)) || std::iscntrl(static_cast<unsigned char>(c))) return std::nullopt;
+        if (std::isspace(static_cast<unsigned char>(c)) ||
+            std::iscntrl(static_cast<unsigned char>(c)))
+            return std::nullopt;
     }
 
     std::vector<std::string_view> pieces;
@@ -99,9 +113,9 @@ std::optional<std::string> CoordinatorRegistrationClient::registrationURL(std::s
     return url;
 }
 
-http::Request CoordinatorRegistrationClient::makeRequest(std::string_view coordinatorURL,
-                                                         const std::optional<std::string>& enrollmentToken,
-                                                         const WorkerRegistrationRequest& request) const {
+http::Request CoordinatorRegistrationClient::makeRequest(
+    std::string_view coordinatorURL, const std::optional<std::string>& enrollmentToken,
+    const WorkerRegistrationRequest& request) const {
     auto url = registrationURL(coordinatorURL);
     if (!url) throw Error::invalidCoordinatorURL();
     http::Request out;
@@ -123,12 +137,13 @@ http::Request CoordinatorRegistrationClient::makeRequest(std::string_view coordi
     return out;
 }
 
-WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(std::string_view coordinatorURL,
-                                                                         const std::optional<std::string>& enrollmentToken,
-                                                                         const WorkerRegistrationRequest& request) {
+WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(
+    std::string_view coordinatorURL, const std::optional<std::string>& enrollmentToken,
+    const WorkerRegistrationRequest& request) {
     const http::Request wire = makeRequest(coordinatorURL, enrollmentToken, request);
     const bool sentToken = wire.headers.find("X-Enrollment-Token").has_value();
-    const std::string networkText = "Corvane could not reach the service. Check your internet connection and try again.";
+    const std::string networkText =
+        "Corvane could not reach the service. Check your internet connection and try again.";
 
     http::Response response;
     try {
@@ -138,7 +153,8 @@ WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(std::st
         throw Error::networkFailure(networkText);
     }
     const long status = response.status;
-    if (status < 100 || status > 599) throw Error::networkFailure("Corvane received an invalid response from the service.");
+    if (status < 100 || status > 599)
+        throw Error::networkFailure("Corvane received an invalid response from the service.");
     if (status >= 200 && status <= 299) {
         try {
             return WorkerRegistrationResponse::decode(parseJson(response.body));
@@ -149,7 +165,8 @@ WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(std::st
     }
     logger()->error("registration refused with HTTP {}", status);
     if (status == 401 || status == 403) {
-        if (auto message = decodeErrorMessage(response.body); message && asksForExistingToken(*message)) {
+        if (auto message = decodeErrorMessage(response.body);
+            message && asksForExistingToken(*message)) {
             throw Error::existingWorkerTokenRequired();
         }
         throw sentToken ? Error::invalidInvitation() : Error::invitationRequired();
@@ -157,7 +174,8 @@ WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(std::st
     if (status == 429) throw Error::rateLimited(response.headers.find("Retry-After"));
     if (status >= 500) throw Error::coordinatorUnavailable();
     if (auto message = decodeErrorMessage(response.body)) throw Error::httpError(*message);
-    throw Error::httpError("Corvane setup failed with HTTP " + std::to_string(status) + ". Try again in a moment.");
+    throw Error::httpError("Corvane setup failed with HTTP " + std::to_string(status) +
+                           ". Try again in a moment.");
 }
 
 }  // namespace corvane

@@ -15,16 +15,16 @@ namespace corvane {
 
 // The abstract form, so that onboarding can be driven without a network.
 class CoordinatorRegistering {
-public:
+  public:
     virtual ~CoordinatorRegistering() = default;
     // Throws CoordinatorRegistrationError only.
-    virtual WorkerRegistrationResponse registerWorker(std::string_view coordinatorURL,
-                                                      const std::optional<std::string>& enrollmentToken,
-                                                      const WorkerRegistrationRequest& request) = 0;
+    virtual WorkerRegistrationResponse registerWorker(
+        std::string_view coordinatorURL, const std::optional<std::string>& enrollmentToken,
+        const WorkerRegistrationRequest& request) = 0;
 };
 
 class CoordinatorRegistrationClient final : public CoordinatorRegistering {
-public:
+  public:
     static constexpr double timeoutSeconds = 15.0;
 
     // `buildIdentity` goes out as X-Worker-Version. Without a session, one with the
@@ -37,13 +37,14 @@ public:
                                               const WorkerRegistrationRequest& request) override;
 
     // The request as it goes on the wire; throws CoordinatorRegistrationError for a bad URL.
-    http::Request makeRequest(std::string_view coordinatorURL, const std::optional<std::string>& enrollmentToken,
+    http::Request makeRequest(std::string_view coordinatorURL,
+                              const std::optional<std::string>& enrollmentToken,
                               const WorkerRegistrationRequest& request) const;
     // "<scheme>://<authority>/<prefix>/api/v1/workers/register[?query]", keeping a path prefix of
     // the base URL; absent when the text is not an http(s) URL with a host.
     static std::optional<std::string> registrationURL(std::string_view coordinatorURL);
 
-private:
+  private:
     std::optional<std::string> buildIdentity_;
     std::shared_ptr<const http::Session> session_;
 };

@@ -9,7 +9,7 @@
 namespace corvane {
 
 class CoordinatorRegistrationError : public std::exception {
-public:
+  public:
     enum class Kind {
         rateLimited,
         httpError,
@@ -36,7 +36,7 @@ public:
     const std::string& errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
+  private:
     CoordinatorRegistrationError(Kind kind, std::string description)
         : kind_(kind), description_(std::move(description)) {}
 

@@ -4,10 +4,14 @@ namespace corvane {
 
 std::string rawValue(ModelCategory category) {
     switch (category) {
-        case ModelCategory::transcription: return "transcription";
-        case ModelCategory::imageGeneration: return "imageGeneration";
-        case ModelCategory::llm: return "llm";
-        case ModelCategory::embedding: return "embedding";
+        case ModelCategory::transcription:
+            return "transcription";
+        case ModelCategory::imageGeneration:
+            return "imageGeneration";
+        case ModelCategory::llm:
+            return "llm";
+        case ModelCategory::embedding:
+            return "embedding";
     }
     return "transcription";
 }
@@ -16,7 +20,9 @@ Json TranscriptResult::encode() const {
     Json out{{"text", text}};
     json::putIfPresent(out, "language", language);
     Json list = Json::array();
-    for (const auto& s : segments) list.push_back({{"startSeconds", s.startSeconds}, {"endSeconds", s.endSeconds}, {"text", s.text}});
+    for (const auto& s : segments)
+        list.push_back(
+            {{"startSeconds", s.startSeconds}, {"endSeconds", s.endSeconds}, {"text", s.text}});
     out["segments"] = std::move(list);
     return out;
 }

@@ -6,7 +6,8 @@ Json parseJson(std::string_view text) {
     try {
         return Json::parse(text.begin(), text.end());
     } catch (const Json::parse_error& error) {
-        throw DecodingError(std::string("The data couldn't be read because it isn't valid JSON (") + error.what() + ")");
+        throw DecodingError(std::string("The data couldn't be read because it isn't valid JSON (") +
+                            error.what() + ")");
     }
 }
 

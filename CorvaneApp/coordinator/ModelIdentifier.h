@@ -16,7 +16,9 @@ struct ModelIdentifier {
 
     bool operator==(const ModelIdentifier&) const = default;
 
-    Json encode() const { return Json{{"backend", backend}, {"model", model}, {"version", version}}; }
+    Json encode() const {
+        return Json{{"backend", backend}, {"model", model}, {"version", version}};
+    }
     // Absent for anything that is not an object with the three string keys.
     static std::optional<ModelIdentifier> decodeLeniently(const Json& json);
 };

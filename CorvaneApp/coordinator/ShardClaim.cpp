@@ -22,7 +22,8 @@ ShardClaim ShardClaim::decode(const Json& json) {
     claim.jobType = json::requireString(json, "job_type");
     claim.audioURL = json::requireString(json, "audio_url");
     if (const Json* config = json::member(json, "input_config"); config && config->is_object()) {
-        for (const auto& [key, value] : config->items()) claim.inputConfig.emplace(key, AnyJSONValue::decode(value));
+        for (const auto& [key, value] : config->items())
+            claim.inputConfig.emplace(key, AnyJSONValue::decode(value));
     }
     if (const Json* timeout = json::member(json, "timeout_seconds")) {
         if (auto value = json::asInteger(*timeout)) claim.timeoutSeconds = *value;
@@ -38,7 +39,10 @@ ShardClaim ShardClaim::decode(const Json& json) {
 }
 
 Json ShardClaim::encode() const {
-    Json out{{"job_id", jobID}, {"job_type", jobType}, {"audio_url", audioURL}, {"timeout_seconds", timeoutSeconds}};
+    Json out{{"job_id", jobID},
+             {"job_type", jobType},
+             {"audio_url", audioURL},
+             {"timeout_seconds", timeoutSeconds}};
     Json config = Json::object();
     for (const auto& [key, value] : inputConfig) config[key] = value.encode();
     out["input_config"] = std::move(config);

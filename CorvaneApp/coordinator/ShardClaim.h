@@ -27,7 +27,9 @@ struct ShardClaim {
 
     // The key of the claim in every runtime map: its shard id, else its job id.
     const std::string& key() const { return shardID ? *shardID : jobID; }
-    ModelIdentifier modelOrDefault() const { return modelIdentifier.value_or(defaultModelIdentifier()); }
+    ModelIdentifier modelOrDefault() const {
+        return modelIdentifier.value_or(defaultModelIdentifier());
+    }
 
     // Lenient where the contract is lenient (time-out, configuration, model block fall back to
     // defaults), strict elsewhere. Throws DecodingError.

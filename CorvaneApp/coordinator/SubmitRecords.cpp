@@ -37,7 +37,8 @@ Json SubmitPerformanceBody::encode() const {
 }
 
 Json SubmitResultBody::encode() const {
-    Json out{{"transcript", transcript}, {"language", language}, {"model", model}, {"backend", backend}};
+    Json out{
+        {"transcript", transcript}, {"language", language}, {"model", model}, {"backend", backend}};
     json::putIfPresent(out, "duration_seconds", durationSeconds);
     json::putIfPresent(out, "word_count", wordCount);
     if (performance) out["performance"] = performance->encode();

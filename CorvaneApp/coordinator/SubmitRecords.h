@@ -64,7 +64,6 @@ struct SubmitResultBody {
     Json encode() const;
 };
 
-
 // Why a shard failed. It travels as one string, the value of "error" in the failure report.
 struct FailReason {
     std::string code;
@@ -73,7 +72,8 @@ struct FailReason {
 
     bool operator==(const FailReason&) const = default;
     std::string wireString() const {
-        return "code=" + code + "; retryable=" + (isRetryable ? "true" : "false") + "; message=" + message;
+        return "code=" + code + "; retryable=" + (isRetryable ? "true" : "false") +
+               "; message=" + message;
     }
 };
 

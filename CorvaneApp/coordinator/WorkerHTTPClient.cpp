@@ -38,27 +38,33 @@ std::vector<ShardClaim> decodeBatchBody(const Json& body) {
 
 }  // namespace
 
-PollBatchOutcome WorkerHTTPClientProtocol::pollBatch(const WorkerCapabilities& capabilities, std::int64_t, std::stop_token stop) {
+PollBatchOutcome WorkerHTTPClientProtocol::pollBatch(const WorkerCapabilities& capabilities,
+                                                     std::int64_t, std::stop_token stop) {
     PollBatchOutcome outcome;
     if (auto claim = poll(capabilities, stop)) outcome.items.push_back(std::move(*claim));
     return outcome;
 }
 
 WorkerHTTPClient::WorkerHTTPClient(std::string baseURL, std::string token, std::string workerID,
-                                   std::optional<std::string> workerVersion, std::shared_ptr<const http::Session> session)
+                                   std::optional<std::string> workerVersion,
+                                   std::shared_ptr<const http::Session> session)
     : baseURL_(std::move(baseURL)),
       token_(std::move(token)),
       workerID_(std::move(workerID)),
       workerVersion_(std::move(workerVersion)),
-      session_(session ? std::move(session) : std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30})) {}
+      session_(session ? std::move(session)
+                       : std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30})) {}
 
-std::string WorkerHTTPClient::failPath(const std::string& jobId, const std::optional<std::string>& shardId, const std::string& suffix) {
+std::string WorkerHTTPClient::failPath(const std::string& jobId,
+                                       const std::optional<std::string>& shardId,
+                                       const std::string& suffix) {
     std::string path = "/api/v1/jobs/" + http::percentEncodePath(jobId) + suffix;
     if (shardId) path += "?shard_id=" + http::percentEncodePath(*shardId);
     return path;
 }
 
-http::Request WorkerHTTPClient::makeRequest(const std::string& path, const std::string& method) const {
+http::Request WorkerHTTPClient::makeRequest(const std::string& path,
+                                            const std::string& method) const {
     auto url = http::resolveAbsolutePath(baseURL_, path);
     if (!url) throw WorkerHTTPError::invalidURL(path);
     http::Request request;
@@ -72,12 +78,15 @@ http::Request WorkerHTTPClient::makeRequest(const std::string& path, const std::
     return request;
 }
 
-http::Response WorkerHTTPClient::performRequest(const http::Request& request, const std::string& path, std::stop_token stop) const {
+http::Response WorkerHTTPClient::performRequest(const http::Request& request,
+                                                const std::string& path,
+                                                std::stop_token stop) const {
     try {
         return session_->send(request, stop);
     } catch (const http::TransportError& error) {
         logger()->error("network error {}: {}", path, error.what());
-        throw WorkerHTTPError::network(error.what(), error.kind() == http::TransportError::Kind::cancelled);
+        throw WorkerHTTPError::network(error.what(),
+                                       error.kind() == http::TransportError::Kind::cancelled);
     }
 }
 
@@ -92,7 +101,9 @@ void WorkerHTTPClient::throwIfNotOK(const http::Response& response, const std::s
     throw WorkerHTTPError::httpError(response.status, std::move(detail));
 }
 
-http::Response WorkerHTTPClient::sendPoll(const std::string& path, const WorkerCapabilities& capabilities, std::stop_token stop) const {
+http::Response WorkerHTTPClient::sendPoll(const std::string& path,
+                                          const WorkerCapabilities& capabilities,
+                                          std::stop_token stop) const {
     auto request = makeRequest(path, "GET");
     try {
         request.headers.add("X-Worker-Capabilities", capabilities.encode().dump());
@@ -104,7 +115,8 @@ http::Response WorkerHTTPClient::sendPoll(const std::string& path, const WorkerC
     return response;
 }
 
-void WorkerHTTPClient::throwPollStatus(const http::Response& response, const std::string& path) const {
+void WorkerHTTPClient::throwPollStatus(const http::Response& response,
+                                       const std::string& path) const {
     if (response.status == 409) {
         std::optional<std::string> minVersion, downloadURL;
         try {
@@ -118,12 +130,15 @@ void WorkerHTTPClient::throwPollStatus(const http::Response& response, const std
         }
         throw WorkerHTTPError::versionTooOld(std::move(minVersion), std::move(downloadURL));
     }
-    if (response.status == 429) throw WorkerHTTPError::rateLimited(headerInteger(response, "Retry-After"));
-    if (response.status == 503) throw WorkerHTTPError::maintenanceMode(headerInteger(response, "Retry-After"));
+    if (response.status == 429)
+        throw WorkerHTTPError::rateLimited(headerInteger(response, "Retry-After"));
+    if (response.status == 503)
+        throw WorkerHTTPError::maintenanceMode(headerInteger(response, "Retry-After"));
     throwIfNotOK(response, path);
 }
 
-std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capabilities, std::stop_token stop) {
+std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capabilities,
+                                                 std::stop_token stop) {
     const std::string path = "/api/v1/workers/poll";
     auto response = sendPoll(path, capabilities, stop);
     if (response.status == 204) return std::nullopt;
@@ -136,7 +151,8 @@ std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capab
     }
 }
 
-PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilities, std::int64_t maxShards, std::stop_token stop) {
+PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilities,
+                                             std::int64_t maxShards, std::stop_token stop) {
     const std::string path = "/api/v1/workers/poll?max_shards=" + std::to_string(maxShards);
     auto response = sendPoll(path, capabilities, stop);
     PollBatchOutcome outcome;
@@ -174,7 +190,8 @@ PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilit
     throw WorkerHTTPError::decodingError(lastError);
 }
 
-void WorkerHTTPClient::postJobOperation(const std::string& path, std::string body, std::stop_token stop) const {
+void WorkerHTTPClient::postJobOperation(const std::string& path, std::string body,
+                                        std::stop_token stop) const {
     auto request = makeRequest(path, "POST");
     request.headers.add("Content-Type", "application/json");
     request.body = std::move(body);
@@ -184,11 +201,13 @@ void WorkerHTTPClient::postJobOperation(const std::string& path, std::string bod
     throwIfNotOK(response, path);
 }
 
-void WorkerHTTPClient::heartbeat(const std::string& jobId, const std::optional<std::string>& shardId, std::stop_token stop) {
+void WorkerHTTPClient::heartbeat(const std::string& jobId,
+                                 const std::optional<std::string>& shardId, std::stop_token stop) {
     postJobOperation(failPath(jobId, shardId, "/heartbeat"), "", stop);
 }
 
-void WorkerHTTPClient::submitResult(const std::string& jobId, const std::optional<std::string>& shardId,
+void WorkerHTTPClient::submitResult(const std::string& jobId,
+                                    const std::optional<std::string>& shardId,
                                     const SubmitResultBody& body, std::stop_token stop) {
     std::string encoded;
     try {
@@ -207,7 +226,8 @@ void WorkerHTTPClient::submitResult(const std::string& jobId, const std::optiona
     throwIfNotOK(response, path);
 }
 
-void WorkerHTTPClient::submitFail(const std::string& jobId, const std::optional<std::string>& shardId,
+void WorkerHTTPClient::submitFail(const std::string& jobId,
+                                  const std::optional<std::string>& shardId,
                                   const FailReason& reason, std::stop_token stop) {
     std::string encoded;
     try {

@@ -9,15 +9,25 @@
 namespace corvane {
 
 class WorkerHTTPError : public std::exception {
-public:
+  public:
     enum class Kind {
-        rateLimited, maintenanceMode, versionTooOld, httpError, invalidURL, encodingError,
-        decodingError, network, unauthorized, jobCancelled, notFoundOrNotOwned
+        rateLimited,
+        maintenanceMode,
+        versionTooOld,
+        httpError,
+        invalidURL,
+        encodingError,
+        decodingError,
+        network,
+        unauthorized,
+        jobCancelled,
+        notFoundOrNotOwned
     };
 
     static WorkerHTTPError rateLimited(std::optional<std::int64_t> retryAfterSeconds);
     static WorkerHTTPError maintenanceMode(std::optional<std::int64_t> retryAfterSeconds);
-    static WorkerHTTPError versionTooOld(std::optional<std::string> minVersion, std::optional<std::string> downloadURL);
+    static WorkerHTTPError versionTooOld(std::optional<std::string> minVersion,
+                                         std::optional<std::string> downloadURL);
     static WorkerHTTPError httpError(long statusCode, std::optional<std::string> detail);
     static WorkerHTTPError invalidURL(std::string path);
     // The three wrappers carry the underlying error's description; `cancelled` marks a network
@@ -40,8 +50,9 @@ public:
     std::optional<std::string> errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
-    WorkerHTTPError(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+  private:
+    WorkerHTTPError(Kind kind, std::string description)
+        : kind_(kind), description_(std::move(description)) {}
 
     Kind kind_;
     std::string description_;

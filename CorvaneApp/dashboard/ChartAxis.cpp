@@ -17,22 +17,26 @@ namespace {
 using Date = ChartAxis::Date;
 
 UDate toUDate(Date date) {
-    return static_cast<UDate>(std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count());
+    return static_cast<UDate>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count());
 }
 
 Date fromUDate(UDate millis) {
-    return Date{std::chrono::duration_cast<Date::duration>(std::chrono::milliseconds{static_cast<std::int64_t>(millis)})};
+    return Date{std::chrono::duration_cast<Date::duration>(
+        std::chrono::milliseconds{static_cast<std::int64_t>(millis)})};
 }
 
 std::unique_ptr<icu::TimeZone> makeZone(const ChartAxis::Calendar& calendar) {
-    if (calendar.timeZoneID.empty()) return std::unique_ptr<icu::TimeZone>(icu::TimeZone::createDefault());
+    if (calendar.timeZoneID.empty())
+        return std::unique_ptr<icu::TimeZone>(icu::TimeZone::createDefault());
     return std::unique_ptr<icu::TimeZone>(
         icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(calendar.timeZoneID)));
 }
 
 std::unique_ptr<icu::Calendar> makeCalendar(const ChartAxis::Calendar& calendar, Date at) {
     UErrorCode status = U_ZERO_ERROR;
-    auto cal = std::make_unique<icu::GregorianCalendar>(*makeZone(calendar), icu::Locale::getRoot(), status);
+    auto cal = std::make_unique<icu::GregorianCalendar>(*makeZone(calendar), icu::Locale::getRoot(),
+                                                        status);
     if (U_FAILURE(status)) return nullptr;
     cal->setTime(toUDate(at), status);
     if (U_FAILURE(status)) return nullptr;
@@ -47,7 +51,8 @@ void clearTimeOfDay(icu::Calendar& cal) {
 }
 
 // `date` moved by `amount` of `field` in the calendar; absent when the calendar can't.
-std::optional<Date> adding(Date date, UCalendarDateFields field, int amount, const ChartAxis::Calendar& calendar) {
+std::optional<Date> adding(Date date, UCalendarDateFields field, int amount,
+                           const ChartAxis::Calendar& calendar) {
     auto cal = makeCalendar(calendar, date);
     if (!cal) return std::nullopt;
     UErrorCode status = U_ZERO_ERROR;
@@ -57,13 +62,16 @@ std::optional<Date> adding(Date date, UCalendarDateFields field, int amount, con
     return fromUDate(moved);
 }
 
-long roundHalfAway(double value) { return std::lround(value); }
+long roundHalfAway(double value) {
+    return std::lround(value);
+}
 
 std::vector<Date> allMarkers(Date start, Date now, const ChartAxis::Calendar& calendar) {
     auto startDay = ChartAxis::startOfDay(start, calendar);
     auto today = ChartAxis::startOfDay(now, calendar);
     if (!startDay || !today || !(*startDay < *today)) return {};
-    return ChartAxis::selectIntermediateMarkers(ChartAxis::quarterStartsBetween(*startDay, *today, calendar));
+    return ChartAxis::selectIntermediateMarkers(
+        ChartAxis::quarterStartsBetween(*startDay, *today, calendar));
 }
 
 int yearOf(Date date, const ChartAxis::Calendar& calendar) {
@@ -103,7 +111,8 @@ std::string ChartAxis::format(Date date, const std::string& skeleton, const std:
     std::unique_ptr<icu::DateTimePatternGenerator> generator(
         icu::DateTimePatternGenerator::createInstance(icuLocale, status));
     if (U_FAILURE(status)) throw std::runtime_error("no date patterns for locale " + locale);
-    icu::UnicodeString pattern = generator->getBestPattern(icu::UnicodeString::fromUTF8(skeleton), status);
+    icu::UnicodeString pattern =
+        generator->getBestPattern(icu::UnicodeString::fromUTF8(skeleton), status);
     icu::SimpleDateFormat formatter(pattern, icuLocale, status);
     if (U_FAILURE(status)) throw std::runtime_error("no date format for locale " + locale);
     auto cal = makeCalendar(calendar, date);
@@ -119,9 +128,11 @@ std::string ChartAxis::format(Date date, const std::string& skeleton, const std:
 std::vector<std::string> ChartAxis::labels(const Range& range, Date now, const std::string& locale,
                                            const Calendar& calendar) {
     std::vector<std::string> out;
-    auto addShifted = [&](UCalendarDateFields field, std::initializer_list<int> backs, const char* skeleton) {
+    auto addShifted = [&](UCalendarDateFields field, std::initializer_list<int> backs,
+                          const char* skeleton) {
         for (int back : backs) {
-            if (auto date = adding(now, field, -back, calendar)) out.push_back(format(*date, skeleton, locale, calendar));
+            if (auto date = adding(now, field, -back, calendar))
+                out.push_back(format(*date, skeleton, locale, calendar));
         }
     };
     switch (range.kind) {
@@ -137,7 +148,8 @@ std::vector<std::string> ChartAxis::labels(const Range& range, Date now, const s
             addShifted(UCAL_MONTH, {3, 2, 1, 0}, "MMM");
             break;
         case Range::Kind::all: {
-            const char* skeleton = yearOf(range.start, calendar) == yearOf(now, calendar) ? "MMMd" : "MMMdyy";
+            const char* skeleton =
+                yearOf(range.start, calendar) == yearOf(now, calendar) ? "MMMd" : "MMMdyy";
             out.push_back(format(range.start, skeleton, locale, calendar));
             for (Date marker : allMarkers(range.start, now, calendar)) {
                 out.push_back(format(marker, skeleton, locale, calendar));
@@ -205,7 +217,8 @@ std::vector<int> ChartAxis::normalizedPositions(const std::vector<int>& raw, int
     return out;
 }
 
-std::vector<int> ChartAxis::positions(const Range& range, int sampleCount, const Calendar& calendar, Date now) {
+std::vector<int> ChartAxis::positions(const Range& range, int sampleCount, const Calendar& calendar,
+                                      Date now) {
     int n = sampleCount;
     int last = n - 1;
     std::vector<int> raw;
@@ -217,10 +230,12 @@ std::vector<int> ChartAxis::positions(const Range& range, int sampleCount, const
             for (int i = std::max(0, n - 5); i <= last; ++i) raw.push_back(i);
             break;
         case Range::Kind::days30:
-            raw = {last < 29 ? 0 : n - 30, last < 21 ? 0 : n - 22, last < 14 ? 0 : n - 15, last < 7 ? 0 : n - 8, last};
+            raw = {last < 29 ? 0 : n - 30, last < 21 ? 0 : n - 22, last < 14 ? 0 : n - 15,
+                   last < 7 ? 0 : n - 8, last};
             break;
         case Range::Kind::days90:
-            for (double share : {0.0, 0.25, 0.5, 0.75}) raw.push_back(static_cast<int>(roundHalfAway(last * share)));
+            for (double share : {0.0, 0.25, 0.5, 0.75})
+                raw.push_back(static_cast<int>(roundHalfAway(last * share)));
             raw.push_back(last);
             break;
         case Range::Kind::all: {
@@ -228,7 +243,8 @@ std::vector<int> ChartAxis::positions(const Range& range, int sampleCount, const
             int total = std::max(daysBetween(range.start, now, calendar), 1);
             for (Date marker : allMarkers(range.start, now, calendar)) {
                 int d = std::clamp(daysBetween(range.start, marker, calendar), 0, total);
-                raw.push_back(static_cast<int>(roundHalfAway(static_cast<double>(last) * d / total)));
+                raw.push_back(
+                    static_cast<int>(roundHalfAway(static_cast<double>(last) * d / total)));
             }
             raw.push_back(last);
             break;
@@ -237,7 +253,8 @@ std::vector<int> ChartAxis::positions(const Range& range, int sampleCount, const
     return normalizedPositions(raw, sampleCount);
 }
 
-std::vector<std::optional<std::string>> ChartAxis::positionedLabels(const Range& range, int sampleCount, Date now,
+std::vector<std::optional<std::string>> ChartAxis::positionedLabels(const Range& range,
+                                                                    int sampleCount, Date now,
                                                                     const std::string& locale,
                                                                     const Calendar& calendar) {
     if (sampleCount < 1) return {};

@@ -35,10 +35,12 @@ struct ChartAxis {
     // locale is an ICU/POSIX locale name: "en_US", "de_DE", "ja_JP".
     static std::vector<std::string> labels(const Range& range, Date now, const std::string& locale,
                                            const Calendar& calendar);
-    static std::vector<int> positions(const Range& range, int sampleCount, const Calendar& calendar, Date now);
+    static std::vector<int> positions(const Range& range, int sampleCount, const Calendar& calendar,
+                                      Date now);
     // sampleCount entries, the label at each index that carries one. Throws std::invalid_argument
     // when the series is too short to hold the range's labels apart.
-    static std::vector<std::optional<std::string>> positionedLabels(const Range& range, int sampleCount, Date now,
+    static std::vector<std::optional<std::string>> positionedLabels(const Range& range,
+                                                                    int sampleCount, Date now,
                                                                     const std::string& locale,
                                                                     const Calendar& calendar);
 

@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "CorvaneApp/app/HeadlessRunner.h"
-#include "CorvaneApp/platform/LoopExecutor.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
 
 namespace corvane {
 
@@ -27,12 +27,14 @@ std::optional<std::string> DemoShardLog::tick(double sessionElapsed) {
 
 int runDemoHeadless(const std::string& version) {
     auto logger = log::get("corvane");
-    logger->info("corvane {} starting headless with demo data; nothing reaches a coordinator", version);
+    logger->info("corvane {} starting headless with demo data; nothing reaches a coordinator",
+                 version);
     LoopExecutor loop;
     DemoShardLog shardLog;
     const auto start = std::chrono::steady_clock::now();
     auto tick = [&] {
-        double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        double elapsed =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (auto line = shardLog.tick(elapsed)) logger->info("{}", *line);
     };
     tick();

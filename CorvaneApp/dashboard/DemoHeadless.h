@@ -11,10 +11,10 @@ namespace corvane {
 
 // The log line for each change of the live shard; fed the seconds since the session began.
 class DemoShardLog {
-public:
+  public:
     std::optional<std::string> tick(double sessionElapsed);
 
-private:
+  private:
     bool started_ = false;
     std::optional<DemoShardProgress> last_;
 };

@@ -9,7 +9,9 @@ namespace corvane {
 
 std::optional<DemoShardProgress> liveShardProgress(double sessionElapsed) {
     // Under a second, or a clock that ran backwards or broke, reads as the session's start.
-    std::int64_t s = std::isfinite(sessionElapsed) && sessionElapsed >= 1 ? static_cast<std::int64_t>(sessionElapsed) : 0;
+    std::int64_t s = std::isfinite(sessionElapsed) && sessionElapsed >= 1
+                         ? static_cast<std::int64_t>(sessionElapsed)
+                         : 0;
     std::int64_t inCycle = s % DemoShardProgress::cycleSeconds;
     if (inCycle >= DemoShardProgress::runningSeconds) return std::nullopt;
     int k = static_cast<int>((s / DemoShardProgress::cycleSeconds) % 3);

@@ -24,19 +24,23 @@ std::optional<ScheduleSuggestionEngine> ScheduleActivityHistoryStore::suggestion
     for (const auto& day : histogram_->histogram) {
         auto& row = rows.emplace_back();
         for (auto minutes : day) {
-            row.push_back(static_cast<int>(std::clamp<std::int64_t>(minutes, 0, std::numeric_limits<int>::max())));
+            row.push_back(static_cast<int>(
+                std::clamp<std::int64_t>(minutes, 0, std::numeric_limits<int>::max())));
         }
     }
     return ScheduleSuggestionEngine::fromRaw(rows);
 }
 
 bool ScheduleActivityHistoryStore::isLoadedButEmpty() const {
-    return std::holds_alternative<Loaded>(loadState_) && histogram_ && histogram_->activeMinutesTotal == 0;
+    return std::holds_alternative<Loaded>(loadState_) && histogram_ &&
+           histogram_->activeMinutesTotal == 0;
 }
 
-std::string ScheduleActivityHistoryStore::bannerText(const ScheduleGrid& grid, double ratePerHour) const {
+std::string ScheduleActivityHistoryStore::bannerText(const ScheduleGrid& grid,
+                                                     double ratePerHour) const {
     if (const auto* failed = std::get_if<Failed>(&loadState_)) return failed->message;
-    if (auto engine = suggestionEngine()) return engine->suggestionBannerText(grid, ratePerHour, isLoadedButEmpty());
+    if (auto engine = suggestionEngine())
+        return engine->suggestionBannerText(grid, ratePerHour, isLoadedButEmpty());
     if (std::holds_alternative<Loading>(loadState_)) return "Loading activity history...";
     return std::string(kNoActivityHistoryText);
 }
@@ -48,7 +52,8 @@ void ScheduleActivityHistoryStore::beginLoad(const std::string& workerID) {
     changed_.notify();
 }
 
-void ScheduleActivityHistoryStore::completeLoad(const std::string& workerID, ActivityHistogramResponse response) {
+void ScheduleActivityHistoryStore::completeLoad(const std::string& workerID,
+                                                ActivityHistogramResponse response) {
     if (currentWorker() != workerID) return;
     histogram_ = std::move(response);
     loadState_ = Loaded{workerID};

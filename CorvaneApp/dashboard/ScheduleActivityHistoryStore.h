@@ -14,7 +14,7 @@
 namespace corvane {
 
 class ScheduleActivityHistoryStore {
-public:
+  public:
     struct Idle {
         friend bool operator==(const Idle&, const Idle&) = default;
     };
@@ -45,9 +45,11 @@ public:
     void failLoad(const std::string& workerID, std::string message);
 
     // Called after every change of either field.
-    [[nodiscard]] Subscription observe(std::function<void()> callback) { return changed_.subscribe(std::move(callback)); }
+    [[nodiscard]] Subscription observe(std::function<void()> callback) {
+        return changed_.subscribe(std::move(callback));
+    }
 
-private:
+  private:
     // The worker the current state belongs to; absent when idle.
     std::optional<std::string> currentWorker() const;
 

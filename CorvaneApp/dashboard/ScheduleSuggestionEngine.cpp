@@ -7,7 +7,8 @@
 
 namespace corvane {
 
-ScheduleSuggestionEngine ScheduleSuggestionEngine::fromRaw(const std::vector<std::vector<int>>& rows) {
+ScheduleSuggestionEngine ScheduleSuggestionEngine::fromRaw(
+    const std::vector<std::vector<int>>& rows) {
     ScheduleSuggestionEngine engine;
     engine.histogram.assign(ScheduleGrid::dayCount, std::vector<int>(ScheduleGrid::hourCount, 0));
     for (size_t day = 0; day < rows.size() && day < ScheduleGrid::dayCount; ++day) {
@@ -34,12 +35,13 @@ int ScheduleSuggestionEngine::activityMinutes(int day, int hour) const {
     return std::max(0, row[static_cast<size_t>(hour)]);
 }
 
-ScheduleSuggestionEngine::CellState ScheduleSuggestionEngine::cellState(const ScheduleGrid& grid, int day,
-                                                                        int hour) const {
+ScheduleSuggestionEngine::CellState ScheduleSuggestionEngine::cellState(const ScheduleGrid& grid,
+                                                                        int day, int hour) const {
     bool allowed = grid.isAllowed(day, hour);
     if (!hasHistory()) return allowed ? CellState::allowed : CellState::blocked;
     int minutes = activityMinutes(day, hour);
-    if (allowed) return minutes > busyThresholdMinutes ? CellState::allowedBusy : CellState::allowed;
+    if (allowed)
+        return minutes > busyThresholdMinutes ? CellState::allowedBusy : CellState::allowed;
     return minutes < quietThresholdMinutes ? CellState::quietSuggest : CellState::blocked;
 }
 
@@ -50,7 +52,8 @@ std::vector<ScheduleSuggestionEngine::RunBlock> ScheduleSuggestionEngine::quietS
     for (int day = 0; day < ScheduleGrid::dayCount; ++day) {
         int start = -1;
         for (int hour = 0; hour <= ScheduleGrid::hourCount; ++hour) {
-            bool quiet = hour < ScheduleGrid::hourCount && cellState(grid, day, hour) == CellState::quietSuggest;
+            bool quiet = hour < ScheduleGrid::hourCount &&
+                         cellState(grid, day, hour) == CellState::quietSuggest;
             if (quiet && start < 0) start = hour;
             if (!quiet && start >= 0) {
                 runs.push_back({day, day, start, hour, hour - start});
@@ -61,15 +64,18 @@ std::vector<ScheduleSuggestionEngine::RunBlock> ScheduleSuggestionEngine::quietS
     return mergeAdjacentRuns(std::move(runs));
 }
 
-std::vector<ScheduleSuggestionEngine::RunBlock> ScheduleSuggestionEngine::mergeAdjacentRuns(std::vector<RunBlock> runs) {
+std::vector<ScheduleSuggestionEngine::RunBlock> ScheduleSuggestionEngine::mergeAdjacentRuns(
+    std::vector<RunBlock> runs) {
     std::stable_sort(runs.begin(), runs.end(), [](const RunBlock& a, const RunBlock& b) {
-        return std::tie(a.hourStart, a.hourEnd, a.dayStart) < std::tie(b.hourStart, b.hourEnd, b.dayStart);
+        return std::tie(a.hourStart, a.hourEnd, a.dayStart) <
+               std::tie(b.hourStart, b.hourEnd, b.dayStart);
     });
     std::vector<RunBlock> merged;
     for (const auto& run : runs) {
         if (!merged.empty()) {
             auto& last = merged.back();
-            if (last.hourStart == run.hourStart && last.hourEnd == run.hourEnd && last.dayEnd + 1 == run.dayStart) {
+            if (last.hourStart == run.hourStart && last.hourEnd == run.hourEnd &&
+                last.dayEnd + 1 == run.dayStart) {
                 last.dayEnd = run.dayEnd;
                 last.cellCount += run.cellCount;
                 continue;
@@ -80,8 +86,8 @@ std::vector<ScheduleSuggestionEngine::RunBlock> ScheduleSuggestionEngine::mergeA
     return merged;
 }
 
-std::vector<ScheduleSuggestionEngine::SuggestionBlock> ScheduleSuggestionEngine::quietSuggestionBlocks(
-    const ScheduleGrid& grid) const {
+std::vector<ScheduleSuggestionEngine::SuggestionBlock>
+ScheduleSuggestionEngine::quietSuggestionBlocks(const ScheduleGrid& grid) const {
     std::vector<SuggestionBlock> blocks;
     for (const auto& run : quietSuggestRuns(grid)) {
         std::string id = std::to_string(run.dayStart) + "-" + std::to_string(run.dayEnd) + "-" +
@@ -97,7 +103,8 @@ std::vector<ScheduleSuggestionEngine::SuggestionBlock> ScheduleSuggestionEngine:
     return blocks;
 }
 
-std::string ScheduleSuggestionEngine::suggestionBannerText(const ScheduleGrid& grid, double ratePerHour,
+std::string ScheduleSuggestionEngine::suggestionBannerText(const ScheduleGrid& grid,
+                                                           double ratePerHour,
                                                            bool loadedButEmpty) const {
     auto blocks = quietSuggestionBlocks(grid);
     if (!blocks.empty()) {
@@ -106,8 +113,9 @@ std::string ScheduleSuggestionEngine::suggestionBannerText(const ScheduleGrid& g
             if (!text.empty()) text += " · ";
             std::array<char, 64> amount{};
             std::snprintf(amount.data(), amount.size(), "%.2f", block.hoursSaved * ratePerHour);
-            text += dayRangeLabel(block.dayStart, block.dayEnd) + " " + hourRangeLabel(block.hourStart, block.hourEnd) +
-                    ", adds ~$" + amount.data() + "/wk";
+            text += dayRangeLabel(block.dayStart, block.dayEnd) + " " +
+                    hourRangeLabel(block.hourStart, block.hourEnd) + ", adds ~$" + amount.data() +
+                    "/wk";
         }
         return text;
     }
@@ -135,11 +143,14 @@ int ScheduleSuggestionEngine::applySuggestions(ScheduleGrid& grid) const {
 }
 
 std::string ScheduleSuggestionEngine::dayRangeLabel(int dayStart, int dayEnd) {
-    static constexpr std::array<std::string_view, 7> names{"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};
+    static constexpr std::array<std::string_view, 7> names{"Mon", "Tue", "Wed", "Thu",
+                                                           "Fri", "Sat", "Sun"};
     auto valid = [](int day) { return day >= 0 && day < 7; };
-    if (!valid(dayStart) || !valid(dayEnd)) return "Days " + std::to_string(dayStart) + "-" + std::to_string(dayEnd);
+    if (!valid(dayStart) || !valid(dayEnd))
+        return "Days " + std::to_string(dayStart) + "-" + std::to_string(dayEnd);
     if (dayStart == dayEnd) return std::string(names[static_cast<size_t>(dayStart)]);
-    return std::string(names[static_cast<size_t>(dayStart)]) + "-" + std::string(names[static_cast<size_t>(dayEnd)]);
+    return std::string(names[static_cast<size_t>(dayStart)]) + "-" +
+           std::string(names[static_cast<size_t>(dayEnd)]);
 }
 
 std::string ScheduleSuggestionEngine::hourLabel(int hour) {
@@ -149,7 +160,8 @@ std::string ScheduleSuggestionEngine::hourLabel(int hour) {
 }
 
 std::string ScheduleSuggestionEngine::hourRangeLabel(int hourStart, int hourEnd) {
-    if (hourStart < 0 || hourStart >= hourEnd || (hourStart == 0 && hourEnd == 24)) return "All day";
+    if (hourStart < 0 || hourStart >= hourEnd || (hourStart == 0 && hourEnd == 24))
+        return "All day";
     return hourLabel(hourStart) + "–" + hourLabel(hourEnd);
 }
 

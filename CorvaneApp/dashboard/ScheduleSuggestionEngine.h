@@ -20,9 +20,9 @@ struct ScheduleSuggestionEngine {
 
     struct RunBlock {
         int dayStart = 0;
-        int dayEnd = 0;     // inclusive
+        int dayEnd = 0;  // inclusive
         int hourStart = 0;
-        int hourEnd = 0;    // exclusive
+        int hourEnd = 0;  // exclusive
         int cellCount = 0;
         friend bool operator==(const RunBlock&, const RunBlock&) = default;
     };
@@ -48,8 +48,10 @@ struct ScheduleSuggestionEngine {
     int activityMinutes(int day, int hour) const;  // 0 out of range or below zero
     CellState cellState(const ScheduleGrid& grid, int day, int hour) const;
     std::vector<RunBlock> quietSuggestRuns(const ScheduleGrid& grid) const;
-    std::vector<SuggestionBlock> quietSuggestionBlocks(const ScheduleGrid& grid) const;  // at most 3
-    std::string suggestionBannerText(const ScheduleGrid& grid, double ratePerHour, bool loadedButEmpty) const;
+    std::vector<SuggestionBlock> quietSuggestionBlocks(
+        const ScheduleGrid& grid) const;  // at most 3
+    std::string suggestionBannerText(const ScheduleGrid& grid, double ratePerHour,
+                                     bool loadedButEmpty) const;
     // Opens every quiet blocked cell, not only those the banner names; returns how many changed.
     int applySuggestions(ScheduleGrid& grid) const;
 

@@ -27,7 +27,8 @@ std::string nextMinorVersion(std::string_view running) {
     parts[1] += 1;
     std::fill(parts.begin() + 2, parts.end(), 0);
     std::string text;
-    for (std::size_t i = 0; i < parts.size(); ++i) text += (i ? "." : "") + std::to_string(parts[i]);
+    for (std::size_t i = 0; i < parts.size(); ++i)
+        text += (i ? "." : "") + std::to_string(parts[i]);
     return text;
 }
 
@@ -77,7 +78,8 @@ std::string_view rawValue(DashPage page) {
     return "overview";
 }
 
-std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(const std::vector<std::string>& arguments) {
+std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
+    const std::vector<std::string>& arguments) {
     constexpr std::string_view screen = "--screen=";
     constexpr std::string_view capture = "--capture-to=";
     std::string scenario;
@@ -102,51 +104,50 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
     constexpr ScreenshotSurface popover{K::popover, DashPage::overview};
     auto page = [](DashPage p) { return ScreenshotSurface{K::dashboard, p}; };
     static const std::vector<ScreenshotScenarioInfo> catalog{
-        {"popover-earning", "Tray popover — earning, no update banner.", popover,
-         S::earning, false, none},
-        {"popover-idle", "Tray popover — idle (online, no jobs).", popover,
-         S::idle, false, none},
-        {"popover-paused", "Tray popover — paused by user.", popover,
-         S::paused, false, none},
-        {"popover-scheduled", "Tray popover — outside allowed hours.", popover,
-         S::scheduled, false, none},
-        {"popover-throttled", "Tray popover — CPU cap reached.", popover,
-         S::throttled, false, none},
-        {"popover-offline", "Tray popover — no internet connection.", popover,
-         S::offline, false, none},
-        {"popover-updating", "Tray popover — installing update.", popover,
-         S::updating, false, none},
+        {"popover-earning", "Tray popover — earning, no update banner.", popover, S::earning, false,
+         none},
+        {"popover-idle", "Tray popover — idle (online, no jobs).", popover, S::idle, false, none},
+        {"popover-paused", "Tray popover — paused by user.", popover, S::paused, false, none},
+        {"popover-scheduled", "Tray popover — outside allowed hours.", popover, S::scheduled, false,
+         none},
+        {"popover-throttled", "Tray popover — CPU cap reached.", popover, S::throttled, false,
+         none},
+        {"popover-offline", "Tray popover — no internet connection.", popover, S::offline, false,
+         none},
+        {"popover-updating", "Tray popover — installing update.", popover, S::updating, false,
+         none},
         {"popover-update-available", "Tray popover — earning with an update banner.", popover,
          S::earning, true, none},
         {"overview-earning", "Overview page — earning, steady state.", page(DashPage::overview),
          S::earning, false, none},
-        {"overview-paused", "Overview page — paused by user.", page(DashPage::overview),
-         S::paused, false, none},
-        {"overview-update-available", "Overview page — update banner shown.", page(DashPage::overview),
-         none, true, none},
+        {"overview-paused", "Overview page — paused by user.", page(DashPage::overview), S::paused,
+         false, none},
+        {"overview-update-available", "Overview page — update banner shown.",
+         page(DashPage::overview), none, true, none},
         {"earnings-default", "Earnings page — populated dummy data.", page(DashPage::earnings),
          none, false, none},
-        {"models-ready", "Models page — Whisper installed and ready.", page(DashPage::models),
-         none, false, M::ready},
-        {"models-downloading", "Models page — Whisper mid-download.", page(DashPage::models),
-         none, false, M::downloading},
+        {"models-ready", "Models page — Whisper installed and ready.", page(DashPage::models), none,
+         false, M::ready},
+        {"models-downloading", "Models page — Whisper mid-download.", page(DashPage::models), none,
+         false, M::downloading},
         {"models-not-installed", "Models page — Whisper not yet installed.", page(DashPage::models),
          none, false, M::notInstalled},
-        {"models-download-failed", "Models page — Whisper download failed, retry offered.", page(DashPage::models),
-         none, false, M::downloadFailed},
-        {"schedule-default", "Schedule & limits page — default recommended.", page(DashPage::schedule),
-         none, false, none},
-        {"payouts-default", "Payouts page — no method attached yet.", page(DashPage::payouts),
-         none, false, none},
-        {"settings-default", "Settings page — default.", page(DashPage::settings),
-         none, false, none},
+        {"models-download-failed", "Models page — Whisper download failed, retry offered.",
+         page(DashPage::models), none, false, M::downloadFailed},
+        {"schedule-default", "Schedule & limits page — default recommended.",
+         page(DashPage::schedule), none, false, none},
+        {"payouts-default", "Payouts page — no method attached yet.", page(DashPage::payouts), none,
+         false, none},
+        {"settings-default", "Settings page — default.", page(DashPage::settings), none, false,
+         none},
     };
     return catalog;
 }
 
 const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id) {
     const auto& catalog = screenshotCatalog();
-    auto it = std::find_if(catalog.begin(), catalog.end(), [&](const auto& s) { return s.id == id; });
+    auto it =
+        std::find_if(catalog.begin(), catalog.end(), [&](const auto& s) { return s.id == id; });
     return it == catalog.end() ? nullptr : &*it;
 }
 

@@ -15,7 +15,7 @@ struct DBusObject {
 };
 
 class DBusClient {
-public:
+  public:
     virtual ~DBusClient() = default;
     // Calls a method without arguments whose reply is one unsigned integer ("u" or "t").
     virtual std::optional<std::uint64_t> callUnsigned(const DBusObject& object,

@@ -11,10 +11,12 @@
 namespace corvane {
 
 class DBusIdleSource final : public IdleTimeSource {
-public:
+  public:
     DBusIdleSource(std::string name, std::shared_ptr<DBusClient> bus, DBusObject object,
                    std::string method)
-        : name_(std::move(name)), bus_(std::move(bus)), object_(std::move(object)),
+        : name_(std::move(name)),
+          bus_(std::move(bus)),
+          object_(std::move(object)),
           method_(std::move(method)) {}
 
     // GNOME Shell: org.gnome.Mutter.IdleMonitor.GetIdletime on the core monitor.
@@ -27,7 +29,7 @@ public:
     std::string_view name() const override { return name_; }
     std::optional<double> idleSeconds() override;
 
-private:
+  private:
     std::string name_;
     std::shared_ptr<DBusClient> bus_;
     DBusObject object_;

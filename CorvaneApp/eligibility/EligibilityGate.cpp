@@ -8,7 +8,8 @@ namespace corvane {
 
 std::shared_ptr<EligibilityGate> EligibilityGate::create(Executor& mainSequence,
                                                          bool initialIsScheduledOn) {
-    return std::shared_ptr<EligibilityGate>(new EligibilityGate(mainSequence, initialIsScheduledOn));
+    return std::shared_ptr<EligibilityGate>(
+        new EligibilityGate(mainSequence, initialIsScheduledOn));
 }
 
 EligibilityGate::EligibilityGate(Executor& mainSequence, bool initialIsScheduledOn)

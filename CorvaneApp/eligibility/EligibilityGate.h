@@ -19,7 +19,7 @@
 namespace corvane {
 
 class EligibilityGate : public std::enable_shared_from_this<EligibilityGate> {
-public:
+  public:
     struct PauseEntry {
         PauseEntryID id = 0;
         std::string reason;  // trimmed, never empty
@@ -30,8 +30,8 @@ public:
     // The observed properties; an observer hears only of real changes.
     enum class Property { isEligible, isScheduledOn, scheduledOffReason, pauseEntries };
 
-    // Call on the thread that runs `mainSequence`: that thread counts as the main one for release().
-    // `mainSequence` must outlive the gate.
+    // Call on the thread that runs `mainSequence`: that thread counts as the main one for
+    // release(). `mainSequence` must outlive the gate.
     static std::shared_ptr<EligibilityGate> create(Executor& mainSequence,
                                                    bool initialIsScheduledOn = true);
 
@@ -63,7 +63,7 @@ public:
 
     [[nodiscard]] Subscription observe(std::function<void(Property)> observer);
 
-private:
+  private:
     friend class corvane::PauseHandle;
 
     EligibilityGate(Executor& mainSequence, bool initialIsScheduledOn);

@@ -7,7 +7,7 @@
 namespace corvane {
 
 class EligibilitySnapshot {
-public:
+  public:
     explicit EligibilitySnapshot(bool value) : value_(value) {}
     EligibilitySnapshot(const EligibilitySnapshot&) = delete;
     EligibilitySnapshot& operator=(const EligibilitySnapshot&) = delete;
@@ -21,7 +21,7 @@ public:
         value_ = value;
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     bool value_;  // guarded by mutex_
 };

@@ -11,7 +11,7 @@
 namespace corvane {
 
 class ForegroundAppSource {
-public:
+  public:
     struct App {
         int processID = 0;
         std::optional<std::string> applicationName;  // the window's class name, when it has one
@@ -25,12 +25,12 @@ public:
 // WM_CLASS). Under Wayland only XWayland windows are seen; a native Wayland window in front reads
 // as no application, which holds no pause.
 class X11ForegroundAppSource final : public ForegroundAppSource {
-public:
+  public:
     explicit X11ForegroundAppSource(std::shared_ptr<X11Display> display)
         : display_(std::move(display)) {}
     std::optional<App> frontmost() override;
 
-private:
+  private:
     std::shared_ptr<X11Display> display_;
 };
 

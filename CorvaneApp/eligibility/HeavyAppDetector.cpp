@@ -93,15 +93,17 @@ bool HeavyAppDetector::shouldPause(const std::deque<WindowSample>& window,
     if (window.size() < windowSize) return false;
     if (strategy == TriggerStrategy::sustainedEverySample) {
         return std::all_of(window.begin(), window.end(), [](const WindowSample& sample) {
-            return sample.cpuPercent >= triggerThreshold || sample.memoryPercent >= triggerThreshold;
+            return sample.cpuPercent >= triggerThreshold ||
+                   sample.memoryPercent >= triggerThreshold;
         });
     }
     double count = static_cast<double>(window.size());
-    double cpu = std::accumulate(window.begin(), window.end(), 0.0,
-                                 [](double sum, const WindowSample& s) { return sum + s.cpuPercent; });
-    double memory = std::accumulate(window.begin(), window.end(), 0.0, [](double sum, const WindowSample& s) {
-        return sum + s.memoryPercent;
-    });
+    double cpu =
+        std::accumulate(window.begin(), window.end(), 0.0,
+                        [](double sum, const WindowSample& s) { return sum + s.cpuPercent; });
+    double memory =
+        std::accumulate(window.begin(), window.end(), 0.0,
+                        [](double sum, const WindowSample& s) { return sum + s.memoryPercent; });
     return cpu / count >= triggerThreshold || memory / count >= triggerThreshold;
 }
 
@@ -117,9 +119,8 @@ HeavyAppDetector::TriggerStrategy HeavyAppDetector::strategyFor(
     const std::optional<std::string>& bundleIdentifier) {
     static constexpr std::array<std::string_view, 3> kAverageWindow = {"qtcreator", "gnome-builder",
                                                                        "clion"};
-    if (bundleIdentifier &&
-        std::find(kAverageWindow.begin(), kAverageWindow.end(), *bundleIdentifier) !=
-            kAverageWindow.end()) {
+    if (bundleIdentifier && std::find(kAverageWindow.begin(), kAverageWindow.end(),
+                                      *bundleIdentifier) != kAverageWindow.end()) {
         return TriggerStrategy::averageWindow;
     }
     return TriggerStrategy::sustainedEverySample;

@@ -16,7 +16,7 @@
 namespace corvane {
 
 class HeavyAppDetector {
-public:
+  public:
     struct AppIdentity {
         int processID = 0;
         std::optional<std::string> bundleIdentifier;  // on Linux: the process name
@@ -40,7 +40,7 @@ public:
     };
 
     class Sampling {
-    public:
+      public:
         virtual ~Sampling() = default;
         // The frontmost application and its load; absent when there is none or it can't be read.
         virtual std::optional<ForegroundAppSample> sampleForegroundApp() = 0;
@@ -80,7 +80,7 @@ public:
         return currentPauseDescription_;
     }
 
-private:
+  private:
     void forgetTrackedApp();
     void tell(const std::optional<std::string>& description);
 

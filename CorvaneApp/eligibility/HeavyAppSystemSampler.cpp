@@ -67,7 +67,7 @@ HeavyAppDetector::SystemSampler::sampleForegroundApp() {
     ForegroundAppSample sample;
     sample.processID = app->processID;
     if (!process->name.empty()) sample.bundleIdentifier = process->name;
-    sample.localizedName = app->applicationName ? *app->applicationName
+    sample.localizedName = app->applicationName      ? *app->applicationName
                            : sample.bundleIdentifier ? *sample.bundleIdentifier
                                                      : std::string("Foreground app");
     sample.cpuPercent = cpuPercent;

@@ -14,7 +14,7 @@
 namespace corvane {
 
 class HeavyAppDetector::SystemSampler final : public HeavyAppDetector::Sampling {
-public:
+  public:
     struct CPUReading {
         std::uint64_t totalNanos = 0;
         Date sampledAt;
@@ -35,7 +35,7 @@ public:
 
     std::optional<ForegroundAppSample> sampleForegroundApp() override;
 
-private:
+  private:
     std::shared_ptr<ForegroundAppSource> foreground_;
     ProcessTable processes_;
     Machine machine_;

@@ -83,7 +83,8 @@ bool IdleEligibilityMonitor::isOnACPower(const std::filesystem::path& powerSuppl
     auto reading = PowerSupplyReader(powerSupplyRoot).read();
     if (!reading.folderReadable) {
         log::get("IdleEligibilityMonitor")
-            ->error("power supply information unavailable \u2014 assuming AC to avoid false pauses");
+            ->error(
+                "power supply information unavailable \u2014 assuming AC to avoid false pauses");
         return true;
     }
     if (!reading.providingSourceType) {

@@ -16,7 +16,7 @@
 namespace corvane {
 
 class IdleEligibilityMonitor {
-public:
+  public:
     // The live settings, read on every tick; the owner binds them to the settings store.
     struct Settings {
         std::function<double()> idleMinutes;
@@ -55,7 +55,7 @@ public:
     static bool systemIsOnACPower();
     static bool isOnACPower(const std::filesystem::path& powerSupplyRoot);
 
-private:
+  private:
     std::shared_ptr<EligibilityGate> gate_;
     Executor& mainSequence_;
     Settings settings_;

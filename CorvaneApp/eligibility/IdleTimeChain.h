@@ -13,7 +13,7 @@
 namespace corvane {
 
 class IdleTimeChain {
-public:
+  public:
     explicit IdleTimeChain(std::vector<std::unique_ptr<IdleTimeSource>> sources)
         : sources_(std::move(sources)) {}
 
@@ -29,7 +29,7 @@ public:
     // Which source gave the last answer; empty before the first or after a failed reading.
     const std::string& lastSourceName() const { return lastSourceName_; }
 
-private:
+  private:
     std::vector<std::unique_ptr<IdleTimeSource>> sources_;
     std::string lastSourceName_;
     bool reportedFailure_ = false;

@@ -8,7 +8,7 @@
 namespace corvane {
 
 class IdleTimeSource {
-public:
+  public:
     virtual ~IdleTimeSource() = default;
     virtual std::string_view name() const = 0;
     // Seconds since the last input as this source sees it; absent when it can't answer now.

@@ -12,7 +12,7 @@
 namespace corvane {
 
 class LogindIdleSource final : public IdleTimeSource {
-public:
+  public:
     LogindIdleSource(std::shared_ptr<DBusClient> systemBus, NowFunction now)
         : bus_(std::move(systemBus)), now_(std::move(now)) {}
 
@@ -21,7 +21,7 @@ public:
     // reported one): that is no reading, and the terminals answer instead.
     std::optional<double> idleSeconds() override;
 
-private:
+  private:
     std::shared_ptr<DBusClient> bus_;
     NowFunction now_;
 };

@@ -15,8 +15,8 @@ MeetingDetector::MeetingDetector(std::shared_ptr<EligibilityGate> eligibilityGat
       options_(options) {}
 
 bool MeetingDetector::isMeeting(const Snapshot& snapshot) {
-    int votes = int(snapshot.videoInUse) + int(snapshot.audioInUse) +
-                int(snapshot.knownMeetingAppRunning);
+    int votes =
+        int(snapshot.videoInUse) + int(snapshot.audioInUse) + int(snapshot.knownMeetingAppRunning);
     return votes >= 2;
 }
 
@@ -24,7 +24,8 @@ void MeetingDetector::start() {
     if (pollTimer_.active()) return;
     refreshNow();
     // Timers are owned here and run on this sequence, so they never outlive the detector.
-    pollTimer_ = mainSequence_.scheduleRepeating(options_.detectionInterval, [this] { refreshNow(); });
+    pollTimer_ =
+        mainSequence_.scheduleRepeating(options_.detectionInterval, [this] { refreshNow(); });
 }
 
 void MeetingDetector::stop() {
@@ -53,8 +54,8 @@ void MeetingDetector::refreshNow() {
 
 void MeetingDetector::scheduleResumeIfNeeded() {
     if (!pauseHandle_ || pendingResume_.active()) return;
-    pendingResume_ = mainSequence_.scheduleOnce(options_.resumeGracePeriod,
-                                                [this] { completeGracePeriodResumeAfterFreshProbe(); });
+    pendingResume_ = mainSequence_.scheduleOnce(
+        options_.resumeGracePeriod, [this] { completeGracePeriodResumeAfterFreshProbe(); });
 }
 
 void MeetingDetector::completeGracePeriodResumeAfterFreshProbe() {

@@ -17,7 +17,7 @@ struct MeetingDetectorOptions {
 };
 
 class MeetingDetector {
-public:
+  public:
     struct Snapshot {
         bool videoInUse = false;
         bool audioInUse = false;
@@ -48,7 +48,7 @@ public:
     bool isHolding() const { return pauseHandle_ != nullptr; }
     bool isResumePending() const { return pendingResume_.active(); }
 
-private:
+  private:
     void scheduleResumeIfNeeded();
     void completeGracePeriodResumeAfterFreshProbe();
     void releaseHold();

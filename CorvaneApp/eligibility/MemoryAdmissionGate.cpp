@@ -32,7 +32,8 @@ std::optional<MemoryGatedReason> MemoryAdmissionGate::check(int /*shardsAlreadyI
         return std::nullopt;
     }
     MemoryGatedReason reason{*used, ceiling};
-    log::get("MemoryAdmissionGate")->info("MemoryAdmissionGate: hold \u2014 {}", reason.description());
+    log::get("MemoryAdmissionGate")
+        ->info("MemoryAdmissionGate: hold \u2014 {}", reason.description());
     return reason;
 }
 

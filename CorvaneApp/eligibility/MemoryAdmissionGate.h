@@ -24,7 +24,7 @@ struct MemoryAdmissionProbes {
 };
 
 class MemoryAdmissionGate final : public MemoryGate {
-public:
+  public:
     explicit MemoryAdmissionGate(MemoryAdmissionProbes probes) : probes_(std::move(probes)) {}
 
     // Reads the probes afresh every call; the argument takes no part (running shards are measured).
@@ -32,7 +32,7 @@ public:
 
     const MemoryAdmissionProbes& probes() const { return probes_; }
 
-private:
+  private:
     MemoryAdmissionProbes probes_;
 };
 

@@ -29,8 +29,8 @@ double MemoryBudget::projectedUsageGB(int shardsInFlight) const {
 
 bool MemoryBudget::canAdmit(double currentUsedGB, double ceilingGB, int /*shardsAlreadyInFlight*/,
                             int additionalShards) const {
-    double needed = currentUsedGB + perShardWorkingSetGB * std::max(additionalShards, 0) +
-                    safetyReserveGB;
+    double needed =
+        currentUsedGB + perShardWorkingSetGB * std::max(additionalShards, 0) + safetyReserveGB;
     return needed <= ceilingGB - modelFootprintGB;
 }
 
@@ -42,7 +42,8 @@ long long MemoryBudget::admissibleCount(double currentUsedGB, double ceilingGB,
     // 2^63 is exactly representable; anything at or past it does not fit.
     if (!(perShardWorkingSetGB > 0) || !std::isfinite(quotient) ||
         quotient >= 9223372036854775808.0) {
-        std::fprintf(stderr, "MemoryBudget.admissibleCount: perShardWorkingSetGB must be positive (%g)\n",
+        std::fprintf(stderr,
+                     "MemoryBudget.admissibleCount: perShardWorkingSetGB must be positive (%g)\n",
                      perShardWorkingSetGB);
         std::abort();
     }

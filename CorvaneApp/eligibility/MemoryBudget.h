@@ -19,7 +19,9 @@ struct MemoryBudget {
     // RAM of a model by its quantization text (case-insensitive); unknown or absent is full size.
     static double modelFootprint(std::optional<std::string_view> quantization);
 
-    double fixedOverheadGB() const { return baselineProcessGB + modelFootprintGB + safetyReserveGB; }
+    double fixedOverheadGB() const {
+        return baselineProcessGB + modelFootprintGB + safetyReserveGB;
+    }
     // A negative count counts as none.
     double projectedUsageGB(int shardsInFlight) const;
 
@@ -28,7 +30,8 @@ struct MemoryBudget {
     bool canAdmit(double currentUsedGB, double ceilingGB, int shardsAlreadyInFlight,
                   int additionalShards = 1) const;
     // How many more shards fit. Stops the process when `perShardWorkingSetGB` is not positive.
-    long long admissibleCount(double currentUsedGB, double ceilingGB, int shardsAlreadyInFlight) const;
+    long long admissibleCount(double currentUsedGB, double ceilingGB,
+                              int shardsAlreadyInFlight) const;
 
     bool operator==(const MemoryBudget&) const = default;
 };

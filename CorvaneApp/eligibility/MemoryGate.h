@@ -20,7 +20,8 @@ struct MemoryGatedReason {
     std::string description() const {
         if (isProbeFailure()) return "RAM probe unavailable \u2014 holding admission";
         char text[96];
-        std::snprintf(text, sizeof text, "RAM budget exhausted (%.1f / %.1f GB)", usedGB, ceilingGB);
+        std::snprintf(text, sizeof text, "RAM budget exhausted (%.1f / %.1f GB)", usedGB,
+                      ceilingGB);
         return text;
     }
 
@@ -32,7 +33,7 @@ struct MemoryGatedReason {
 };
 
 class MemoryGate {
-public:
+  public:
     virtual ~MemoryGate() = default;
     virtual std::optional<MemoryGatedReason> check(int shardsAlreadyInFlight) = 0;
 };

@@ -13,7 +13,7 @@ class EligibilityGate;
 using PauseEntryID = std::uint64_t;
 
 class PauseHandle {
-public:
+  public:
     PauseHandle(std::weak_ptr<EligibilityGate> gate, PauseEntryID entryID)
         : gate_(std::move(gate)), entryID_(entryID) {}
     PauseHandle(const PauseHandle&) = delete;
@@ -29,7 +29,7 @@ public:
     bool released() const { return released_.load(); }
     PauseEntryID entryID() const { return entryID_; }
 
-private:
+  private:
     std::weak_ptr<EligibilityGate> gate_;
     PauseEntryID entryID_;
     std::atomic<bool> released_{false};

@@ -9,7 +9,7 @@
 namespace corvane {
 
 class PowerSupplyReader {
-public:
+  public:
     // What answer the folder gave, so that the caller can tell "no folder" from "no verdict".
     struct Reading {
         bool folderReadable = false;
@@ -26,7 +26,7 @@ public:
     // "Unknown" and no mains supply to ask gives no verdict.
     Reading read() const;
 
-private:
+  private:
     std::filesystem::path root_;
 };
 

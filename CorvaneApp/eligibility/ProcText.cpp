@@ -1,8 +1,8 @@
 #include "CorvaneApp/eligibility/ProcText.h"
 
 #include <fcntl.h>
-#include <cerrno>
 #include <unistd.h>
+#include <cerrno>
 
 #include <cctype>
 #include <charconv>

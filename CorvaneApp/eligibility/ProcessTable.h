@@ -12,17 +12,18 @@
 namespace corvane {
 
 class ProcessTable {
-public:
+  public:
     struct Process {
         int processID = 0;
-        std::string name;          // the kernel's short name (comm), at most 15 bytes
-        char state = '?';          // 'R', 'S', 'Z' (terminated, not yet reaped), ...
+        std::string name;            // the kernel's short name (comm), at most 15 bytes
+        char state = '?';            // 'R', 'S', 'Z' (terminated, not yet reaped), ...
         std::uint64_t cpuTicks = 0;  // user + system time, in clock ticks
         std::uint64_t residentPages = 0;
         bool isTerminated() const { return state == 'Z' || state == 'X' || state == 'x'; }
     };
 
-    explicit ProcessTable(std::filesystem::path root = "/proc") : root_(std::move(root)), rootText_(root_.string()) {}
+    explicit ProcessTable(std::filesystem::path root = "/proc")
+        : root_(std::move(root)), rootText_(root_.string()) {}
 
     // Calls `visit` with the id and short name of every process, until it returns false. Cheap:
     // the kernel writes the name file without walking the process's memory, as it does for stat.
@@ -37,7 +38,7 @@ public:
 
     const std::filesystem::path& root() const { return root_; }
 
-private:
+  private:
     // "<root>/<pid>/<leaf>" into `buffer`; false when it doesn't fit.
     template <std::size_t N>
     bool pathOf(char (&buffer)[N], int processID, const char* leaf) const;

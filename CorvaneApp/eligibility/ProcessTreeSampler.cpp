@@ -23,7 +23,8 @@ using Dir = std::unique_ptr<DIR, DirCloser>;
 std::optional<int> parseID(std::string_view text) {
     int value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size() || value < 1) return std::nullopt;
+    if (text.empty() || error != std::errc() || end != text.data() + text.size() || value < 1)
+        return std::nullopt;
     return value;
 }
 
@@ -89,14 +90,16 @@ std::unordered_map<int, std::vector<int>> ProcessTreeSampler::childrenByScan() c
     return children;
 }
 
-void ProcessTreeSampler::collectDescendants(int processID, std::vector<int>& out,
-                                            const std::unordered_map<int, std::vector<int>>* scanned) const {
+void ProcessTreeSampler::collectDescendants(
+    int processID, std::vector<int>& out,
+    const std::unordered_map<int, std::vector<int>>* scanned) const {
     std::vector<int> children;
     if (scanned) {
         if (auto it = scanned->find(processID); it != scanned->end()) children = it->second;
     } else {
         // Each thread lists the children it started.
-        const std::filesystem::path taskDir = options_.procRoot / std::to_string(processID) / "task";
+        const std::filesystem::path taskDir =
+            options_.procRoot / std::to_string(processID) / "task";
         Dir dir(::opendir(taskDir.c_str()));
         if (!dir) return;
         while (dirent* entry = ::readdir(dir.get())) {
@@ -116,8 +119,9 @@ void ProcessTreeSampler::collectDescendants(int processID, std::vector<int>& out
 
 std::vector<int> ProcessTreeSampler::descendants(int processID) const {
     std::vector<int> out;
-    const std::string probe =
-        (options_.procRoot / std::to_string(processID) / "task" / std::to_string(processID) / "children").string();
+    const std::string probe = (options_.procRoot / std::to_string(processID) / "task" /
+                               std::to_string(processID) / "children")
+                                  .string();
     if (::access(probe.c_str(), R_OK) == 0) {
         collectDescendants(processID, out, nullptr);
     } else {
@@ -133,7 +137,8 @@ std::vector<int> ProcessTreeSampler::corvanePIDs(int rootPID) const {
         if (id != rootPID) ids.push_back(id);
     }
     std::error_code error;
-    if (!options_.runtimeDir || !std::filesystem::is_directory(*options_.runtimeDir, error)) return ids;
+    if (!options_.runtimeDir || !std::filesystem::is_directory(*options_.runtimeDir, error))
+        return ids;
     // Walking every process is the costly part, so it happens only while the folder exists.
     std::string prefix = options_.runtimeDir->lexically_normal().string();
     if (!prefix.ends_with('/')) prefix += '/';
@@ -143,7 +148,8 @@ std::vector<int> ProcessTreeSampler::corvanePIDs(int rootPID) const {
         const std::string link = (options_.procRoot / std::to_string(id) / "exe").string();
         const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
         if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;
-        if (std::string_view(target, static_cast<std::size_t>(length)).starts_with(prefix)) ids.push_back(id);
+        if (std::string_view(target, static_cast<std::size_t>(length)).starts_with(prefix))
+            ids.push_back(id);
     }
     return ids;
 }
@@ -173,16 +179,19 @@ std::optional<ResourceSampler::TreeUsage> ProcessTreeSampler::sample(std::option
         residentPages += process->residentPages;
         if (auto old = lastTicksByPID_.find(id); old != lastTicksByPID_.end()) {
             // Ticks that went backwards mean a reused id: it counts for nothing this time.
-            if (process->cpuTicks >= old->second) busyNanos += static_cast<double>(process->cpuTicks - old->second) * nanosPerTick;
+            if (process->cpuTicks >= old->second)
+                busyNanos += static_cast<double>(process->cpuTicks - old->second) * nanosPerTick;
         } else if (elapsed > 0) {
             // A child born in this interval can't be charged with more than the interval.
-            busyNanos += std::min(static_cast<double>(process->cpuTicks) * nanosPerTick, elapsed * 1e9);
+            busyNanos +=
+                std::min(static_cast<double>(process->cpuTicks) * nanosPerTick, elapsed * 1e9);
         }
     }
     lastTicksByPID_ = std::move(ticksByPID);
 
     ResourceSampler::TreeUsage usage;
-    usage.residentMB = static_cast<double>(residentPages) * static_cast<double>(options_.pageSize) / 1048576.0;
+    usage.residentMB =
+        static_cast<double>(residentPages) * static_cast<double>(options_.pageSize) / 1048576.0;
     usage.cpuPercent = elapsed > 0 ? busyNanos / (elapsed * 1e9) * 100.0 : 0.0;
     return usage;
 }

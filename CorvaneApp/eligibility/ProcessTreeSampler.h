@@ -14,7 +14,7 @@
 namespace corvane {
 
 class ProcessTreeSampler {
-public:
+  public:
     struct Options {
         std::filesystem::path procRoot = "/proc";
         // Processes whose executable lies in here count as ours, wherever they hang in the tree.
@@ -37,7 +37,7 @@ public:
     std::vector<int> descendants(int processID) const;
     std::optional<std::vector<int>> listAllPIDs() const;
 
-private:
+  private:
     // Children by parent, from every process's stat line: for kernels without the children files.
     std::unordered_map<int, std::vector<int>> childrenByScan() const;
     void collectDescendants(int processID, std::vector<int>& out,

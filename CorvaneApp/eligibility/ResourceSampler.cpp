@@ -21,7 +21,8 @@ void replaceLast(std::vector<double>& series, double value) {
 
 }  // namespace
 
-ResourceSampler::ResourceSampler(Executor& executor, std::shared_ptr<Probes> probes, int rootPID, NowFunction now)
+ResourceSampler::ResourceSampler(Executor& executor, std::shared_ptr<Probes> probes, int rootPID,
+                                 NowFunction now)
     : executor_(executor),
       probes_(std::move(probes)),
       rootPID_(rootPID),
@@ -38,10 +39,13 @@ void ResourceSampler::start(double interval) {
     timer_ = executor_.scheduleRepeating(interval, [this] { sampleOnce(); });
 }
 
-void ResourceSampler::stop() { timer_.cancel(); }
+void ResourceSampler::stop() {
+    timer_.cancel();
+}
 
 double ResourceSampler::busyPercent(const CpuTickSet& before, const CpuTickSet& after) {
-    const double busy = static_cast<double>(tickDelta(before.user, after.user) + tickDelta(before.system, after.system) +
+    const double busy = static_cast<double>(tickDelta(before.user, after.user) +
+                                            tickDelta(before.system, after.system) +
                                             tickDelta(before.nice, after.nice));
     const double all = busy + static_cast<double>(tickDelta(before.idle, after.idle));
     return all > 0 ? busy / all * 100.0 : 0.0;
@@ -65,7 +69,8 @@ std::optional<std::pair<double, double>> ResourceSampler::readPerCorePESplit() {
     std::vector<CpuTickSet> previous = std::exchange(*lastPerCoreTicks_, std::move(*cores));
     const auto& current = *lastPerCoreTicks_;
     auto performance = probes_->performanceCoreCount();
-    if (!performance || *performance < 1 || static_cast<std::size_t>(*performance) > current.size()) return std::nullopt;
+    if (!performance || *performance < 1 || static_cast<std::size_t>(*performance) > current.size())
+        return std::nullopt;
     const double share = 100.0 / static_cast<double>(current.size());
     double perf = 0, eff = 0;
     for (std::size_t i = 0; i < current.size(); ++i) {
@@ -75,9 +80,10 @@ std::optional<std::pair<double, double>> ResourceSampler::readPerCorePESplit() {
     return std::pair{std::clamp(perf, 0.0, 100.0), std::clamp(eff, 0.0, 100.0)};
 }
 
-std::pair<double, double> ResourceSampler::resolveCPU(double corvaneProcessPercent, double coreCount,
-                                                      double cpuTotalMachine) {
-    const double own = std::clamp(coreCount > 1 ? corvaneProcessPercent / coreCount : corvaneProcessPercent, 0.0, 100.0);
+std::pair<double, double> ResourceSampler::resolveCPU(double corvaneProcessPercent,
+                                                      double coreCount, double cpuTotalMachine) {
+    const double own = std::clamp(
+        coreCount > 1 ? corvaneProcessPercent / coreCount : corvaneProcessPercent, 0.0, 100.0);
     const double machine = std::clamp(cpuTotalMachine, 0.0, 100.0);
     return {own, std::max(0.0, machine - own)};
 }
@@ -95,7 +101,8 @@ void ResourceSampler::sampleOnce() {
         RawSample sample;
         sample.at = at;
         sample.cpuPercent = tree->cpuPercent;
-        sample.ramBytesUsed = rssMB > 0 ? static_cast<std::uint64_t>(std::llround(rssMB * 1048576.0)) : 0;
+        sample.ramBytesUsed =
+            rssMB > 0 ? static_cast<std::uint64_t>(std::llround(rssMB * 1048576.0)) : 0;
         if (split) {
             sample.cpuPerfPct = split->first;
             sample.cpuEffPct = split->second;
@@ -109,12 +116,15 @@ void ResourceSampler::sampleOnce() {
     if (!total || !memory || !tree) return;
     const auto [cpuCorvane, cpuOther] = resolveCPU(tree->cpuPercent, coreCount_, *total);
     const double ramCorvane =
-        memory->totalGB > 0 ? std::min(memory->usedPercent, tree->residentMB / (memory->totalGB * 1024.0) * 100.0) : 0.0;
+        memory->totalGB > 0
+            ? std::min(memory->usedPercent, tree->residentMB / (memory->totalGB * 1024.0) * 100.0)
+            : 0.0;
     const double ramOther = std::max(0.0, memory->usedPercent - ramCorvane);
     pushChartPoint(cpuCorvane, cpuOther, ramCorvane, ramOther);
 }
 
-void ResourceSampler::pushChartPoint(double cpuCorvane, double cpuOther, double ramCorvane, double ramOther) {
+void ResourceSampler::pushChartPoint(double cpuCorvane, double cpuOther, double ramCorvane,
+                                     double ramOther) {
     history_.latestCpuCorvane = cpuCorvane;
     history_.latestCpuOther = cpuOther;
     history_.latestRamCorvane = ramCorvane;
@@ -125,9 +135,10 @@ void ResourceSampler::pushChartPoint(double cpuCorvane, double cpuOther, double 
     bucketAccumRamOther_ += ramOther;
     ++bucketSampleCount_;
     const double n = bucketSampleCount_;
-    const double means[] = {bucketAccumCpuCorvane_ / n, bucketAccumCpuOther_ / n, bucketAccumRamCorvane_ / n,
-                            bucketAccumRamOther_ / n};
-    std::vector<double>* series[] = {&history_.cpuCorvane, &history_.cpuOther, &history_.ramCorvane, &history_.ramOther};
+    const double means[] = {bucketAccumCpuCorvane_ / n, bucketAccumCpuOther_ / n,
+                            bucketAccumRamCorvane_ / n, bucketAccumRamOther_ / n};
+    std::vector<double>* series[] = {&history_.cpuCorvane, &history_.cpuOther, &history_.ramCorvane,
+                                     &history_.ramOther};
     // The last point moves during the minute and settles when the bucket closes.
     for (int i = 0; i < 4; ++i) {
         if (partialBucketLive_) {
@@ -137,7 +148,8 @@ void ResourceSampler::pushChartPoint(double cpuCorvane, double cpuOther, double 
         }
     }
     if (bucketSampleCount_ >= rawsPerBucket_) {
-        bucketAccumCpuCorvane_ = bucketAccumCpuOther_ = bucketAccumRamCorvane_ = bucketAccumRamOther_ = 0;
+        bucketAccumCpuCorvane_ = bucketAccumCpuOther_ = bucketAccumRamCorvane_ =
+            bucketAccumRamOther_ = 0;
         bucketSampleCount_ = 0;
         partialBucketLive_ = false;
     } else {

@@ -28,9 +28,10 @@ struct CpuTickSet {
 };
 
 class ResourceSampler {
-public:
+  public:
     struct Snapshot {
-        std::vector<double> cpuCorvane, cpuOther, ramCorvane, ramOther;  // percent of the machine, oldest first
+        std::vector<double> cpuCorvane, cpuOther, ramCorvane,
+            ramOther;  // percent of the machine, oldest first
         double latestCpuCorvane = 0, latestCpuOther = 0, latestRamCorvane = 0, latestRamOther = 0;
         bool operator==(const Snapshot&) const = default;
     };
@@ -55,7 +56,7 @@ public:
 
     // The platform reads. Each answers absent when its source is missing or malformed.
     class Probes {
-    public:
+      public:
         virtual ~Probes() = default;
         virtual std::optional<CpuTickSet> machineTicks() = 0;
         virtual std::optional<std::vector<CpuTickSet>> perCoreTicks() = 0;
@@ -71,7 +72,8 @@ public:
     static constexpr double rawRetentionSeconds = 14400.0;
     static constexpr std::size_t chartPoints = 60;
 
-    ResourceSampler(Executor& executor, std::shared_ptr<Probes> probes, int rootPID, NowFunction now = systemNow);
+    ResourceSampler(Executor& executor, std::shared_ptr<Probes> probes, int rootPID,
+                    NowFunction now = systemNow);
     ResourceSampler(const ResourceSampler&) = delete;
     ResourceSampler& operator=(const ResourceSampler&) = delete;
 
@@ -89,13 +91,16 @@ public:
     bool partialBucketLive() const;
 
     // The tree's share of the machine and everybody else's, both in percent of all cores.
-    static std::pair<double, double> resolveCPU(double corvaneProcessPercent, double coreCount, double cpuTotalMachine);
+    static std::pair<double, double> resolveCPU(double corvaneProcessPercent, double coreCount,
+                                                double cpuTotalMachine);
     // Busy share of all ticks between two readings; 0 when nothing elapsed. A counter that went
     // backwards counts as no time.
     static double busyPercent(const CpuTickSet& before, const CpuTickSet& after);
-    static std::uint64_t tickDelta(std::uint64_t before, std::uint64_t after) { return after >= before ? after - before : 0; }
+    static std::uint64_t tickDelta(std::uint64_t before, std::uint64_t after) {
+        return after >= before ? after - before : 0;
+    }
 
-private:
+  private:
     std::optional<double> readCPUUsagePercent();
     std::optional<std::pair<double, double>> readPerCorePESplit();
     void pushChartPoint(double cpuCorvane, double cpuOther, double ramCorvane, double ramOther);
@@ -114,10 +119,10 @@ private:
     int bucketSampleCount_ = 0;
 
     mutable std::mutex mutex_;
-    Snapshot history_;                // guarded by mutex_
+    Snapshot history_;                  // guarded by mutex_
     std::deque<RawSample> rawSamples_;  // guarded by mutex_; oldest first
-    int rawsPerBucket_ = 30;          // guarded by mutex_
-    bool partialBucketLive_ = false;  // guarded by mutex_
+    int rawsPerBucket_ = 30;            // guarded by mutex_
+    bool partialBucketLive_ = false;    // guarded by mutex_
 
     // Last, so that the timer is cancelled before anything its ticks touch is destroyed.
     TimerHandle timer_;

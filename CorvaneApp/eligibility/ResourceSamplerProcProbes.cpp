@@ -56,7 +56,9 @@ std::optional<int> ResourceSamplerProcProbes::countCpuList(std::string_view list
         const std::string_view range = list.substr(0, comma);
         const auto dash = range.find('-');
         auto first = ProcText::parseUnsigned(range.substr(0, dash));
-        auto last = dash == std::string_view::npos ? first : ProcText::parseUnsigned(range.substr(dash + 1));
+        auto last = dash == std::string_view::npos
+                        ? first
+                        : ProcText::parseUnsigned(range.substr(dash + 1));
         if (!first || !last || *last < *first || *last - *first > 65536) return std::nullopt;
         count += static_cast<int>(*last - *first + 1);
         list.remove_prefix(std::min(comma + 1, list.size()));
@@ -93,7 +95,8 @@ std::optional<std::vector<CpuTickSet>> ResourceSamplerProcProbes::perCoreTicks()
 }
 
 std::optional<int> ResourceSamplerProcProbes::performanceCoreCount() {
-    // Hybrid processors list their big cores under cpu_core; machines with one kind have no such file.
+    // Hybrid processors list their big cores under cpu_core; machines with one kind have no such
+    // file.
     auto text = ProcText::readSmallFile(options_.sysRoot / "devices" / "cpu_core" / "cpus");
     if (!text) return std::nullopt;
     return countCpuList(*text);
@@ -108,7 +111,8 @@ std::optional<ResourceSampler::MachineMemory> ResourceSamplerProcProbes::memory(
     if (!total || !available || *total == 0 || *available > *total) return std::nullopt;
     const double totalBytes = static_cast<double>(*total) * 1024.0;
     const double usedBytes = static_cast<double>(*total - *available) * 1024.0;
-    return ResourceSampler::MachineMemory{usedBytes / totalBytes * 100.0, std::ldexp(totalBytes, -30)};
+    return ResourceSampler::MachineMemory{usedBytes / totalBytes * 100.0,
+                                          std::ldexp(totalBytes, -30)};
 }
 
 std::optional<ResourceSampler::TreeUsage> ResourceSamplerProcProbes::processTree(int rootPID) {

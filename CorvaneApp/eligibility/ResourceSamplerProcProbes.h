@@ -14,7 +14,7 @@
 namespace corvane {
 
 class ResourceSamplerProcProbes final : public ResourceSampler::Probes {
-public:
+  public:
     struct Options {
         std::filesystem::path procRoot = "/proc";
         std::filesystem::path sysRoot = "/sys";
@@ -35,7 +35,7 @@ public:
     // How many CPUs a sysfs list such as "0-7,12,14-15" names; absent when malformed.
     static std::optional<int> countCpuList(std::string_view list);
 
-private:
+  private:
     bool readStat();
 
     Options options_;

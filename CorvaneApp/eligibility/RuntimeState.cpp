@@ -22,8 +22,10 @@ const Json* nested(const Json& object, const char* key) {
 }
 
 ThermalState decodeThermal(const Json& j) {
-    return {json::optionalString(j, "thermal_level"), json::optionalDouble(j, "user_resource_percent"),
-            json::optionalDouble(j, "effective_resource_percent"), json::optionalString(j, "adjustment_reason")};
+    return {json::optionalString(j, "thermal_level"),
+            json::optionalDouble(j, "user_resource_percent"),
+            json::optionalDouble(j, "effective_resource_percent"),
+            json::optionalString(j, "adjustment_reason")};
 }
 
 ResourcePolicy decodePolicy(const Json& j) {
@@ -64,7 +66,8 @@ RuntimeState RuntimeState::decode(const Json& j) {
 
 RuntimeState RuntimeState::parse(std::string_view text) {
     Json parsed = Json::parse(text, nullptr, false);
-    if (parsed.is_discarded()) throw DecodingError("The data couldn't be read because it isn't in the correct format.");
+    if (parsed.is_discarded())
+        throw DecodingError("The data couldn't be read because it isn't in the correct format.");
     return decode(parsed);
 }
 

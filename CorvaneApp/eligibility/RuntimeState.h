@@ -59,7 +59,8 @@ struct RuntimeState {
     // A missing key or a JSON null is absent; unknown keys are ignored. A value of the wrong type
     // at any level fails the whole record with DecodingError.
     static RuntimeState decode(const Json& json);
-    static RuntimeState parse(std::string_view text);  // decode(), and DecodingError for malformed JSON
+    static RuntimeState parse(
+        std::string_view text);  // decode(), and DecodingError for malformed JSON
     Json encode() const;
 };
 

@@ -71,10 +71,12 @@ std::optional<Date> RuntimeStateDateParser::parse(std::string_view text) {
     }
     if (pos != text.size()) return std::nullopt;
 
-    const year_month_day date{std::chrono::year{*year}, std::chrono::month{static_cast<unsigned>(*month)},
+    const year_month_day date{std::chrono::year{*year},
+                              std::chrono::month{static_cast<unsigned>(*month)},
                               std::chrono::day{static_cast<unsigned>(*day)}};
     if (!date.ok() || *hour > 23 || *minute > 59 || *second > 59) return std::nullopt;
-    const auto wholeSeconds = sys_days{date} + hours{*hour} + minutes{*minute} + seconds{*second} - minutes{offsetMinutes};
+    const auto wholeSeconds = sys_days{date} + hours{*hour} + minutes{*minute} + seconds{*second} -
+                              minutes{offsetMinutes};
     return addSeconds(time_point_cast<Date::duration>(wholeSeconds), fraction);
 }
 

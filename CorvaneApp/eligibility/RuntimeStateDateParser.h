@@ -10,7 +10,7 @@
 namespace corvane {
 
 class RuntimeStateDateParser {
-public:
+  public:
     // Absent for anything else, including impossible dates such as February 30.
     static std::optional<Date> parse(std::string_view text);
 

@@ -8,7 +8,8 @@
 
 namespace corvane {
 
-RuntimeStateReader::RuntimeStateReader(Executor& executor, std::filesystem::path statePath, NowFunction now)
+RuntimeStateReader::RuntimeStateReader(Executor& executor, std::filesystem::path statePath,
+                                       NowFunction now)
     : executor_(executor), statePath_(std::move(statePath)), now_(std::move(now)) {}
 
 void RuntimeStateReader::startPolling(double interval) {
@@ -45,7 +46,8 @@ Date RuntimeStateReader::resolvedLastReadAt(const RuntimeState& state) const {
     std::error_code error;
     const auto modified = std::filesystem::last_write_time(statePath_, error);
     if (!error) {
-        return std::chrono::time_point_cast<Date::duration>(std::chrono::file_clock::to_sys(modified));
+        return std::chrono::time_point_cast<Date::duration>(
+            std::chrono::file_clock::to_sys(modified));
     }
     return now_();
 }

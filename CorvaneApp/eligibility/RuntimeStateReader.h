@@ -17,9 +17,10 @@
 namespace corvane {
 
 class RuntimeStateReader {
-public:
+  public:
     // `statePath` is runtimeStatePath(home) in production.
-    RuntimeStateReader(Executor& executor, std::filesystem::path statePath, NowFunction now = systemNow);
+    RuntimeStateReader(Executor& executor, std::filesystem::path statePath,
+                       NowFunction now = systemNow);
     RuntimeStateReader(const RuntimeStateReader&) = delete;
     RuntimeStateReader& operator=(const RuntimeStateReader&) = delete;
 
@@ -35,9 +36,11 @@ public:
     const std::filesystem::path& statePath() const { return statePath_; }
 
     // Called after a read that changed state() or lastReadAt().
-    [[nodiscard]] Subscription observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+    [[nodiscard]] Subscription observe(std::function<void()> onChange) {
+        return observers_.subscribe(std::move(onChange));
+    }
 
-private:
+  private:
     Date resolvedLastReadAt(const RuntimeState& state) const;
     void update(std::optional<RuntimeState> state, std::optional<Date> lastReadAt);
 

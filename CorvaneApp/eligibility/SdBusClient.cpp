@@ -39,7 +39,9 @@ std::optional<std::uint64_t> readUnsigned(sd_bus_message* reply, bool isProperty
 
 }  // namespace
 
-void SdBusClient::BusDeleter::operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+void SdBusClient::BusDeleter::operator()(sd_bus* bus) const {
+    sd_bus_flush_close_unref(bus);
+}
 void SdBusClient::MessageDeleter::operator()(sd_bus_message* message) const {
     sd_bus_message_unref(message);
 }
@@ -91,12 +93,13 @@ SdBusClient::Reply SdBusClient::call(const DBusObject& object, const std::string
     ScopedError error;
     sd_bus_message* raw = nullptr;
     // A property is read by Properties.Get by hand: its variant may hold either width of integer.
-    int result = property ? sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
-                                               "org.freedesktop.DBus.Properties", "Get", &error.error,
-                                               &raw, "ss", object.interface.c_str(), property->c_str())
-                          : sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
-                                               object.interface.c_str(), member.c_str(), &error.error,
-                                               &raw, "");
+    int result =
+        property
+            ? sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
+                                 "org.freedesktop.DBus.Properties", "Get", &error.error, &raw, "ss",
+                                 object.interface.c_str(), property->c_str())
+            : sd_bus_call_method(bus, object.destination.c_str(), object.path.c_str(),
+                                 object.interface.c_str(), member.c_str(), &error.error, &raw, "");
     Reply reply(raw);
     if (result < 0) {
         dropIfClosed();
@@ -117,7 +120,8 @@ std::optional<std::uint64_t> SdBusClient::unsignedProperty(const DBusObject& obj
     return reply ? readUnsigned(reply.get(), true) : std::nullopt;
 }
 
-std::optional<bool> SdBusClient::boolProperty(const DBusObject& object, const std::string& property) {
+std::optional<bool> SdBusClient::boolProperty(const DBusObject& object,
+                                              const std::string& property) {
     auto reply = call(object, "Get", &property);
     int value = 0;
     if (!reply || enterValue(reply.get(), true) != 'b' ||

@@ -14,7 +14,7 @@ struct sd_bus_message;
 namespace corvane {
 
 class SdBusClient final : public DBusClient {
-public:
+  public:
     enum class Bus { session, system };
 
     // The user's session bus or the system bus.
@@ -29,9 +29,10 @@ public:
                                               const std::string& method) override;
     std::optional<std::uint64_t> unsignedProperty(const DBusObject& object,
                                                   const std::string& property) override;
-    std::optional<bool> boolProperty(const DBusObject& object, const std::string& property) override;
+    std::optional<bool> boolProperty(const DBusObject& object,
+                                     const std::string& property) override;
 
-private:
+  private:
     struct BusDeleter {
         void operator()(sd_bus* bus) const;
     };

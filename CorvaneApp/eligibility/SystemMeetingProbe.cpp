@@ -22,8 +22,8 @@ bool anyEntry(const std::filesystem::path& folder, std::string_view prefix, std:
             name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) {
             continue;
         }
-        if (!ProcText::isPrefixAndNumber(std::string_view(name).substr(0, name.size() - suffix.size()),
-                                         prefix)) {
+        if (!ProcText::isPrefixAndNumber(
+                std::string_view(name).substr(0, name.size() - suffix.size()), prefix)) {
             continue;
         }
         if (visit(it->path())) return true;
@@ -54,14 +54,19 @@ bool SystemMeetingProbe::microphoneInUse() const {
     });
 }
 
-bool SystemMeetingProbe::cameraInUse() const { return scanProcesses(true, false).first; }
+bool SystemMeetingProbe::cameraInUse() const {
+    return scanProcesses(true, false).first;
+}
 
-bool SystemMeetingProbe::knownMeetingAppRunning() const { return scanProcesses(false, true).second; }
+bool SystemMeetingProbe::knownMeetingAppRunning() const {
+    return scanProcesses(false, true).second;
+}
 
 std::pair<bool, bool> SystemMeetingProbe::scanProcesses(bool camera, bool app) const {
     // The descriptors of every process are looked through only when a camera exists at all.
     if (camera) {
-        camera = anyEntry(roots_.dev, "video", "", [](const std::filesystem::path&) { return true; });
+        camera =
+            anyEntry(roots_.dev, "video", "", [](const std::filesystem::path&) { return true; });
     }
     std::string cameraPrefix = (roots_.dev / "video").string();
     bool cameraFound = false;

@@ -20,10 +20,11 @@ struct MeetingProbeRoots {
 };
 
 class SystemMeetingProbe {
-public:
+  public:
     using Roots = MeetingProbeRoots;
 
-    explicit SystemMeetingProbe(Roots roots = {}) : roots_(std::move(roots)), processes_(roots_.proc) {}
+    explicit SystemMeetingProbe(Roots roots = {})
+        : roots_(std::move(roots)), processes_(roots_.proc) {}
 
     MeetingDetector::Snapshot read() const;
 
@@ -41,7 +42,7 @@ public:
     // "webex", "CiscoCollabHost". FaceTime has no Linux client.
     static bool isKnownMeetingApp(std::string_view processName);
 
-private:
+  private:
     // One pass over the processes for both signals: {camera held open, meeting client running}.
     std::pair<bool, bool> scanProcesses(bool camera, bool app) const;
 

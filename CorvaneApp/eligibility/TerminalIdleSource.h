@@ -11,7 +11,7 @@
 namespace corvane {
 
 class TerminalIdleSource final : public IdleTimeSource {
-public:
+  public:
     TerminalIdleSource(NowFunction now, std::filesystem::path devRoot = "/dev",
                        std::filesystem::path uptimeFile = "/proc/uptime")
         : now_(std::move(now)), devRoot_(std::move(devRoot)), uptimeFile_(std::move(uptimeFile)) {}
@@ -19,7 +19,7 @@ public:
     std::string_view name() const override { return "terminal access times"; }
     std::optional<double> idleSeconds() override;
 
-private:
+  private:
     std::optional<double> secondsSinceBoot() const;
 
     NowFunction now_;

@@ -12,7 +12,9 @@ namespace {
 // Xlib's default handlers end the process on a protocol error (a window that vanished between two
 // requests) or a lost connection. A probe must never do that, so errors are ignored here and the
 // caller sees a failed request instead. Xlib keeps the protocol handler per process.
-int ignoreProtocolError(Display*, XErrorEvent*) { return 0; }
+int ignoreProtocolError(Display*, XErrorEvent*) {
+    return 0;
+}
 
 void installErrorHandlerOnce() {
     static std::once_flag once;

@@ -10,7 +10,7 @@ struct _XDisplay;
 namespace corvane {
 
 class X11Display {
-public:
+  public:
     // `displayName` empty means the DISPLAY environment variable.
     explicit X11Display(std::string displayName = {});
     ~X11Display();
@@ -25,7 +25,7 @@ public:
     // and active window don't describe the user's activity.
     static bool sessionIsWayland();
 
-private:
+  private:
     struct State;
     std::string displayName_;
     std::unique_ptr<State> state_;

@@ -10,14 +10,14 @@
 namespace corvane {
 
 class XScreenSaverIdleSource final : public IdleTimeSource {
-public:
+  public:
     XScreenSaverIdleSource(std::shared_ptr<X11Display> display, bool skipUnderWayland = true)
         : display_(std::move(display)), skipUnderWayland_(skipUnderWayland) {}
 
     std::string_view name() const override { return "X11 screen saver"; }
     std::optional<double> idleSeconds() override;
 
-private:
+  private:
     std::shared_ptr<X11Display> display_;
     bool skipUnderWayland_;
 };

@@ -5,7 +5,9 @@
 namespace corvane {
 namespace {
 
-std::string lastComponent(const std::string& url) { return std::filesystem::path(url).filename().string(); }
+std::string lastComponent(const std::string& url) {
+    return std::filesystem::path(url).filename().string();
+}
 
 struct Describe {
     std::string operator()(const AudioDecodeError::UnsupportedFormat& c) const {
@@ -16,7 +18,8 @@ struct Describe {
         return "AudioDecodeError.readFailure(" + lastComponent(c.url) + "): " + c.underlying;
     }
     std::string operator()(const AudioDecodeError::ConversionFailure& c) const {
-        return "AudioDecodeError.conversionFailure: " + c.underlying.value_or("no underlying error");
+        return "AudioDecodeError.conversionFailure: " +
+               c.underlying.value_or("no underlying error");
     }
     std::string operator()(const AudioDecodeError::EmptyAudio& c) const {
         return "AudioDecodeError.emptyAudio(" + lastComponent(c.url) + ")";

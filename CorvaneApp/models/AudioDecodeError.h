@@ -29,7 +29,7 @@ using Case = std::variant<UnsupportedFormat, ReadFailure, ConversionFailure, Emp
 }  // namespace audiodecode
 
 class AudioDecodeError : public CaseError<audiodecode::Case> {
-public:
+  public:
     using UnsupportedFormat = audiodecode::UnsupportedFormat;
     using ReadFailure = audiodecode::ReadFailure;
     using ConversionFailure = audiodecode::ConversionFailure;

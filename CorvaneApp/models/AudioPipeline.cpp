@@ -23,10 +23,12 @@ std::vector<float> AudioPipeline::decodeTo16kMonoPCM(const std::filesystem::path
         }
         throw;
     }
-    if (decoded.lengthFrames() == 0 || decoded.samples.empty()) throw AudioDecodeError(AudioDecodeError::EmptyAudio{url});
+    if (decoded.lengthFrames() == 0 || decoded.samples.empty())
+        throw AudioDecodeError(AudioDecodeError::EmptyAudio{url});
     log::get("AudioPipeline")
-        ->debug("Decoded {}: {} frames @ {:f} Hz x {} ch -> {} frames @ 16 kHz mono", fileURL.filename().string(),
-                decoded.lengthFrames(), static_cast<double>(decoded.sourceSampleRate), decoded.sourceChannels,
+        ->debug("Decoded {}: {} frames @ {:f} Hz x {} ch -> {} frames @ 16 kHz mono",
+                fileURL.filename().string(), decoded.lengthFrames(),
+                static_cast<double>(decoded.sourceSampleRate), decoded.sourceChannels,
                 decoded.samples.size());
     return std::move(decoded.samples);
 }

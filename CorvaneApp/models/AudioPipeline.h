@@ -9,7 +9,7 @@
 namespace corvane {
 
 class AudioPipeline {
-public:
+  public:
     static constexpr double targetSampleRate = 16000.0;
 
     // Decodes the whole file on the calling thread (handlers call it from their task, never from

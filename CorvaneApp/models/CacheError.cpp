@@ -9,7 +9,8 @@ CacheError CacheError::httpError(std::int64_t status) {
 }
 
 CacheError CacheError::sha256Mismatch(std::string expected, std::string actual) {
-    CacheError error(Kind::sha256Mismatch, "SHA-256 mismatch (expected " + expected + ", got " + actual + ")");
+    CacheError error(Kind::sha256Mismatch,
+                     "SHA-256 mismatch (expected " + expected + ", got " + actual + ")");
     error.expected_ = std::move(expected);
     error.actual_ = std::move(actual);
     return error;
@@ -21,6 +22,8 @@ CacheError CacheError::ioError(std::string path) {
     return error;
 }
 
-CacheError CacheError::cancelled() { return CacheError(Kind::cancelled, "ModelCache cancelled before completion"); }
+CacheError CacheError::cancelled() {
+    return CacheError(Kind::cancelled, "ModelCache cancelled before completion");
+}
 
 }  // namespace corvane

@@ -8,7 +8,7 @@
 namespace corvane {
 
 class CacheError : public std::exception {
-public:
+  public:
     enum class Kind { httpError, sha256Mismatch, ioError, cancelled };
 
     static CacheError httpError(std::int64_t status);
@@ -25,8 +25,9 @@ public:
     const std::string& description() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
-    CacheError(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+  private:
+    CacheError(Kind kind, std::string description)
+        : kind_(kind), description_(std::move(description)) {}
 
     Kind kind_;
     std::string description_;

@@ -10,16 +10,17 @@ namespace corvane {
 
 template <typename Case>
 class CaseError : public std::exception {
-public:
+  public:
     const Case& value() const { return value_; }
     const std::string& description() const { return description_; }
     std::optional<std::string> errorDescription() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-protected:
-    CaseError(Case value, std::string description) : value_(std::move(value)), description_(std::move(description)) {}
+  protected:
+    CaseError(Case value, std::string description)
+        : value_(std::move(value)), description_(std::move(description)) {}
 
-private:
+  private:
     Case value_;
     std::string description_;
 };

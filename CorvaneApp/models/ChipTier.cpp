@@ -10,10 +10,14 @@ namespace corvane {
 
 std::string rawValue(ChipTier tier) {
     switch (tier) {
-        case ChipTier::t1: return "t1";
-        case ChipTier::t2: return "t2";
-        case ChipTier::t3: return "t3";
-        case ChipTier::t4: return "t4";
+        case ChipTier::t1:
+            return "t1";
+        case ChipTier::t2:
+            return "t2";
+        case ChipTier::t3:
+            return "t3";
+        case ChipTier::t4:
+            return "t4";
     }
     return "t1";
 }

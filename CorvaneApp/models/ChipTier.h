@@ -12,7 +12,8 @@ class MachineProbe;
 
 enum class ChipTier { t1, t2, t3, t4 };
 
-inline constexpr std::array<ChipTier, 4> allChipTiers{ChipTier::t1, ChipTier::t2, ChipTier::t3, ChipTier::t4};
+inline constexpr std::array<ChipTier, 4> allChipTiers{ChipTier::t1, ChipTier::t2, ChipTier::t3,
+                                                      ChipTier::t4};
 
 // "t1" to "t4".
 std::string rawValue(ChipTier tier);

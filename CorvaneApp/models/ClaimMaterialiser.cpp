@@ -20,13 +20,16 @@ namespace {
 
 std::string lowercase(std::string_view text) {
     std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(out.begin(), out.end(), out.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return out;
 }
 
 std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
     return text;
 }
 
@@ -38,7 +41,8 @@ std::optional<std::string> parsedURLPath(std::string_view text) {
     std::string copy(text);
     if (curl_url_set(url.get(), CURLUPART_URL, copy.c_str(), 0) != CURLUE_OK) return std::nullopt;
     char* path = nullptr;
-    if (curl_url_get(url.get(), CURLUPART_PATH, &path, 0) != CURLUE_OK || !path) return std::string();
+    if (curl_url_get(url.get(), CURLUPART_PATH, &path, 0) != CURLUE_OK || !path)
+        return std::string();
     std::string result(path);
     curl_free(path);
     return result;
@@ -52,9 +56,9 @@ std::optional<std::string> extensionOf(std::string_view name) {
     auto dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return std::nullopt;
     std::string_view extension = name.substr(dot + 1);
-    bool plain = extension.size() <= 16 && std::all_of(extension.begin(), extension.end(), [](unsigned char c) {
-                     return std::isalnum(c) != 0;
-                 });
+    bool plain =
+        extension.size() <= 16 && std::all_of(extension.begin(), extension.end(),
+                                              [](unsigned char c) { return std::isalnum(c) != 0; });
     if (!plain) return std::nullopt;
     return std::string(extension);
 }
@@ -62,9 +66,11 @@ std::optional<std::string> extensionOf(std::string_view name) {
 std::string percentDecoded(std::string_view text) {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
             std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-            out.push_back(static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16)));
+            out.push_back(
+                static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16)));
             i += 2;
         } else {
             out.push_back(text[i]);
@@ -79,7 +85,8 @@ std::optional<std::string> suggestedFilename(std::string_view disposition) {
     while (!disposition.empty()) {
         auto semicolon = disposition.find(';');
         std::string_view part = trim(disposition.substr(0, semicolon));
-        disposition = semicolon == std::string_view::npos ? std::string_view() : disposition.substr(semicolon + 1);
+        disposition = semicolon == std::string_view::npos ? std::string_view()
+                                                          : disposition.substr(semicolon + 1);
         auto equals = part.find('=');
         if (equals == std::string_view::npos) continue;
         std::string key = lowercase(trim(part.substr(0, equals)));
@@ -88,7 +95,8 @@ std::optional<std::string> suggestedFilename(std::string_view disposition) {
             auto quotes = value.find("''");
             if (quotes != std::string_view::npos) return percentDecoded(value.substr(quotes + 2));
         } else if (key == "filename") {
-            if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
+            if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+                value = value.substr(1, value.size() - 2);
             plain = std::string(value);
         }
     }
@@ -103,15 +111,19 @@ std::string destinationStem(const ShardClaim& claim) {
     return stem;
 }
 
-std::string errnoText(int error) { return std::generic_category().message(error); }
+std::string errnoText(int error) {
+    return std::generic_category().message(error);
+}
 
 // The transfer's own file next to the destination; removed unless it was moved into place.
 class DownloadFile {
-public:
+  public:
     explicit DownloadFile(const std::filesystem::path& directory) {
         std::string pattern = (directory / "varnix-shard-XXXXXX.download").string();
         fd_ = ::mkstemps(pattern.data(), static_cast<int>(std::strlen(".download")));
-        if (fd_ < 0) throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{pattern, errnoText(errno)});
+        if (fd_ < 0)
+            throw ClaimMaterialiserError(
+                ClaimMaterialiserError::FileWriteFailed{pattern, errnoText(errno)});
         path_ = pattern;
     }
     DownloadFile(const DownloadFile&) = delete;
@@ -140,7 +152,7 @@ public:
     }
     void keep() { kept_ = true; }
 
-private:
+  private:
     std::filesystem::path path_;
     int fd_ = -1;
     bool kept_ = false;
@@ -148,12 +160,15 @@ private:
 
 }  // namespace
 
-ClaimMaterialiser::ClaimMaterialiser(std::shared_ptr<const http::Session> session, std::filesystem::path tempDirectory,
-                                     NowFunction now)
-    : session_(std::move(session)), tempDirectory_(std::move(tempDirectory)), now_(std::move(now)) {}
+ClaimMaterialiser::ClaimMaterialiser(std::shared_ptr<const http::Session> session,
+                                     std::filesystem::path tempDirectory, NowFunction now)
+    : session_(std::move(session)),
+      tempDirectory_(std::move(tempDirectory)),
+      now_(std::move(now)) {}
 
 ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_token stop) const {
-    if (!parsedURLPath(claim.audioURL)) throw ClaimMaterialiserError(ClaimMaterialiserError::InvalidAudioURL{claim.audioURL});
+    if (!parsedURLPath(claim.audioURL))
+        throw ClaimMaterialiserError(ClaimMaterialiserError::InvalidAudioURL{claim.audioURL});
     std::string stem = destinationStem(claim);
 
     std::filesystem::path finalPath;
@@ -181,21 +196,27 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
             session_->stream(request, callbacks, stop);
         } catch (const http::TransportError& error) {
             if (writeError != 0) {
-                throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{download.path().string(), errnoText(writeError)});
+                throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
+                    download.path().string(), errnoText(writeError)});
             }
-            if (status != 0 && (status < 200 || status > 299)) throw ClaimMaterialiserError(ClaimMaterialiserError::DownloadFailed{status});
+            if (status != 0 && (status < 200 || status > 299))
+                throw ClaimMaterialiserError(ClaimMaterialiserError::DownloadFailed{status});
             throw;
         }
-        if (status < 200 || status > 299) throw ClaimMaterialiserError(ClaimMaterialiserError::DownloadFailed{status});
+        if (status < 200 || status > 299)
+            throw ClaimMaterialiserError(ClaimMaterialiserError::DownloadFailed{status});
         if (int error = download.closeFile(); error != 0) {
-            throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{download.path().string(), errnoText(error)});
+            throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
+                download.path().string(), errnoText(error)});
         }
 
         finalPath = tempDirectory_ / (stem + "." + preferredExtension(headers, claim.audioURL));
-        log::get("ClaimMaterialiser")->info("Downloading shard audio {} -> {}", claim.jobID, finalPath.string());
+        log::get("ClaimMaterialiser")
+            ->info("Downloading shard audio {} -> {}", claim.jobID, finalPath.string());
         std::filesystem::remove(finalPath, ignored);  // a failure here shows in the rename
         if (::rename(download.path().c_str(), finalPath.c_str()) != 0) {
-            throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{finalPath.string(), errnoText(errno)});
+            throw ClaimMaterialiserError(
+                ClaimMaterialiserError::FileWriteFailed{finalPath.string(), errnoText(errno)});
         }
         download.keep();
     } catch (const ClaimMaterialiserError&) {
@@ -222,7 +243,8 @@ std::string preferredExtension(const http::Headers& responseHeaders, std::string
         }
     }
     if (auto contentType = responseHeaders.find("Content-Type")) {
-        std::string mime = lowercase(trim(std::string_view(*contentType).substr(0, contentType->find(';'))));
+        std::string mime =
+            lowercase(trim(std::string_view(*contentType).substr(0, contentType->find(';'))));
         static constexpr std::array<std::pair<std::string_view, std::string_view>, 6> known{{
             {"audio/wav", "wav"},
             {"audio/x-wav", "wav"},

@@ -17,18 +17,20 @@
 namespace corvane {
 
 class ClaimMaterialiser {
-public:
+  public:
     // `session` should allow long transfers: audio of any size streams through it to disk.
-    ClaimMaterialiser(std::shared_ptr<const http::Session> session, std::filesystem::path tempDirectory,
-                      NowFunction now = systemNow);
+    ClaimMaterialiser(std::shared_ptr<const http::Session> session,
+                      std::filesystem::path tempDirectory, NowFunction now = systemNow);
 
     // Downloads to "varnix-shard-<jobID>-<shardID or whole>.<extension>" in the temp directory,
     // replacing a file of that name. Throws ClaimMaterialiserError; `stop` cancels the transfer,
     // which then fails as a network error. Keeps no state, so claims may run concurrently.
     ClaimedJob materialise(const ShardClaim& claim, std::stop_token stop) const;
-    ClaimedJob operator()(const ShardClaim& claim, std::stop_token stop) const { return materialise(claim, stop); }
+    ClaimedJob operator()(const ShardClaim& claim, std::stop_token stop) const {
+        return materialise(claim, stop);
+    }
 
-private:
+  private:
     std::shared_ptr<const http::Session> session_;
     std::filesystem::path tempDirectory_;
     NowFunction now_;

@@ -20,6 +20,7 @@ struct Describe {
 
 }  // namespace
 
-ClaimMaterialiserError::ClaimMaterialiserError(Case value) : CaseError(value, std::visit(Describe{}, value)) {}
+ClaimMaterialiserError::ClaimMaterialiserError(Case value)
+    : CaseError(value, std::visit(Describe{}, value)) {}
 
 }  // namespace corvane

@@ -27,7 +27,7 @@ using Case = std::variant<InvalidAudioURL, DownloadFailed, NetworkError, FileWri
 }  // namespace claimmaterialiser
 
 class ClaimMaterialiserError : public CaseError<claimmaterialiser::Case> {
-public:
+  public:
     using InvalidAudioURL = claimmaterialiser::InvalidAudioURL;
     using DownloadFailed = claimmaterialiser::DownloadFailed;
     using NetworkError = claimmaterialiser::NetworkError;

@@ -20,7 +20,8 @@ std::string sha256HexOfFile(const std::filesystem::path& path) {
     } fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
     if (fd.value < 0) throw std::system_error(errno, std::generic_category(), path.string());
 
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
+                                                                    &EVP_MD_CTX_free);
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
         throw std::system_error(ENOMEM, std::generic_category(), "SHA-256");
     }

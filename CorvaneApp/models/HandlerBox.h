@@ -9,7 +9,7 @@
 namespace corvane {
 
 class HandlerBox {
-public:
+  public:
     // A copy of the current handler; the caller keeps it alive for as long as it uses it.
     std::shared_ptr<ModelHandler> current() const {
         std::lock_guard lock(mutex_);
@@ -22,8 +22,8 @@ public:
         return handler;
     }
 
-private:
-    mutable std::mutex mutex_;              // held only across a pointer copy or swap
+  private:
+    mutable std::mutex mutex_;               // held only across a pointer copy or swap
     std::shared_ptr<ModelHandler> handler_;  // guarded by mutex_
 };
 

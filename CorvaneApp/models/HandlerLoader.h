@@ -17,7 +17,7 @@
 namespace corvane {
 
 class HandlerLoader {
-public:
+  public:
     struct Dependencies {
         std::shared_ptr<HandlerBox> box;
         std::shared_ptr<ModelCache> modelCache;  // Whisper's weights
@@ -37,8 +37,9 @@ public:
     // handler's own errors; on any failure the box keeps its old handler.
     void operator()(const ModelIdentifier& identifier, std::stop_token stop = {}) const;
 
-private:
-    std::shared_ptr<ModelHandler> build(const ModelIdentifier& identifier, std::stop_token stop) const;
+  private:
+    std::shared_ptr<ModelHandler> build(const ModelIdentifier& identifier,
+                                        std::stop_token stop) const;
 
     Dependencies deps_;
 };

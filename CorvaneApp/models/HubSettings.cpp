@@ -5,7 +5,8 @@
 namespace corvane {
 namespace {
 
-std::optional<std::string> firstSet(const HubSettings::EnvironmentReader& read, std::initializer_list<const char*> names) {
+std::optional<std::string> firstSet(const HubSettings::EnvironmentReader& read,
+                                    std::initializer_list<const char*> names) {
     for (const char* name : names) {
         if (auto value = read(name); value && !value->empty()) return value;
     }
@@ -20,7 +21,8 @@ HubSettings HubSettings::fromEnvironment(const EnvironmentReader& read) {
         while (!base->empty() && base->back() == '/') base->pop_back();
         if (!base->empty()) settings.baseURL = *base;
     }
-    settings.token = firstSet(read, {"HF_TOKEN", "HUGGING_FACE_HUB_TOKEN", "HUGGINGFACEHUB_API_TOKEN"});
+    settings.token =
+        firstSet(read, {"HF_TOKEN", "HUGGING_FACE_HUB_TOKEN", "HUGGINGFACEHUB_API_TOKEN"});
     return settings;
 }
 
@@ -33,7 +35,8 @@ HubSettings HubSettings::fromEnvironment() {
 }
 
 bool HubSettings::isHubURL(const std::string& url) const {
-    return url.size() > baseURL.size() && url.compare(0, baseURL.size(), baseURL) == 0 && url[baseURL.size()] == '/';
+    return url.size() > baseURL.size() && url.compare(0, baseURL.size(), baseURL) == 0 &&
+           url[baseURL.size()] == '/';
 }
 
 }  // namespace corvane

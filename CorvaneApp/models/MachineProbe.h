@@ -9,7 +9,7 @@
 namespace corvane {
 
 class MachineProbe {
-public:
+  public:
     virtual ~MachineProbe() = default;
     // The CPU's marketing name, e.g. "AMD Ryzen 7 5800X 8-Core Processor"; empty when unknown.
     virtual std::string cpuBrandString() const = 0;

@@ -20,9 +20,9 @@ namespace corvane {
 struct ModelCache::Pending::Outcome {
     mutable std::mutex mutex;
     mutable std::condition_variable_any finished;
-    bool done = false;                   // guarded by mutex
-    std::filesystem::path file;          // guarded by mutex
-    std::exception_ptr error;            // guarded by mutex
+    bool done = false;           // guarded by mutex
+    std::filesystem::path file;  // guarded by mutex
+    std::exception_ptr error;    // guarded by mutex
 
     void finish(std::filesystem::path result, std::exception_ptr failure) {
         {
@@ -40,7 +40,8 @@ namespace {
 constexpr size_t bufferBytes = 65536;
 
 std::string lowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
 }
 
@@ -65,7 +66,7 @@ std::optional<std::uint64_t> contentLength(const http::Headers& headers) {
 
 // The open ".partial" file: appends through a 64 KiB buffer, closed on every way out.
 class PartialFile {
-public:
+  public:
     explicit PartialFile(std::filesystem::path path) : path_(std::move(path)) {}
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
@@ -118,7 +119,7 @@ public:
     }
     int lastError() const { return lastError_; }
 
-private:
+  private:
     std::filesystem::path path_;
     int fd_ = -1;
     std::string buffer_;
@@ -129,7 +130,8 @@ private:
 
 std::filesystem::path ModelCache::Pending::wait(std::stop_token stop) const {
     std::unique_lock lock(outcome_->mutex);
-    if (!outcome_->finished.wait(lock, stop, [this] { return outcome_->done; })) throw CacheError::cancelled();
+    if (!outcome_->finished.wait(lock, stop, [this] { return outcome_->done; }))
+        throw CacheError::cancelled();
     if (outcome_->error) std::rethrow_exception(outcome_->error);
     return outcome_->file;
 }
@@ -164,12 +166,14 @@ ModelCache::~ModelCache() {
 }
 
 std::filesystem::path ModelCache::defaultRootDirectory() {
-    if (const char* prepared = std::getenv("CORVANE_MODEL_DIR"); prepared && *prepared) return prepared;
+    if (const char* prepared = std::getenv("CORVANE_MODEL_DIR"); prepared && *prepared)
+        return prepared;
     return paths::dataHome() / "VarnixCompute" / "models";
 }
 
 std::filesystem::path ModelCache::modelDirectory(const ModelIdentifier& identifier) const {
-    return rootDirectory_ / (identifier.backend + "--" + identifier.model + "--" + identifier.version);
+    return rootDirectory_ /
+           (identifier.backend + "--" + identifier.model + "--" + identifier.version);
 }
 
 std::filesystem::path ModelCache::finalPath(const ModelSpec& spec) const {
@@ -198,11 +202,13 @@ ModelCache::Pending ModelCache::startCaching(const ModelSpec& spec) {
     lock.unlock();
     TaskHandle task;
     try {
-        task = startTask_([this, spec, outcome](std::stop_token stop) { runTransfer(spec, outcome, stop); });
+        task = startTask_(
+            [this, spec, outcome](std::stop_token stop) { runTransfer(spec, outcome, stop); });
     } catch (...) {
         // No transfer runs: let the next call start one, and tell every waiter why.
         lock.lock();
-        if (auto entry = inFlight_.find(spec.identifier); entry != inFlight_.end() && entry->second.outcome == outcome) {
+        if (auto entry = inFlight_.find(spec.identifier);
+            entry != inFlight_.end() && entry->second.outcome == outcome) {
             inFlight_.erase(entry);
         }
         lock.unlock();
@@ -210,7 +216,8 @@ ModelCache::Pending ModelCache::startCaching(const ModelSpec& spec) {
         throw;
     }
     lock.lock();
-    if (auto running = inFlight_.find(spec.identifier); running != inFlight_.end() && running->second.outcome == outcome) {
+    if (auto running = inFlight_.find(spec.identifier);
+        running != inFlight_.end() && running->second.outcome == outcome) {
         running->second.task = std::move(task);
     }
     return Pending(outcome);
@@ -220,15 +227,16 @@ std::filesystem::path ModelCache::ensureCached(const ModelSpec& spec, std::stop_
     return startCaching(spec).wait(stop);
 }
 
-std::pair<std::filesystem::path, CacheLoadResult> ModelCache::ensureCachedWithTiming(const ModelSpec& spec,
-                                                                                    std::stop_token stop) {
+std::pair<std::filesystem::path, CacheLoadResult> ModelCache::ensureCachedWithTiming(
+    const ModelSpec& spec, std::stop_token stop) {
     bool hit = isCached(spec.identifier);
     Date start = now_();
     auto file = ensureCached(spec, stop);
     return {file, CacheLoadResult{hit, secondsBetween(start, now_())}};
 }
 
-void ModelCache::runTransfer(const ModelSpec& spec, const std::shared_ptr<Pending::Outcome>& outcome,
+void ModelCache::runTransfer(const ModelSpec& spec,
+                             const std::shared_ptr<Pending::Outcome>& outcome,
                              std::stop_token stop) {
     std::filesystem::path file;
     std::exception_ptr error;
@@ -245,7 +253,8 @@ void ModelCache::runTransfer(const ModelSpec& spec, const std::shared_ptr<Pendin
         } else {
             setStateLocked(spec.identifier, State{State::Ready{file}});
         }
-        if (auto entry = inFlight_.find(spec.identifier); entry != inFlight_.end() && entry->second.outcome == outcome) {
+        if (auto entry = inFlight_.find(spec.identifier);
+            entry != inFlight_.end() && entry->second.outcome == outcome) {
             self = std::move(entry->second.task);
             inFlight_.erase(entry);
         }
@@ -362,9 +371,12 @@ std::filesystem::path ModelCache::download(const ModelSpec& spec, std::stop_toke
     return target;
 }
 
-bool ModelCache::isCached(const ModelIdentifier& identifier) const { return cachedFileURL(identifier).has_value(); }
+bool ModelCache::isCached(const ModelIdentifier& identifier) const {
+    return cachedFileURL(identifier).has_value();
+}
 
-std::optional<std::filesystem::path> ModelCache::cachedFileURL(const ModelIdentifier& identifier) const {
+std::optional<std::filesystem::path> ModelCache::cachedFileURL(
+    const ModelIdentifier& identifier) const {
     auto spec = registry_.spec(identifier);
     if (!spec) return std::nullopt;
     auto file = finalPath(*spec);
@@ -399,7 +411,9 @@ std::uint64_t ModelCache::removeAll() {
         try {
             freed += remove(spec.identifier);
         } catch (const std::exception& error) {
-            log::get("ModelCache")->error("ModelCache.removeAll: failed to remove {}: {}", spec.identifier.model, error.what());
+            log::get("ModelCache")
+                ->error("ModelCache.removeAll: failed to remove {}: {}", spec.identifier.model,
+                        error.what());
         }
     }
     return freed;

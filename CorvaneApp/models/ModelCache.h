@@ -32,7 +32,7 @@ struct CacheLoadResult {
 };
 
 class ModelCache {
-public:
+  public:
     struct State {
         struct Downloading {
             std::uint64_t bytesDownloaded = 0;
@@ -73,13 +73,13 @@ public:
 
     // The caller's view of one transfer, shared by everyone who asked for the same model.
     class Pending {
-    public:
+      public:
         // Blocks until the transfer ends and returns the file, or throws its error. `stop` ends
         // this wait only (with CacheError::cancelled); the transfer goes on for the others.
         std::filesystem::path wait(std::stop_token stop = {}) const;
         bool isFinished() const;
 
-    private:
+      private:
         friend class ModelCache;
         struct Outcome;
         explicit Pending(std::shared_ptr<Outcome> outcome) : outcome_(std::move(outcome)) {}
@@ -102,8 +102,8 @@ public:
     // The file of the model, downloading it first when needed. Throws CacheError, or the
     // transport's error when the connection fails (the partial file then stays for a resume).
     std::filesystem::path ensureCached(const ModelSpec& spec, std::stop_token stop = {});
-    std::pair<std::filesystem::path, CacheLoadResult> ensureCachedWithTiming(const ModelSpec& spec,
-                                                                            std::stop_token stop = {});
+    std::pair<std::filesystem::path, CacheLoadResult> ensureCachedWithTiming(
+        const ModelSpec& spec, std::stop_token stop = {});
 
     // Presence at the final path is the whole proof: only a finished transfer puts a file there.
     bool isCached(const ModelIdentifier& identifier) const;
@@ -123,14 +123,15 @@ public:
     const ModelCacheRegistry& registry() const { return registry_; }
     std::filesystem::path modelDirectory(const ModelIdentifier& identifier) const;
 
-private:
+  private:
     struct InFlight {
         std::shared_ptr<Pending::Outcome> outcome;
         TaskHandle task;
     };
 
     std::filesystem::path finalPath(const ModelSpec& spec) const;
-    void runTransfer(const ModelSpec& spec, const std::shared_ptr<Pending::Outcome>& outcome, std::stop_token stop);
+    void runTransfer(const ModelSpec& spec, const std::shared_ptr<Pending::Outcome>& outcome,
+                     std::stop_token stop);
     std::filesystem::path download(const ModelSpec& spec, std::stop_token stop);
     void setState(const ModelIdentifier& identifier, State state);
     void setStateLocked(const ModelIdentifier& identifier, State state);

@@ -18,7 +18,8 @@ ModelCacheRegistry::ModelCacheRegistry(HubSettings hub) : hub_(std::move(hub)) {
 }
 
 std::optional<ModelSpec> ModelCacheRegistry::spec(const ModelIdentifier& identifier) const {
-    auto found = std::find_if(all_.begin(), all_.end(), [&](const ModelSpec& s) { return s.identifier == identifier; });
+    auto found = std::find_if(all_.begin(), all_.end(),
+                              [&](const ModelSpec& s) { return s.identifier == identifier; });
     if (found == all_.end()) return std::nullopt;
     return *found;
 }

@@ -12,9 +12,13 @@ HardwareRequirements everyTier(std::int64_t minRAMGB, std::int64_t minDiskGB) {
 }  // namespace
 
 // The name says q4 although the weights behind it are q5_0; both strings are fixed on the wire.
-ModelIdentifier whisperModelIdentifier() { return defaultModelIdentifier(); }
+ModelIdentifier whisperModelIdentifier() {
+    return defaultModelIdentifier();
+}
 
-ModelIdentifier parakeetModelIdentifier() { return {"speech-engine-native", "parakeet-tdt-0.6b-v2", "1"}; }
+ModelIdentifier parakeetModelIdentifier() {
+    return {"speech-engine-native", "parakeet-tdt-0.6b-v2", "1"};
+}
 
 const std::vector<ModelCatalogueEntry>& modelCatalogue() {
     static const std::vector<ModelCatalogueEntry> entries{
@@ -26,8 +30,9 @@ const std::vector<ModelCatalogueEntry>& modelCatalogue() {
 
 std::optional<ModelCatalogueEntry> catalogueEntry(const ModelIdentifier& identifier) {
     const auto& entries = modelCatalogue();
-    auto found = std::find_if(entries.begin(), entries.end(),
-                              [&](const ModelCatalogueEntry& entry) { return entry.identifier == identifier; });
+    auto found = std::find_if(
+        entries.begin(), entries.end(),
+        [&](const ModelCatalogueEntry& entry) { return entry.identifier == identifier; });
     if (found == entries.end()) return std::nullopt;
     return *found;
 }

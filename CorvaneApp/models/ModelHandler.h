@@ -14,20 +14,29 @@
 namespace corvane {
 
 enum class ModelHandlerStage { decode, inference };
-inline const char* rawValue(ModelHandlerStage stage) { return stage == ModelHandlerStage::decode ? "decode" : "inference"; }
+inline const char* rawValue(ModelHandlerStage stage) {
+    return stage == ModelHandlerStage::decode ? "decode" : "inference";
+}
 
 // Told the seconds of each stage as the handler finishes it.
 using StageObserver = std::function<void(ModelHandlerStage stage, double seconds)>;
 
 // The error of handlers. It has no text of its own: what is shown is its case and payload.
 class ModelError : public std::exception {
-public:
-    struct HardwareIncapable { std::string reason; };
-    struct BackendCrashed { std::string underlying; };  // the underlying error's description
-    struct InvalidInput { std::string reason; };
+  public:
+    struct HardwareIncapable {
+        std::string reason;
+    };
+    struct BackendCrashed {
+        std::string underlying;
+    };  // the underlying error's description
+    struct InvalidInput {
+        std::string reason;
+    };
     struct ModelNotInstalled {};
     struct Timeout {};
-    using Case = std::variant<HardwareIncapable, BackendCrashed, InvalidInput, ModelNotInstalled, Timeout>;
+    using Case =
+        std::variant<HardwareIncapable, BackendCrashed, InvalidInput, ModelNotInstalled, Timeout>;
 
     explicit ModelError(Case value);
     const Case& value() const { return value_; }
@@ -36,7 +45,7 @@ public:
     // The case and its payload, e.g. "backendCrashed(whisper_full returned -1)".
     const char* what() const noexcept override { return printed_.c_str(); }
 
-private:
+  private:
     Case value_;
     std::string printed_;
 };
@@ -46,7 +55,7 @@ private:
 const std::vector<float>& audioSamplesAt16kHz(const ModelInput& input, const std::string& implName);
 
 class ModelHandler {
-public:
+  public:
     virtual ~ModelHandler() = default;
     // The model this handler serves.
     virtual ModelIdentifier modelIdentifier() const = 0;
@@ -56,7 +65,8 @@ public:
     virtual std::optional<std::string> installedVersion() const = 0;
     // Runs one job. Throws ModelError (or the error of whatever failed beneath). Reacts to `stop`
     // at its own pace by throwing.
-    virtual JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) = 0;
+    virtual JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver,
+                             std::stop_token stop) = 0;
 };
 
 }  // namespace corvane

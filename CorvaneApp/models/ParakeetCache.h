@@ -12,7 +12,7 @@
 namespace corvane {
 
 class ParakeetCache {
-public:
+  public:
     // $XDG_DATA_HOME/VarnixCompute/models/parakeet-tdt-0.6b-v2.
     static std::filesystem::path defaultDirectory();
 
@@ -32,7 +32,7 @@ public:
     // std::filesystem::filesystem_error.
     void remove() const;
 
-private:
+  private:
     const std::filesystem::path directory_;
     const std::shared_ptr<const ParakeetRuntime> runtime_;
 };

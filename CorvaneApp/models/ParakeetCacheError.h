@@ -7,7 +7,7 @@
 namespace corvane {
 
 class ParakeetCacheError : public std::exception {
-public:
+  public:
     enum class Kind {
         weightsMissingAfterDownload,  // "Parakeet weights missing after download"
         noRuntime,                    // "No runtime on this computer can run Parakeet"
@@ -16,11 +16,12 @@ public:
     explicit ParakeetCacheError(Kind kind) : kind_(kind) {}
     Kind kind() const { return kind_; }
     const char* what() const noexcept override {
-        return kind_ == Kind::weightsMissingAfterDownload ? "Parakeet weights missing after download"
-                                                          : "No runtime on this computer can run Parakeet";
+        return kind_ == Kind::weightsMissingAfterDownload
+                   ? "Parakeet weights missing after download"
+                   : "No runtime on this computer can run Parakeet";
     }
 
-private:
+  private:
     Kind kind_;
 };
 

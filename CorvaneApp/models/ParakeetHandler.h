@@ -15,7 +15,7 @@
 namespace corvane {
 
 class ParakeetHandler final : public SpeechHandler {
-public:
+  public:
     static ModelIdentifier identifier();
     static constexpr ModelCategory category = ModelCategory::transcription;
     static HardwareRequirements requirements();
@@ -31,11 +31,12 @@ public:
     // Throws ModelError::InvalidInput for a job that is not a transcription, passes the decoder's
     // and the engine's errors through. The observer hears "decode" and "inference" with their
     // seconds, also when the stage failed. `stop` cancels the engine between its steps.
-    JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) override;
+    JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver,
+                     std::stop_token stop) override;
 
     ParakeetImpl& impl() { return *impl_; }
 
-private:
+  private:
     std::unique_ptr<ParakeetImpl> impl_;
 };
 

@@ -9,8 +9,11 @@
 
 namespace corvane {
 
-ParakeetImpl::ParakeetImpl(std::filesystem::path modelDirectory, std::shared_ptr<const ParakeetRuntime> runtime)
-    : modelDirectory_(std::move(modelDirectory)), runtime_(std::move(runtime)), log_(log::get("ParakeetHandler")) {
+ParakeetImpl::ParakeetImpl(std::filesystem::path modelDirectory,
+                           std::shared_ptr<const ParakeetRuntime> runtime)
+    : modelDirectory_(std::move(modelDirectory)),
+      runtime_(std::move(runtime)),
+      log_(log::get("ParakeetHandler")) {
     if (!runtime_) throw std::invalid_argument("ParakeetImpl needs a runtime");
     if (!speech::AsrModels::modelsExist(modelDirectory_, speech::AsrModelVersion::v2)) {
         log_->error("Parakeet weights missing at {}", modelDirectory_.string());
@@ -23,7 +26,8 @@ std::shared_ptr<speech::AsrManager> ParakeetImpl::loadedManager(std::stop_token 
     if (managerCache_) return managerCache_;
     auto models = speech::AsrModels::load(runtime_->downloads(), modelDirectory_, std::nullopt,
                                           speech::AsrModelVersion::v2, {}, stop);
-    managerCache_ = std::make_shared<speech::AsrManager>(speech::ASRConfig::defaultConfig(), std::move(models));
+    managerCache_ =
+        std::make_shared<speech::AsrManager>(speech::ASRConfig::defaultConfig(), std::move(models));
     return managerCache_;
 }
 
@@ -34,7 +38,8 @@ std::string ParakeetImpl::transcribe(std::span<const float> pcm, std::stop_token
 }
 
 ModelOutput ParakeetImpl::run(const ModelInput& input) {
-    return ModelOutput{TranscriptResult{transcribe(audioSamplesAt16kHz(input, "ParakeetImpl")), std::nullopt, {}}};
+    return ModelOutput{
+        TranscriptResult{transcribe(audioSamplesAt16kHz(input, "ParakeetImpl")), std::nullopt, {}}};
 }
 
 }  // namespace corvane

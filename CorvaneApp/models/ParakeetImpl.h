@@ -19,14 +19,15 @@
 namespace corvane {
 
 class ParakeetImpl {
-public:
+  public:
     static constexpr const char* displayName = "speech-engine-parakeet";
     static constexpr bool requiresCPPLink = false;
     static constexpr bool requiresPythonSidecar = false;
 
     // Checks that the v2 set is in `modelDirectory` and loads nothing yet. Throws
     // ModelError::ModelNotInstalled when it is not there; std::invalid_argument without a runtime.
-    ParakeetImpl(std::filesystem::path modelDirectory, std::shared_ptr<const ParakeetRuntime> runtime);
+    ParakeetImpl(std::filesystem::path modelDirectory,
+                 std::shared_ptr<const ParakeetRuntime> runtime);
 
     // The text of 16 kHz mono samples; no language is asked or detected. Throws the engine's
     // errors as they are (ASRError for a clip below its minimum, the load's errors at first use).
@@ -36,7 +37,7 @@ public:
 
     const std::filesystem::path& modelDirectory() const { return modelDirectory_; }
 
-private:
+  private:
     std::shared_ptr<speech::AsrManager> loadedManager(std::stop_token stop);
 
     const std::filesystem::path modelDirectory_;

@@ -14,19 +14,21 @@
 namespace corvane {
 
 class ParakeetRuntime {
-public:
-    ParakeetRuntime(std::shared_ptr<const http::Session> session, std::shared_ptr<const speech::NeuralRuntime> runtime,
+  public:
+    ParakeetRuntime(std::shared_ptr<const http::Session> session,
+                    std::shared_ptr<const speech::NeuralRuntime> runtime,
                     speech::EnvironmentLookup environment, std::shared_ptr<SleepProvider> sleeper)
         : session_(std::move(session)),
           runtime_(std::move(runtime)),
           sleeper_(std::move(sleeper)),
-          downloads_(std::make_unique<speech::DownloadUtils>(*session_, *runtime_, std::move(environment), *sleeper_)) {}
+          downloads_(std::make_unique<speech::DownloadUtils>(*session_, *runtime_,
+                                                             std::move(environment), *sleeper_)) {}
     ParakeetRuntime(const ParakeetRuntime&) = delete;
     ParakeetRuntime& operator=(const ParakeetRuntime&) = delete;
 
     speech::DownloadUtils& downloads() const { return *downloads_; }
 
-private:
+  private:
     // The downloader keeps references to these three.
     const std::shared_ptr<const http::Session> session_;
     const std::shared_ptr<const speech::NeuralRuntime> runtime_;

@@ -81,8 +81,9 @@ std::optional<std::uint64_t> ProcMachineProbe::physicalMemoryBytes() const {
 
 int ProcMachineProbe::logicalCoreCount() const {
     auto fields = readFields(procRoot_ / "cpuinfo");
-    auto count = std::count_if(fields.begin(), fields.end(),
-                               [](const auto& field) { return field && field->key == "processor"; });
+    auto count = std::count_if(fields.begin(), fields.end(), [](const auto& field) {
+        return field && field->key == "processor";
+    });
     return std::max<int>(1, static_cast<int>(count));
 }
 

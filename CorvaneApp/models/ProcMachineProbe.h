@@ -8,15 +8,16 @@
 namespace corvane {
 
 class ProcMachineProbe final : public MachineProbe {
-public:
-    explicit ProcMachineProbe(std::filesystem::path procRoot = "/proc") : procRoot_(std::move(procRoot)) {}
+  public:
+    explicit ProcMachineProbe(std::filesystem::path procRoot = "/proc")
+        : procRoot_(std::move(procRoot)) {}
 
     std::string cpuBrandString() const override;
     std::optional<std::uint64_t> physicalMemoryBytes() const override;
     int logicalCoreCount() const override;
     std::optional<int> physicalCoreCount() const override;
 
-private:
+  private:
     std::filesystem::path procRoot_;
 };
 

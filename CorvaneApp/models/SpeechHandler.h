@@ -15,7 +15,7 @@
 namespace corvane {
 
 class SpeechHandler : public ModelHandler {
-public:
+  public:
     // A file to 16 kHz mono samples; AudioPipeline's decoder unless a test puts another in.
     using Decoder = std::function<std::vector<float>(const std::filesystem::path&)>;
     struct Options {
@@ -26,7 +26,7 @@ public:
     std::string activeImplName() const override { return activeImplName_; }
     std::optional<std::string> installedVersion() const override { return "1"; }
 
-protected:
+  protected:
     // `handlerName` opens the wrong-category text; `implName` is the backend every result names.
     SpeechHandler(std::string handlerName, std::string implName, Options options);
 
@@ -34,9 +34,10 @@ protected:
     using Transcriber = std::function<std::string(const std::vector<float>& pcm)>;
     // Throws ModelError::InvalidInput for a job that is not a transcription; passes the decoder's
     // and the transcriber's errors through. The observer hears both stages, also a failed one.
-    JobResult transcribeJob(const ClaimedJob& job, const StageObserver& observer, const Transcriber& transcribe) const;
+    JobResult transcribeJob(const ClaimedJob& job, const StageObserver& observer,
+                            const Transcriber& transcribe) const;
 
-private:
+  private:
     const std::string handlerName_;
     const std::string activeImplName_;
     const Decoder decode_;

@@ -9,7 +9,7 @@
 namespace corvane {
 
 class WhisperBackendError : public std::exception {
-public:
+  public:
     struct InferenceFailed {
         int status = 0;  // whisper_full's non-zero return
     };
@@ -23,7 +23,7 @@ public:
     const std::string& description() const { return description_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
-private:
+  private:
     Case value_;
     std::string description_;
 };

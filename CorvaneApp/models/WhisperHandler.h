@@ -15,7 +15,7 @@
 namespace corvane {
 
 class WhisperHandler final : public SpeechHandler {
-public:
+  public:
     static ModelIdentifier identifier();
     static constexpr ModelCategory category = ModelCategory::transcription;
     static HardwareRequirements requirements();
@@ -34,11 +34,12 @@ public:
     // Throws ModelError for a job that is not a transcription and for engine failures, and passes
     // AudioDecodeError through. The observer hears "decode" and "inference" with their seconds,
     // also when the stage failed. `stop` ends a whisper.cpp run early.
-    JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver, std::stop_token stop) override;
+    JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver,
+                     std::stop_token stop) override;
 
     WhisperImpl& impl() { return *impl_; }
 
-private:
+  private:
     std::unique_ptr<WhisperImpl> impl_;
 };
 

@@ -46,9 +46,12 @@ std::string trimmed(const std::string& text) {
 }  // namespace
 
 WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
-    : modelFileURL_(std::move(modelFileURL)), options_(std::move(options)), log_(log::get("WhisperHandler")) {
+    : modelFileURL_(std::move(modelFileURL)),
+      options_(std::move(options)),
+      log_(log::get("WhisperHandler")) {
     const auto& in = options_.threadInputs;
-    if (!in.settings || !in.secondsSinceLastInput || !in.runtimeEffectivePercent || !in.activeProcessorCount) {
+    if (!in.settings || !in.secondsSinceLastInput || !in.runtimeEffectivePercent ||
+        !in.activeProcessorCount) {
         throw std::invalid_argument("WhisperImpl needs every thread input");
     }
     std::error_code error;
@@ -57,7 +60,8 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
         throw ModelError(ModelError::ModelNotInstalled{});
     }
     if (auto problem = WhisperModelFile::problem(modelFileURL_)) {
-        log_->error("Model file at {} is not a whole whisper model: {}", modelFileURL_.string(), *problem);
+        log_->error("Model file at {} is not a whole whisper model: {}", modelFileURL_.string(),
+                    *problem);
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
     }
     routeWhisperLogs();
@@ -68,16 +72,19 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
         context = whisper_init_from_file_with_params_no_state(modelFileURL_.c_str(), params);
     } catch (const std::exception& thrown) {
         // The loader is C++ underneath: a file with absurd sizes can make it throw.
-        log_->error("whisper.cpp threw while loading {}: {}", modelFileURL_.string(), thrown.what());
+        log_->error("whisper.cpp threw while loading {}: {}", modelFileURL_.string(),
+                    thrown.what());
     }
     if (!context) {
-        log_->error("whisper_init_from_file_with_params returned NULL for {}", modelFileURL_.string());
+        log_->error("whisper_init_from_file_with_params returned NULL for {}",
+                    modelFileURL_.string());
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
     }
     ctx_.reset(context);
 }
 
-std::unique_ptr<WhisperImpl> WhisperImpl::fromDirectory(const std::filesystem::path& modelDirectory, Options options) {
+std::unique_ptr<WhisperImpl> WhisperImpl::fromDirectory(const std::filesystem::path& modelDirectory,
+                                                        Options options) {
     return std::make_unique<WhisperImpl>(modelDirectory / defaultModelFilename, std::move(options));
 }
 
@@ -86,30 +93,33 @@ WhisperImpl::~WhisperImpl() = default;
 std::int64_t WhisperImpl::threadCount(std::int64_t cpuPercent, std::int64_t cpuCount) {
     const std::int64_t percent = std::max<std::int64_t>(cpuPercent, 0);
     const std::int64_t count = std::max<std::int64_t>(cpuCount, 1);
-    const double wanted = std::round(static_cast<double>(percent) / 100.0 * static_cast<double>(count));
+    const double wanted =
+        std::round(static_cast<double>(percent) / 100.0 * static_cast<double>(count));
     return static_cast<std::int64_t>(std::clamp(wanted, 1.0, static_cast<double>(count)));
 }
 
 WhisperThreadSelection WhisperImpl::currentThreadCount() const {
     const auto& in = options_.threadInputs;
     const WhisperThreadInputs::Settings settings = in.settings();
-    const double idleMinutes = std::isfinite(settings.idleMinutes) ? std::max(settings.idleMinutes, 0.0) : 0.0;
+    const double idleMinutes =
+        std::isfinite(settings.idleMinutes) ? std::max(settings.idleMinutes, 0.0) : 0.0;
     const double threshold = idleMinutes * 60.0;
     const double idleSeconds = in.secondsSinceLastInput().value_or(0.0);
     const bool inUse = threshold > 0 && idleSeconds < threshold;
 
     WhisperThreadSelection selection;
     selection.resourceMode = inUse ? "in_use" : "away";
-    selection.userPercent = roundedPercent(inUse ? settings.inUseCpuCeiling : settings.awayCpuCeiling);
+    selection.userPercent =
+        roundedPercent(inUse ? settings.inUseCpuCeiling : settings.awayCpuCeiling);
     selection.effectivePercent = in.runtimeEffectivePercent().value_or(selection.userPercent);
     selection.cpuCount = in.activeProcessorCount();
     selection.threads = threadCount(selection.effectivePercent, selection.cpuCount);
 
     const std::string nonce = makeNonce();
-    log_->info("whisper_thread_select nonce={} threads={} effective_percent={} user_percent={}", nonce,
-               selection.threads, selection.effectivePercent, selection.userPercent);
-    log_->info("whisper_thread_select nonce={} cpu_count={} resource_mode={}", nonce, selection.cpuCount,
-               selection.resourceMode);
+    log_->info("whisper_thread_select nonce={} threads={} effective_percent={} user_percent={}",
+               nonce, selection.threads, selection.effectivePercent, selection.userPercent);
+    log_->info("whisper_thread_select nonce={} cpu_count={} resource_mode={}", nonce,
+               selection.cpuCount, selection.resourceMode);
     return selection;
 }
 
@@ -132,7 +142,9 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
     params.print_timestamps = false;
     params.language = "en";  // a literal: outlives every call; no detection, no other language
     // A worker that stops does not wait for the rest of a long shard.
-    params.abort_callback = [](void* token) { return static_cast<std::stop_token*>(token)->stop_requested(); };
+    params.abort_callback = [](void* token) {
+        return static_cast<std::stop_token*>(token)->stop_requested();
+    };
     params.abort_callback_user_data = &stop;
 
     std::lock_guard lock(contextMutex_);
@@ -146,8 +158,9 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
     int status = 0;
     try {
         const int count = static_cast<int>(pcm.size());
-        status = options_.full ? options_.full(ctx_.get(), state_.get(), params, pcm.data(), count)
-                               : whisper_full_with_state(ctx_.get(), state_.get(), params, pcm.data(), count);
+        status = options_.full
+                     ? options_.full(ctx_.get(), state_.get(), params, pcm.data(), count)
+                     : whisper_full_with_state(ctx_.get(), state_.get(), params, pcm.data(), count);
     } catch (const std::exception& thrown) {
         // whisper.cpp is C++ underneath its C interface and can throw through it.
         log_->error("whisper_full threw: {}", thrown.what());
@@ -161,13 +174,15 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
     std::string text;
     const int segments = whisper_full_n_segments_from_state(state_.get());
     for (int i = 0; i < segments; ++i) {
-        if (const char* segment = whisper_full_get_segment_text_from_state(state_.get(), i)) text += segment;
+        if (const char* segment = whisper_full_get_segment_text_from_state(state_.get(), i))
+            text += segment;
     }
     return trimmed(text);
 }
 
 ModelOutput WhisperImpl::run(const ModelInput& input) {
-    return ModelOutput{TranscriptResult{transcribe(audioSamplesAt16kHz(input, "WhisperImpl")), std::nullopt, {}}};
+    return ModelOutput{
+        TranscriptResult{transcribe(audioSamplesAt16kHz(input, "WhisperImpl")), std::nullopt, {}}};
 }
 
 }  // namespace corvane

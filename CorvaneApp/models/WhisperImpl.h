@@ -1,8 +1,8 @@
 #pragma once
 // The engine behind WhisperHandler: one whisper.cpp context over one model file, loaded once and
 // used for every shard; its working state (tens of megabytes of buffers) is made at the first
-// shard, so an idle worker doesn't carry it, with the thread count chosen afresh for each run from the owner's CPU
-// limits, the idle time and the runtime-state file.
+// shard, so an idle worker doesn't carry it, with the thread count chosen afresh for each run from
+// the owner's CPU limits, the idle time and the runtime-state file.
 
 #include <cstdint>
 #include <filesystem>
@@ -48,7 +48,7 @@ struct WhisperThreadSelection {
 };
 
 class WhisperImpl {
-public:
+  public:
     static constexpr const char* displayName = "whisper-cpp-swift";
     static constexpr bool requiresCPPLink = true;
     static constexpr bool requiresPythonSidecar = false;
@@ -56,8 +56,8 @@ public:
 
     // The call that runs the model. whisper_full_with_state in production; tests and benchmarks
     // may wrap it to watch or fail a run.
-    using FullFunction =
-        std::function<int(whisper_context*, whisper_state*, whisper_full_params, const float*, int)>;
+    using FullFunction = std::function<int(whisper_context*, whisper_state*, whisper_full_params,
+                                           const float*, int)>;
 
     struct Options {
         WhisperThreadInputs threadInputs;
@@ -69,7 +69,8 @@ public:
     // refuses it (truncated, corrupt, not a model). std::invalid_argument for missing inputs.
     WhisperImpl(std::filesystem::path modelFileURL, Options options);
     // The model file defaultModelFilename in `modelDirectory`.
-    static std::unique_ptr<WhisperImpl> fromDirectory(const std::filesystem::path& modelDirectory, Options options);
+    static std::unique_ptr<WhisperImpl> fromDirectory(const std::filesystem::path& modelDirectory,
+                                                      Options options);
     ~WhisperImpl();
     WhisperImpl(const WhisperImpl&) = delete;
     WhisperImpl& operator=(const WhisperImpl&) = delete;
@@ -90,7 +91,7 @@ public:
 
     const std::filesystem::path& modelFileURL() const { return modelFileURL_; }
 
-private:
+  private:
     struct ContextDeleter {
         void operator()(whisper_context* context) const { whisper_free(context); }
     };

@@ -10,7 +10,7 @@
 namespace corvane {
 
 class WhisperModelFile {
-public:
+  public:
     // Absent when the header is plausible and every section complete; otherwise why not, such as
     // "file ends inside tensor decoder.ln.bias". Reads only headers, seeking over data.
     static std::optional<std::string> problem(const std::filesystem::path& path);

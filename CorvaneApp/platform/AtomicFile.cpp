@@ -1,12 +1,12 @@
 #include "CorvaneApp/platform/AtomicFile.h"
 
-#include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
 #include <fstream>
 #include <sstream>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace corvane {
 namespace {
@@ -59,7 +59,8 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
         fail(errno, "cannot close " + temp.path);
     }
     temp.fd = -1;
-    if (::rename(temp.path.c_str(), path.c_str()) != 0) fail(errno, "cannot replace " + path.string());
+    if (::rename(temp.path.c_str(), path.c_str()) != 0)
+        fail(errno, "cannot replace " + path.string());
     temp.committed = true;
     int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
     if (dir >= 0) {

@@ -1,11 +1,11 @@
 #pragma once
 // Files we own are replaced whole: temp file in the same folder, fsync, rename.
 
+#include <sys/types.h>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 
 namespace corvane {
 

@@ -10,7 +10,9 @@ namespace corvane {
 using Date = std::chrono::system_clock::time_point;
 using NowFunction = std::function<Date()>;
 
-inline Date systemNow() { return std::chrono::system_clock::now(); }
+inline Date systemNow() {
+    return std::chrono::system_clock::now();
+}
 
 // Seconds from `from` to `to` (negative when `to` is earlier).
 inline double secondsBetween(Date from, Date to) {
@@ -18,14 +20,17 @@ inline double secondsBetween(Date from, Date to) {
 }
 
 inline Date addSeconds(Date date, double seconds) {
-    return date + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds));
+    return date +
+           std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds));
 }
 
 inline double unixSeconds(Date date) {
     return std::chrono::duration<double>(date.time_since_epoch()).count();
 }
 
-inline Date dateFromUnixSeconds(double seconds) { return addSeconds(Date{}, seconds); }
+inline Date dateFromUnixSeconds(double seconds) {
+    return addSeconds(Date{}, seconds);
+}
 
 // Calendar fields in the computer's own zone, as the owner reads "today", and back; the way back
 // lets the zone decide daylight saving time.

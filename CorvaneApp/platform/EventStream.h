@@ -16,7 +16,7 @@ namespace corvane {
 
 template <typename T>
 class EventStream {
-public:
+  public:
     void push(T value) {
         {
             std::lock_guard lock(mutex_);
@@ -64,7 +64,7 @@ public:
         return events;
     }
 
-private:
+  private:
     std::optional<T> popLocked() {
         if (head_ == queue_.size()) return std::nullopt;
         T value = std::move(queue_[head_++]);
@@ -81,9 +81,9 @@ private:
 
     std::mutex mutex_;
     std::condition_variable_any ready_;
-    std::vector<T> queue_;   // guarded by mutex_; [head_, end) not yet read
-    std::size_t head_ = 0;   // guarded by mutex_
-    bool closed_ = false;    // guarded by mutex_
+    std::vector<T> queue_;  // guarded by mutex_; [head_, end) not yet read
+    std::size_t head_ = 0;  // guarded by mutex_
+    bool closed_ = false;   // guarded by mutex_
 };
 
 }  // namespace corvane

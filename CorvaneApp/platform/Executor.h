@@ -9,7 +9,7 @@ namespace corvane {
 
 // Cancels its timer when destroyed or when cancel() is called.
 class TimerHandle {
-public:
+  public:
     TimerHandle() = default;
     explicit TimerHandle(std::function<void()> cancel) : cancel_(std::move(cancel)) {}
     TimerHandle(TimerHandle&& other) noexcept : cancel_(std::exchange(other.cancel_, {})) {}
@@ -29,17 +29,18 @@ public:
     }
     bool active() const { return static_cast<bool>(cancel_); }
 
-private:
+  private:
     std::function<void()> cancel_;
 };
 
 class Executor {
-public:
+  public:
     virtual ~Executor() = default;
     // Runs `work` on the executor's sequence after what is already posted. Safe from any thread.
     virtual void post(std::function<void()> work) = 0;
     // Runs `work` once after `delaySeconds`.
-    [[nodiscard]] virtual TimerHandle scheduleOnce(double delaySeconds, std::function<void()> work) = 0;
+    [[nodiscard]] virtual TimerHandle scheduleOnce(double delaySeconds,
+                                                   std::function<void()> work) = 0;
     // Runs `work` every `intervalSeconds`, the first time one interval from now.
     [[nodiscard]] virtual TimerHandle scheduleRepeating(double intervalSeconds,
                                                         std::function<void()> work) = 0;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <fstream>
-#include <string_view>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 #include "CorvaneApp/platform/Log.h"
 
@@ -26,7 +26,9 @@ std::string errorText(int code) {
     return buffer;
 }
 
-[[noreturn]] void fail(Stage stage, int code) { throw FfmpegAudioDecoder::Failure(stage, errorText(code)); }
+[[noreturn]] void fail(Stage stage, int code) {
+    throw FfmpegAudioDecoder::Failure(stage, errorText(code));
+}
 
 // FFmpeg's own chatter goes to our log at debug level instead of stderr.
 void routeLibraryLogOnce() {
@@ -88,16 +90,17 @@ AVChannelLayout usableLayout(const AVChannelLayout& layout) {
 // Mixes down and resamples to mono float at the target rate, appending to `out`. Rebuilds itself
 // when the source format changes mid-stream (chained Ogg, MP3 with rate switches).
 class MonoResampler {
-public:
+  public:
     MonoResampler(int targetRate, std::vector<float>& out) : targetRate_(targetRate), out_(out) {}
     MonoResampler(const MonoResampler&) = delete;
     MonoResampler& operator=(const MonoResampler&) = delete;
     ~MonoResampler() { av_channel_layout_uninit(&inLayout_); }
 
-    void convert(const AVChannelLayout& layout, AVSampleFormat format, int rate, const uint8_t* const* data,
-                 int frames) {
+    void convert(const AVChannelLayout& layout, AVSampleFormat format, int rate,
+                 const uint8_t* const* data, int frames) {
         AVChannelLayout wanted = usableLayout(layout);
-        if (!context_ || format != inFormat_ || rate != inRate_ || av_channel_layout_compare(&wanted, &inLayout_) != 0) {
+        if (!context_ || format != inFormat_ || rate != inRate_ ||
+            av_channel_layout_compare(&wanted, &inLayout_) != 0) {
             flush();
             configure(wanted, format, rate);
         }
@@ -112,20 +115,24 @@ public:
         }
     }
 
-private:
+  private:
     void configure(const AVChannelLayout& layout, AVSampleFormat format, int rate) {
-        if (rate <= 0) throw FfmpegAudioDecoder::Failure(Stage::conversion, "source sample rate " + std::to_string(rate));
+        if (rate <= 0)
+            throw FfmpegAudioDecoder::Failure(Stage::conversion,
+                                              "source sample rate " + std::to_string(rate));
         AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
         SwrContext* raw = nullptr;
         // This FFmpeg takes the layouts by non-const pointer but only reads them.
-        int code = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, targetRate_, const_cast<AVChannelLayout*>(&layout),
-                                       format, rate, 0, nullptr);
+        int code =
+            swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, targetRate_,
+                                const_cast<AVChannelLayout*>(&layout), format, rate, 0, nullptr);
         ResamplerPtr context(raw);
         if (code < 0) fail(Stage::conversion, code);
         // Mono is the plain average of all channels: no gain, no channel favoured.
         int channels = std::max(layout.nb_channels, 1);
         std::vector<double> average(static_cast<size_t>(channels), 1.0 / channels);
-        if ((code = swr_set_matrix(context.get(), average.data(), channels)) < 0) fail(Stage::conversion, code);
+        if ((code = swr_set_matrix(context.get(), average.data(), channels)) < 0)
+            fail(Stage::conversion, code);
         if ((code = swr_init(context.get())) < 0) fail(Stage::conversion, code);
         context_ = std::move(context);
         av_channel_layout_uninit(&inLayout_);
@@ -139,7 +146,8 @@ private:
         if (capacity <= 0) return 0;
         scratch_.resize(static_cast<size_t>(capacity));
         auto* target = reinterpret_cast<uint8_t*>(scratch_.data());
-        int produced = swr_convert(context_.get(), &target, capacity, const_cast<const uint8_t**>(data), frames);
+        int produced = swr_convert(context_.get(), &target, capacity,
+                                   const_cast<const uint8_t**>(data), frames);
         if (produced < 0) fail(Stage::conversion, produced);
         out_.insert(out_.end(), scratch_.begin(), scratch_.begin() + produced);
         return produced;
@@ -155,8 +163,10 @@ private:
 };
 
 // What the container promises, unless that figure is only a guess from the bit rate.
-std::optional<std::int64_t> declaredFrames(const AVFormatContext* format, const AVStream* stream, int rate) {
-    if (rate <= 0 || format->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE) return std::nullopt;
+std::optional<std::int64_t> declaredFrames(const AVFormatContext* format, const AVStream* stream,
+                                           int rate) {
+    if (rate <= 0 || format->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE)
+        return std::nullopt;
     if (stream->duration == AV_NOPTS_VALUE || stream->duration < 0) return std::nullopt;
     return av_rescale_q(stream->duration, stream->time_base, AVRational{1, rate});
 }
@@ -167,13 +177,15 @@ std::optional<std::int64_t> wavHeaderFrames(const std::filesystem::path& path, i
     if (blockAlign <= 0) return std::nullopt;
     std::ifstream in(path, std::ios::binary);
     char riff[12];
-    if (!in.read(riff, sizeof riff) || std::string_view(riff, 4) != "RIFF" || std::string_view(riff + 8, 4) != "WAVE") {
+    if (!in.read(riff, sizeof riff) || std::string_view(riff, 4) != "RIFF" ||
+        std::string_view(riff + 8, 4) != "WAVE") {
         return std::nullopt;
     }
     for (int chunk = 0; chunk < 64; ++chunk) {
         unsigned char header[8];
         if (!in.read(reinterpret_cast<char*>(header), sizeof header)) return std::nullopt;
-        std::uint32_t size = header[4] | header[5] << 8 | header[6] << 16 | static_cast<std::uint32_t>(header[7]) << 24;
+        std::uint32_t size = header[4] | header[5] << 8 | header[6] << 16 |
+                             static_cast<std::uint32_t>(header[7]) << 24;
         if (std::string_view(reinterpret_cast<char*>(header), 4) == "data") {
             if (size == 0xFFFFFFFF) return std::nullopt;
             return static_cast<std::int64_t>(size) / blockAlign;
@@ -206,12 +218,14 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
     input.format = avformat_alloc_context();
     if (!input.format) fail(Stage::open, AVERROR(ENOMEM));
     input.format->pb = input.io;
-    if ((code = avformat_open_input(&input.format, "", nullptr, nullptr)) < 0) fail(Stage::open, code);
+    if ((code = avformat_open_input(&input.format, "", nullptr, nullptr)) < 0)
+        fail(Stage::open, code);
     if ((code = avformat_find_stream_info(input.format, nullptr)) < 0) fail(Stage::open, code);
 
     const AVCodec* codec = nullptr;
     int streamIndex = av_find_best_stream(input.format, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-    if (streamIndex == AVERROR_STREAM_NOT_FOUND) throw Failure(Stage::noAudioStream, "no audio stream");
+    if (streamIndex == AVERROR_STREAM_NOT_FOUND)
+        throw Failure(Stage::noAudioStream, "no audio stream");
     if (streamIndex < 0) fail(Stage::noAudioStream, streamIndex);
     AVStream* stream = input.format->streams[streamIndex];
     for (unsigned i = 0; i < input.format->nb_streams; ++i) {
@@ -220,7 +234,8 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
 
     CodecContextPtr decoder(avcodec_alloc_context3(codec));
     if (!decoder) fail(Stage::open, AVERROR(ENOMEM));
-    if ((code = avcodec_parameters_to_context(decoder.get(), stream->codecpar)) < 0) fail(Stage::open, code);
+    if ((code = avcodec_parameters_to_context(decoder.get(), stream->codecpar)) < 0)
+        fail(Stage::open, code);
     decoder->pkt_timebase = stream->time_base;
     decoder->thread_count = 0;  // codecs that decode frames in parallel (FLAC) use every core
     if ((code = avcodec_open2(decoder.get(), codec, nullptr)) < 0) fail(Stage::open, code);
@@ -230,11 +245,13 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
     result.sourceChannels = stream->codecpar->ch_layout.nb_channels;
     result.declaredFrames = declaredFrames(input.format, stream, result.sourceSampleRate);
     if (std::string_view(input.format->iformat->name) == "wav") {
-        if (auto stated = wavHeaderFrames(path, stream->codecpar->block_align)) result.declaredFrames = stated;
+        if (auto stated = wavHeaderFrames(path, stream->codecpar->block_align))
+            result.declaredFrames = stated;
     }
     if (result.declaredFrames && result.sourceSampleRate > 0) {
         // One allocation for the whole output, so that peak memory is the samples and no more.
-        auto expected = av_rescale(*result.declaredFrames, targetSampleRate_, result.sourceSampleRate);
+        auto expected =
+            av_rescale(*result.declaredFrames, targetSampleRate_, result.sourceSampleRate);
         result.samples.reserve(static_cast<size_t>(expected + expected / 100 + 16384));
     }
 
@@ -255,8 +272,8 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
                 return;
             }
             result.decodedFrames += frame->nb_samples;
-            resampler.convert(frame->ch_layout, static_cast<AVSampleFormat>(frame->format), frame->sample_rate,
-                              frame->extended_data, frame->nb_samples);
+            resampler.convert(frame->ch_layout, static_cast<AVSampleFormat>(frame->format),
+                              frame->sample_rate, frame->extended_data, frame->nb_samples);
             av_frame_unref(frame.get());
         }
     };
@@ -282,22 +299,26 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
 
     if (result.decodedFrames == 0 && badPackets > 0) fail(Stage::read, lastDecodeError);
     if (result.declaredFrames && endsEarly(result.decodedFrames, *result.declaredFrames)) {
-        throw Failure(Stage::read, errorText(AVERROR_EOF) + " after " + std::to_string(result.decodedFrames) +
-                                       " of " + std::to_string(*result.declaredFrames) + " frames");
+        throw Failure(Stage::read, errorText(AVERROR_EOF) + " after " +
+                                       std::to_string(result.decodedFrames) + " of " +
+                                       std::to_string(*result.declaredFrames) + " frames");
     }
     if (result.declaredFrames && result.decodedFrames > *result.declaredFrames) {
-        // Encoders pad the last packet (AAC in MP4 keeps it); the container's length is the audio's.
-        auto keep = av_rescale_rnd(*result.declaredFrames, targetSampleRate_, result.sourceSampleRate, AV_ROUND_NEAR_INF);
-        if (keep >= 0 && static_cast<size_t>(keep) < result.samples.size()) result.samples.resize(static_cast<size_t>(keep));
+        // Encoders pad the last packet (AAC in MP4 keeps it); the container's length is the
+        // audio's.
+        auto keep = av_rescale_rnd(*result.declaredFrames, targetSampleRate_,
+                                   result.sourceSampleRate, AV_ROUND_NEAR_INF);
+        if (keep >= 0 && static_cast<size_t>(keep) < result.samples.size())
+            result.samples.resize(static_cast<size_t>(keep));
     }
     return result;
 }
 
-std::vector<float> FfmpegAudioDecoder::convertInterleaved(std::span<const float> samples, int sampleRate,
-                                                          int channels) const {
+std::vector<float> FfmpegAudioDecoder::convertInterleaved(std::span<const float> samples,
+                                                          int sampleRate, int channels) const {
     if (sampleRate <= 0 || channels <= 0) {
-        throw Failure(Stage::conversion, "cannot convert " + std::to_string(channels) + " channels at " +
-                                             std::to_string(sampleRate) + " Hz");
+        throw Failure(Stage::conversion, "cannot convert " + std::to_string(channels) +
+                                             " channels at " + std::to_string(sampleRate) + " Hz");
     }
     std::vector<float> out;
     auto frames = static_cast<int>(samples.size() / static_cast<size_t>(channels));

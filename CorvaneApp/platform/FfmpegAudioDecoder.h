@@ -13,10 +13,10 @@
 namespace corvane {
 
 class FfmpegAudioDecoder {
-public:
+  public:
     // Why a decode stopped; the text is FFmpeg's own words for the cause where it has any.
     class Failure : public std::runtime_error {
-    public:
+      public:
         enum class Stage {
             open,           // not a file FFmpeg can read as media
             noAudioStream,  // media, but nothing to decode as audio
@@ -26,7 +26,7 @@ public:
         Failure(Stage stage, const std::string& text) : std::runtime_error(text), stage_(stage) {}
         Stage stage() const { return stage_; }
 
-    private:
+      private:
         Stage stage_;
     };
 
@@ -53,7 +53,7 @@ public:
     std::vector<float> convertInterleaved(std::span<const float> samples, int sampleRate,
                                           int channels) const;
 
-private:
+  private:
     int targetSampleRate_;
 };
 

@@ -11,18 +11,23 @@ namespace {
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+               return std::tolower(static_cast<unsigned char>(x)) ==
+                      std::tolower(static_cast<unsigned char>(y));
            });
 }
 
 std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
     return text;
 }
 
 void initCurlOnce() {
-    static const bool initialised = [] { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }();
+    static const bool initialised = [] {
+        return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    }();
     (void)initialised;
 }
 
@@ -38,7 +43,8 @@ struct Transfer {
         if (headersDelivered) return;
         headersDelivered = true;
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &response.status);
-        if (callbacks && callbacks->onHeaders) callbacks->onHeaders(response.status, response.headers);
+        if (callbacks && callbacks->onHeaders)
+            callbacks->onHeaders(response.status, response.headers);
     }
     CURL* curl = nullptr;
 };
@@ -65,7 +71,8 @@ size_t onBody(char* data, size_t size, size_t count, void* user) {
     std::string_view chunk(data, size * count);
     if (transfer->collectBody) {
         transfer->response.body.append(chunk);
-    } else if (transfer->callbacks && transfer->callbacks->onData && !transfer->callbacks->onData(chunk)) {
+    } else if (transfer->callbacks && transfer->callbacks->onData &&
+               !transfer->callbacks->onData(chunk)) {
         transfer->sinkRefused = true;
         return 0;  // makes curl stop with CURLE_WRITE_ERROR
     }
@@ -92,7 +99,8 @@ TransportError translate(CURLcode code, const char* detail) {
             return {Kind::invalidURL, "unsupported URL" + suffix, code};
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
-            return {Kind::cannotConnect, "A server with the specified hostname could not be found." + suffix, code};
+            return {Kind::cannotConnect,
+                    "A server with the specified hostname could not be found." + suffix, code};
         case CURLE_COULDNT_CONNECT:
             return {Kind::cannotConnect, "Could not connect to the server." + suffix, code};
         case CURLE_OPERATION_TIMEDOUT:
@@ -124,7 +132,8 @@ struct Session::Handle {
 };
 
 void Headers::set(std::string name, std::string value) {
-    std::erase_if(fields_, [&](const auto& field) { return equalsIgnoringCase(field.first, name); });
+    std::erase_if(fields_,
+                  [&](const auto& field) { return equalsIgnoringCase(field.first, name); });
     add(std::move(name), std::move(value));
 }
 
@@ -135,7 +144,9 @@ std::optional<std::string> Headers::find(std::string_view name) const {
     return std::nullopt;
 }
 
-Session::Session(SessionConfig config) : config_(config) { initCurlOnce(); }
+Session::Session(SessionConfig config) : config_(config) {
+    initCurlOnce();
+}
 Session::~Session() = default;
 
 std::unique_ptr<Session::Handle> Session::acquire() const {
@@ -149,7 +160,8 @@ std::unique_ptr<Session::Handle> Session::acquire() const {
         }
     }
     auto handle = std::make_unique<Handle>();
-    if (!handle->curl) throw TransportError(TransportError::Kind::other, "cannot create an HTTP handle");
+    if (!handle->curl)
+        throw TransportError(TransportError::Kind::other, "cannot create an HTTP handle");
     return handle;
 }
 
@@ -162,7 +174,8 @@ Response Session::send(const Request& request, std::stop_token stop) const {
     return stream(request, StreamCallbacks{}, stop);
 }
 
-Response Session::stream(const Request& request, const StreamCallbacks& callbacks, std::stop_token stop) const {
+Response Session::stream(const Request& request, const StreamCallbacks& callbacks,
+                         std::stop_token stop) const {
     auto handle = acquire();
     CURL* curl = handle->curl;
     Transfer transfer;
@@ -187,20 +200,24 @@ Response Session::stream(const Request& request, const StreamCallbacks& callback
     } else {
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method.c_str());
         curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.body.data());
-        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(request.body.size()));
     }
     // Silence limit: the stricter of the request's and the session's.
-    double idle = std::min(request.timeoutSeconds > 0 ? request.timeoutSeconds : config_.requestTimeoutSeconds,
-                           config_.requestTimeoutSeconds > 0 ? config_.requestTimeoutSeconds : request.timeoutSeconds);
+    double idle = std::min(
+        request.timeoutSeconds > 0 ? request.timeoutSeconds : config_.requestTimeoutSeconds,
+        config_.requestTimeoutSeconds > 0 ? config_.requestTimeoutSeconds : request.timeoutSeconds);
     if (idle > 0) {
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(std::ceil(idle)));
     }
     if (config_.resourceTimeoutSeconds > 0) {
-        curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(config_.resourceTimeoutSeconds * 1000));
+        curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS,
+                         static_cast<long>(config_.resourceTimeoutSeconds * 1000));
     }
     if (config_.connectTimeoutSeconds > 0) {
-        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(config_.connectTimeoutSeconds * 1000));
+        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS,
+                         static_cast<long>(config_.connectTimeoutSeconds * 1000));
     }
 
     struct curl_slist* headerList = nullptr;
@@ -214,7 +231,8 @@ Response Session::stream(const Request& request, const StreamCallbacks& callback
         headerList = curl_slist_append(headerList, "Content-Type:");  // curl would add a form type
     }
     headerList = curl_slist_append(headerList, "Expect:");  // no 100-continue round trip
-    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headerGuard(headerList, &curl_slist_free_all);
+    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headerGuard(headerList,
+                                                                            &curl_slist_free_all);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headerList);
 
     curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &onHeader);
@@ -252,19 +270,26 @@ std::string percentEncode(std::string_view text, std::string_view keep) {
 }
 
 // RFC 3986 pchar plus "/": unreserved, sub-delims, ":" and "@".
-std::string percentEncodePath(std::string_view text) { return percentEncode(text, "-._~!$&'()*+,;=:@/"); }
+std::string percentEncodePath(std::string_view text) {
+    return percentEncode(text, "-._~!$&'()*+,;=:@/");
+}
 
-std::string percentEncodeQuery(std::string_view text) { return percentEncode(text, "-._~"); }
+std::string percentEncodeQuery(std::string_view text) {
+    return percentEncode(text, "-._~");
+}
 
 std::optional<std::string> resolveAbsolutePath(std::string_view base, std::string_view path) {
     auto scheme = base.find("://");
     if (scheme == std::string_view::npos || scheme == 0) return std::nullopt;
     auto hostStart = scheme + 3;
     auto hostEnd = base.find_first_of("/?#", hostStart);
-    std::string_view authority = base.substr(hostStart, hostEnd == std::string_view::npos ? std::string_view::npos : hostEnd - hostStart);
+    std::string_view authority =
+        base.substr(hostStart, hostEnd == std::string_view::npos ? std::string_view::npos
+                                                                 : hostEnd - hostStart);
     if (authority.empty()) return std::nullopt;
     for (char c : base.substr(0, scheme)) {
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.') return std::nullopt;
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.')
+            return std::nullopt;
     }
     for (char c : path) {
         if (std::isspace(static_cast<unsigned char>(c))) return std::nullopt;

@@ -17,14 +17,16 @@ namespace corvane::http {
 
 // Header fields in order; lookups ignore case as HTTP requires.
 class Headers {
-public:
-    void add(std::string name, std::string value) { fields_.emplace_back(std::move(name), std::move(value)); }
+  public:
+    void add(std::string name, std::string value) {
+        fields_.emplace_back(std::move(name), std::move(value));
+    }
     void set(std::string name, std::string value);
     std::optional<std::string> find(std::string_view name) const;
     const std::vector<std::pair<std::string, std::string>>& fields() const { return fields_; }
     void clear() { fields_.clear(); }
 
-private:
+  private:
     std::vector<std::pair<std::string, std::string>> fields_;
 };
 
@@ -50,14 +52,22 @@ struct SessionConfig {
 
 // A transfer that produced no HTTP response, or whose body could not be taken in whole.
 class TransportError : public std::runtime_error {
-public:
-    enum class Kind { invalidURL, cannotConnect, timedOut, connectionLost, cancelled, writeFailed, other };
+  public:
+    enum class Kind {
+        invalidURL,
+        cannotConnect,
+        timedOut,
+        connectionLost,
+        cancelled,
+        writeFailed,
+        other
+    };
     TransportError(Kind kind, std::string description, int curlCode = 0)
         : std::runtime_error(std::move(description)), kind_(kind), curlCode_(curlCode) {}
     Kind kind() const { return kind_; }
     int curlCode() const { return curlCode_; }
 
-private:
+  private:
     Kind kind_;
     int curlCode_;
 };
@@ -72,7 +82,7 @@ struct StreamCallbacks {
 };
 
 class Session {
-public:
+  public:
     explicit Session(SessionConfig config = {});
     ~Session();
     Session(const Session&) = delete;
@@ -86,14 +96,15 @@ public:
     Response stream(const Request& request, const StreamCallbacks& callbacks,
                     std::stop_token stop = {}) const;
 
-private:
+  private:
     struct Handle;
     std::unique_ptr<Handle> acquire() const;
     void release(std::unique_ptr<Handle> handle) const;
 
     SessionConfig config_;
     mutable std::mutex mutex_;
-    mutable std::vector<std::unique_ptr<Handle>> idle_;  // guarded by mutex_; keeps connections warm
+    mutable std::vector<std::unique_ptr<Handle>>
+        idle_;  // guarded by mutex_; keeps connections warm
 };
 
 // Percent-encodes everything outside the characters a URL path may carry ("/" stays).

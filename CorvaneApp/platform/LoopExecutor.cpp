@@ -7,7 +7,8 @@ namespace corvane {
 LoopExecutor::LoopExecutor() : queue_(std::make_shared<TimerQueue>()) {}
 
 double LoopExecutor::now() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 void LoopExecutor::wake() {

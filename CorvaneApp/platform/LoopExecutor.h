@@ -12,7 +12,7 @@
 namespace corvane {
 
 class LoopExecutor final : public Executor {
-public:
+  public:
     LoopExecutor();
 
     void post(std::function<void()> work) override;
@@ -23,15 +23,15 @@ public:
     void run(std::stop_token stop = {});
     void quit();
 
-private:
+  private:
     double now() const;
     void wake();
 
     std::shared_ptr<TimerQueue> queue_;
     std::mutex mutex_;
     std::condition_variable_any wakeUp_;
-    bool quit_ = false;       // guarded by mutex_
-    bool pending_ = false;    // guarded by mutex_: something was added since the last look
+    bool quit_ = false;     // guarded by mutex_
+    bool pending_ = false;  // guarded by mutex_: something was added since the last look
 };
 
 }  // namespace corvane

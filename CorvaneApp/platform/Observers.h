@@ -12,7 +12,7 @@ namespace corvane {
 
 // Ends its subscription when destroyed or reset. Safe to outlive the list it came from.
 class Subscription {
-public:
+  public:
     Subscription() = default;
     explicit Subscription(std::function<void()> cancel) : cancel_(std::move(cancel)) {}
     Subscription(Subscription&& other) noexcept : cancel_(std::exchange(other.cancel_, {})) {}
@@ -32,7 +32,7 @@ public:
     }
     void cancel() { reset(); }
 
-private:
+  private:
     std::function<void()> cancel_;
 };
 
@@ -40,7 +40,7 @@ private:
 // callback may unsubscribe itself or others while being notified.
 template <typename... Args>
 class ObserverList {
-public:
+  public:
     using Callback = std::function<void(Args...)>;
 
     [[nodiscard]] Subscription subscribe(Callback callback) {
@@ -61,7 +61,7 @@ public:
 
     size_t size() const { return state_->callbacks.size(); }
 
-private:
+  private:
     struct State {
         std::map<std::uint64_t, Callback> callbacks;
         std::uint64_t nextID = 1;

@@ -1,8 +1,8 @@
 #include "CorvaneApp/platform/Paths.h"
 
-#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+#include <cstdlib>
 
 namespace corvane::paths {
 namespace {
@@ -22,12 +22,26 @@ std::filesystem::path home() {
     return "/";
 }
 
-std::filesystem::path varnixDir() { return home() / ".varnix-compute"; }
-std::filesystem::path configHome() { return fromEnv("XDG_CONFIG_HOME", home() / ".config"); }
-std::filesystem::path dataHome() { return fromEnv("XDG_DATA_HOME", home() / ".local" / "share"); }
-std::filesystem::path stateHome() { return fromEnv("XDG_STATE_HOME", home() / ".local" / "state"); }
-std::filesystem::path appConfigDir() { return configHome() / "Corvane"; }
-std::filesystem::path logDir() { return stateHome() / "Corvane" / "logs"; }
-std::filesystem::path tempDir() { return fromEnv("TMPDIR", "/tmp"); }
+std::filesystem::path varnixDir() {
+    return home() / ".varnix-compute";
+}
+std::filesystem::path configHome() {
+    return fromEnv("XDG_CONFIG_HOME", home() / ".config");
+}
+std::filesystem::path dataHome() {
+    return fromEnv("XDG_DATA_HOME", home() / ".local" / "share");
+}
+std::filesystem::path stateHome() {
+    return fromEnv("XDG_STATE_HOME", home() / ".local" / "state");
+}
+std::filesystem::path appConfigDir() {
+    return configHome() / "Corvane";
+}
+std::filesystem::path logDir() {
+    return stateHome() / "Corvane" / "logs";
+}
+std::filesystem::path tempDir() {
+    return fromEnv("TMPDIR", "/tmp");
+}
 
 }  // namespace corvane::paths

@@ -6,7 +6,7 @@
 namespace corvane {
 
 class SleepProvider {
-public:
+  public:
     virtual ~SleepProvider() = default;
     // Waits `seconds` (negative counts as 0). Returns false when `stop` was requested before the
     // time was up: that is the cancellation of the sleep.
@@ -15,7 +15,7 @@ public:
 
 // Production sleeper: a condition-variable wait that wakes at once on a stop request.
 class TaskSleepProvider final : public SleepProvider {
-public:
+  public:
     bool sleep(double seconds, std::stop_token stop) override;
 };
 

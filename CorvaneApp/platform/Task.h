@@ -13,10 +13,12 @@ namespace corvane {
 // joins, except on the task's own thread (a task that drops its own handle while finishing), where
 // the thread is detached to end by itself.
 class Task {
-public:
+  public:
     using Body = std::function<void(std::stop_token)>;
 
-    static std::shared_ptr<Task> start(Body body) { return std::make_shared<Task>(std::move(body)); }
+    static std::shared_ptr<Task> start(Body body) {
+        return std::make_shared<Task>(std::move(body));
+    }
 
     explicit Task(Body body);
     ~Task();
@@ -28,7 +30,7 @@ public:
     // Waits for the function to return. Must not be called from the task itself.
     void join();
 
-private:
+  private:
     std::jthread thread_;
 };
 

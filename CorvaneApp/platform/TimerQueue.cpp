@@ -38,7 +38,8 @@ std::optional<std::function<void()>> TimerQueue::takeDue(double now) {
     }
     auto earliest = timers_.end();
     for (auto it = timers_.begin(); it != timers_.end(); ++it) {
-        if (it->second.dueAt <= now && (earliest == timers_.end() || it->second.dueAt < earliest->second.dueAt)) {
+        if (it->second.dueAt <= now &&
+            (earliest == timers_.end() || it->second.dueAt < earliest->second.dueAt)) {
             earliest = it;
         }
     }

@@ -3,19 +3,19 @@
 // seconds. Thread-safe; the executor decides where time comes from and where work runs.
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <deque>
 
 #include "CorvaneApp/platform/Executor.h"
 
 namespace corvane {
 
 class TimerQueue : public std::enable_shared_from_this<TimerQueue> {
-public:
+  public:
     void post(std::function<void()> work);
     TimerHandle schedule(double dueAt, double repeatInterval, std::function<void()> work);
 
@@ -26,7 +26,7 @@ public:
     std::optional<double> nextDue(double now) const;
     size_t timerCount() const;
 
-private:
+  private:
     struct Timer {
         double dueAt;
         double repeatInterval;  // 0 for a one-shot timer

@@ -28,14 +28,10 @@ struct Style {
 };
 
 const std::array kStyles{
-    Style{"notEnrolled", kBone400, Mark::hollow},
-    Style{"earning", kPhosphor500, Mark::dot},
-    Style{"idle", kSignalInfo, Mark::ring},
-    Style{"paused", kBone400, Mark::bars},
-    Style{"scheduled", kSignalWarn, Mark::bar},
-    Style{"throttled", kSignalWarn, Mark::arrowDown},
-    Style{"offline", kSignalError, Mark::cross},
-    Style{"updating", kPlum500, Mark::arrowDown},
+    Style{"notEnrolled", kBone400, Mark::hollow}, Style{"earning", kPhosphor500, Mark::dot},
+    Style{"idle", kSignalInfo, Mark::ring},       Style{"paused", kBone400, Mark::bars},
+    Style{"scheduled", kSignalWarn, Mark::bar},   Style{"throttled", kSignalWarn, Mark::arrowDown},
+    Style{"offline", kSignalError, Mark::cross},  Style{"updating", kPlum500, Mark::arrowDown},
 };
 
 Style styleFor(std::string_view name) {

@@ -25,17 +25,20 @@ WorkerPerformanceMetadata defaultPerformanceMetadata(const PerformanceMetadataSo
     const std::optional<std::int64_t> awayPercent =
         sources.awayCpuCeiling ? roundedPercent(sources.awayCpuCeiling()) : std::nullopt;
     const std::int64_t effective = runtimePercent.value_or(fallbackPercent);
-    const std::int64_t cores = std::max(1, sources.activeProcessorCount ? sources.activeProcessorCount() : 1);
-    const auto share =
-        static_cast<std::int64_t>(std::llround(static_cast<double>(effective) * static_cast<double>(cores) / 100.0));
+    const std::int64_t cores =
+        std::max(1, sources.activeProcessorCount ? sources.activeProcessorCount() : 1);
+    const auto share = static_cast<std::int64_t>(
+        std::llround(static_cast<double>(effective) * static_cast<double>(cores) / 100.0));
     const std::int64_t threads = std::max<std::int64_t>(std::min(share, cores), 1);
 
     WorkerPerformanceMetadata meta;
     meta.chip = sources.chip ? sources.chip() : std::nullopt;
     if (sources.physicalMemoryBytes) {
-        if (auto bytes = sources.physicalMemoryBytes()) meta.memoryGB = CapabilityAdvertiser::physicalRAMGB(*bytes);
+        if (auto bytes = sources.physicalMemoryBytes())
+            meta.memoryGB = CapabilityAdvertiser::physicalRAMGB(*bytes);
     }
-    std::optional<std::string> quantization = sources.quantization ? sources.quantization() : std::nullopt;
+    std::optional<std::string> quantization =
+        sources.quantization ? sources.quantization() : std::nullopt;
     meta.quantization = quantization && !quantization->empty() ? *quantization : "4bit";
     meta.resourcePresetPercent = effective;
     meta.userPercent = awayPercent;
@@ -48,7 +51,8 @@ WorkerPerformanceMetadata defaultPerformanceMetadata(const PerformanceMetadataSo
     return meta;
 }
 
-std::function<WorkerPerformanceMetadata()> makePerformanceMetadataProvider(PerformanceMetadataSources sources) {
+std::function<WorkerPerformanceMetadata()> makePerformanceMetadataProvider(
+    PerformanceMetadataSources sources) {
     return [sources = std::move(sources)] { return defaultPerformanceMetadata(sources); };
 }
 

@@ -30,7 +30,8 @@ struct PerformanceMetadataSources {
 WorkerPerformanceMetadata defaultPerformanceMetadata(const PerformanceMetadataSources& sources);
 
 // The provider the worker calls once per shard.
-std::function<WorkerPerformanceMetadata()> makePerformanceMetadataProvider(PerformanceMetadataSources sources);
+std::function<WorkerPerformanceMetadata()> makePerformanceMetadataProvider(
+    PerformanceMetadataSources sources);
 
 // Reads thermal.effective_resource_percent from a runtime-state file. Absent when the file is
 // missing, unreadable, not JSON, or lacks a numeric value there.

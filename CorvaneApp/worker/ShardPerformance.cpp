@@ -9,10 +9,17 @@ void ShardStageAccumulator::add(WorkerControllerEvent::Stage stage, double secon
     const double span = seconds > 0 ? seconds : 0;
     auto addTo = [span](std::optional<double>& field) { field = field.value_or(0) + span; };
     switch (stage) {
-        case WorkerControllerEvent::Stage::download: addTo(download); break;
-        case WorkerControllerEvent::Stage::decode: addTo(decode); break;
-        case WorkerControllerEvent::Stage::inference: addTo(inference); break;
-        default: break;
+        case WorkerControllerEvent::Stage::download:
+            addTo(download);
+            break;
+        case WorkerControllerEvent::Stage::decode:
+            addTo(decode);
+            break;
+        case WorkerControllerEvent::Stage::inference:
+            addTo(inference);
+            break;
+        default:
+            break;
     }
 }
 
@@ -26,11 +33,13 @@ SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
     body.sampleCount = in.aggregate.sampleCount;
     if (in.aggregate.sampleCount >= 1) {
         body.cpuAvgPercent = in.aggregate.avgCpuPercent;
-        body.ramPeakGB = static_cast<double>(in.aggregate.peakRamBytes) / (1024.0 * 1024.0 * 1024.0);
+        body.ramPeakGB =
+            static_cast<double>(in.aggregate.peakRamBytes) / (1024.0 * 1024.0 * 1024.0);
         body.cpuPerfAvgPct = in.aggregate.avgCpuPerfPct;
         body.cpuEffAvgPct = in.aggregate.avgCpuEffPct;
     }
-    if (in.startSeconds && in.endSeconds) body.audioSeconds = std::max(0.0, *in.endSeconds - *in.startSeconds);
+    if (in.startSeconds && in.endSeconds)
+        body.audioSeconds = std::max(0.0, *in.endSeconds - *in.startSeconds);
     if (in.strategy) {
         const auto& suggested = in.strategy->threadLimit;
         if (!meta.threadLimit) {
@@ -43,7 +52,8 @@ SubmitPerformanceBody buildPerformanceBody(const PerformanceInputs& in) {
     body.downloadSeconds = in.stages ? in.stages->download : std::nullopt;
     body.decodeSeconds = in.stages ? in.stages->decode : std::nullopt;
     body.inferenceSeconds = in.stages ? in.stages->inference : std::nullopt;
-    if (in.rtt && in.rtt->pollCount > 0) body.pollRttMs = in.rtt->pollSumMs / static_cast<double>(in.rtt->pollCount);
+    if (in.rtt && in.rtt->pollCount > 0)
+        body.pollRttMs = in.rtt->pollSumMs / static_cast<double>(in.rtt->pollCount);
     if (in.lastSubmitRttMs) body.submitRttMs = std::max(0.0, *in.lastSubmitRttMs);
     if (body.audioSeconds && wall > 0) body.audioRealtimeFactor = *body.audioSeconds / wall;
     if (in.stages && in.stages->inference && *in.stages->inference > 0) {

@@ -16,7 +16,8 @@ struct ShardStageAccumulator {
     std::optional<double> decode;
     std::optional<double> inference;
 
-    // Download, decode and inference add up (a handler may decode in parts); other stages are ignored.
+    // Download, decode and inference add up (a handler may decode in parts); other stages are
+    // ignored.
     void add(WorkerControllerEvent::Stage stage, double seconds);
 };
 

@@ -18,7 +18,9 @@ const std::shared_ptr<spdlog::logger>& logger() {
 
 const char* const kDiscardReason = "terminal state already submitted";
 
-FailReason shutdownReason() { return {"worker_shutdown", "worker stopped while job was in flight", true}; }
+FailReason shutdownReason() {
+    return {"worker_shutdown", "worker stopped while job was in flight", true};
+}
 
 std::int64_t countWords(const std::string& text) {
     std::istringstream words(text);
@@ -33,11 +35,16 @@ const WorkerControllerSnapshot WorkerControllerSnapshot::empty{};
 
 const char* rawValue(WorkerControllerEvent::Stage stage) {
     switch (stage) {
-        case Stage::download: return "download";
-        case Stage::decode: return "decode";
-        case Stage::inference: return "inference";
-        case Stage::submit: return "submit";
-        case Stage::modelSwap: return "modelSwap";
+        case Stage::download:
+            return "download";
+        case Stage::decode:
+            return "decode";
+        case Stage::inference:
+            return "inference";
+        case Stage::submit:
+            return "submit";
+        case Stage::modelSwap:
+            return "modelSwap";
     }
     return "download";
 }
@@ -88,9 +95,8 @@ void WorkerController::start() {
     }
     isRunning_ = true;
     events_.push(Event::Started{});
-    runLoopTask_ = Task::start([weak = weak_from_this(), sleeper = deps_.sleepProvider](std::stop_token stop) {
-        runLoop(weak, sleeper, stop);
-    });
+    runLoopTask_ = Task::start([weak = weak_from_this(), sleeper = deps_.sleepProvider](
+                                   std::stop_token stop) { runLoop(weak, sleeper, stop); });
 }
 
 void WorkerController::stop() {
@@ -153,8 +159,13 @@ void WorkerController::stop() {
 
 WorkerControllerSnapshot WorkerController::snapshot() const {
     std::lock_guard lock(mutex_);
-    return {isRunning_, currentJobID_, currentShardID_, currentShardStartedAt_, currentShardExpectedSeconds_,
-            lastHeartbeatAt_, lastErrorDescription_};
+    return {isRunning_,
+            currentJobID_,
+            currentShardID_,
+            currentShardStartedAt_,
+            currentShardExpectedSeconds_,
+            lastHeartbeatAt_,
+            lastErrorDescription_};
 }
 
 std::size_t WorkerController::inFlightCount() const {
@@ -175,8 +186,8 @@ void WorkerController::setErrorLocked(std::string description) {
 
 // ---- run loop -------------------------------------------------------------------------------
 
-void WorkerController::runLoop(std::weak_ptr<WorkerController> weak, std::shared_ptr<SleepProvider> sleeper,
-                               std::stop_token stop) {
+void WorkerController::runLoop(std::weak_ptr<WorkerController> weak,
+                               std::shared_ptr<SleepProvider> sleeper, std::stop_token stop) {
     LoopState state;
     while (true) {
         TurnOutcome outcome;
@@ -241,7 +252,8 @@ WorkerController::TurnOutcome WorkerController::turn(LoopState& state, std::stop
     PollBatchOutcome outcome;
     Date pollStart = deps_.now();
     try {
-        WorkerCapabilities capabilities = deps_.capabilities ? deps_.capabilities->snapshot() : WorkerCapabilities{};
+        WorkerCapabilities capabilities =
+            deps_.capabilities ? deps_.capabilities->snapshot() : WorkerCapabilities{};
         outcome = deps_.http->pollBatch(capabilities, free, stop);
     } catch (const WorkerHTTPError& error) {
         if (error.isCancellation() && stop.stop_requested()) return {true, 0};
@@ -293,7 +305,9 @@ WorkerController::TurnOutcome WorkerController::handlePollFailure(const std::exc
     if (const auto* http = dynamic_cast<const WorkerHTTPError*>(&error);
         http && http->kind() == WorkerHTTPError::Kind::rateLimited) {
         setErrorLocked(describeStatic(*http));
-        double retryAfter = http->retryAfterSeconds() ? static_cast<double>(*http->retryAfterSeconds()) : deps_.config.pollInterval;
+        double retryAfter = http->retryAfterSeconds()
+                                ? static_cast<double>(*http->retryAfterSeconds())
+                                : deps_.config.pollInterval;
         return {false, std::max(deps_.config.pollInterval, retryAfter)};
     }
     setErrorLocked(describeStatic(error));
@@ -314,7 +328,8 @@ void WorkerController::reportClaimsReceivedWhileStopping(const std::vector<Shard
 
 // ---- claims ---------------------------------------------------------------------------------
 
-void WorkerController::startClaimLocked(const ShardClaim& claim, const std::string& key, const ModelIdentifier& model) {
+void WorkerController::startClaimLocked(const ShardClaim& claim, const std::string& key,
+                                        const ModelIdentifier& model) {
     currentJobID_ = claim.jobID;
     currentShardID_ = claim.shardID;
     currentShardStartedAt_ = deps_.now();
@@ -325,7 +340,9 @@ void WorkerController::startClaimLocked(const ShardClaim& claim, const std::stri
     currentShardExpectedSeconds_ = expected;
     events_.push(Event::Claimed{claim.jobID, claim.shardID});
 
-    InFlightShard shard{claim.jobID, claim.shardID, *currentShardStartedAt_, expected, model, nullptr, nullptr, false};
+    InFlightShard shard{claim.jobID, claim.shardID, *currentShardStartedAt_,
+                        expected,    model,         nullptr,
+                        nullptr,     false};
     shard.heartbeatTask = makeHeartbeatTask(claim.jobID, claim.shardID);
     shard.handlerTask = Task::start([weak = weak_from_this(), claim, key](std::stop_token stop) {
         if (auto self = weak.lock()) {
@@ -343,7 +360,8 @@ void WorkerController::queuePendingClaimLocked(const ShardClaim& claim, const st
 }
 
 void WorkerController::removeInFlight(const std::string& key) {
-    std::optional<InFlightShard> removed;  // destroyed after the lock is released: joins its heartbeat
+    std::optional<InFlightShard>
+        removed;  // destroyed after the lock is released: joins its heartbeat
     std::lock_guard lock(mutex_);
     auto it = inFlight_.find(key);
     if (it == inFlight_.end()) return;
@@ -391,7 +409,8 @@ void WorkerController::drainPendingClaimsLocked() {
     std::vector<std::string> sameModel;
     for (const auto& key : pendingClaimOrder_) {
         auto it = pendingClaims_.find(key);
-        if (it != pendingClaims_.end() && it->second.modelOrDefault() == model) sameModel.push_back(key);
+        if (it != pendingClaims_.end() && it->second.modelOrDefault() == model)
+            sameModel.push_back(key);
     }
     startClaimLocked(first, *firstKey, model);
     for (const auto& key : sameModel) {
@@ -413,7 +432,8 @@ bool WorkerController::beginTerminalReport(const std::string& key, const std::st
         events_.push(Event::ResultDiscarded{jobID, kDiscardReason});
         return false;
     }
-    if (auto it = inFlight_.find(key); it != inFlight_.end()) it->second.terminalReportStarted = true;
+    if (auto it = inFlight_.find(key); it != inFlight_.end())
+        it->second.terminalReportStarted = true;
     return true;
 }
 
@@ -423,7 +443,8 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
 
     if (claim.modelIdentifier) {
         std::exception_ptr loadError;
-        if (swapHandlerIfNeeded(*claim.modelIdentifier, key, loadError, stop) == SwapResult::failed) {
+        if (swapHandlerIfNeeded(*claim.modelIdentifier, key, loadError, stop) ==
+            SwapResult::failed) {
             std::string description = "unknown error";
             try {
                 std::rethrow_exception(loadError);
@@ -431,20 +452,26 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
                 description = describeStatic(error);
             } catch (...) {
             }
-            logger()->error("handler swap failed \u2014 failing shard as handler_load_failed: {}", description);
+            logger()->error("handler swap failed \u2014 failing shard as handler_load_failed: {}",
+                            description);
             if (beginTerminalReport(key, claim.jobID)) {
-                reportFailure(claim.jobID, claim.shardID,
-                              {"handler_load_failed", "handler load failed for " + model.model + ": " + description, true});
+                reportFailure(
+                    claim.jobID, claim.shardID,
+                    {"handler_load_failed",
+                     "handler load failed for " + model.model + ": " + description, true});
             }
             return;
         }
     }
 
-    std::shared_ptr<ModelHandler> handler = deps_.handlerLookup ? deps_.handlerLookup(model) : nullptr;
+    std::shared_ptr<ModelHandler> handler =
+        deps_.handlerLookup ? deps_.handlerLookup(model) : nullptr;
     if (!handler) {
         logger()->info("no handler available \u2014 failing shard as retryable");
         if (beginTerminalReport(key, claim.jobID)) {
-            reportFailure(claim.jobID, claim.shardID, {"handler_unavailable", "no registered handler for model " + model.model, true});
+            reportFailure(
+                claim.jobID, claim.shardID,
+                {"handler_unavailable", "no registered handler for model " + model.model, true});
         }
         return;
     }
@@ -464,26 +491,32 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
     } catch (const std::exception& error) {
         emitStageTiming(key, Stage::download, secondsBetween(downloadStart, deps_.now()));
         if (beginTerminalReport(key, claim.jobID)) {
-            reportFailure(claim.jobID, claim.shardID, {"ingestion_error", describeStatic(error), true});
+            reportFailure(claim.jobID, claim.shardID,
+                          {"ingestion_error", describeStatic(error), true});
         }
         return;
     }
     emitStageTiming(key, Stage::download, secondsBetween(downloadStart, deps_.now()));
     Date inferenceStart = deps_.now();
-    WorkerPerformanceMetadata meta = deps_.performanceMetadataProvider ? deps_.performanceMetadataProvider()
-                                                                       : WorkerPerformanceMetadata{};
+    WorkerPerformanceMetadata meta = deps_.performanceMetadataProvider
+                                         ? deps_.performanceMetadataProvider()
+                                         : WorkerPerformanceMetadata{};
 
     std::optional<JobResult> result;
-    StageObserver observer = [weak = weak_from_this(), key](ModelHandlerStage stage, double seconds) {
+    StageObserver observer = [weak = weak_from_this(), key](ModelHandlerStage stage,
+                                                            double seconds) {
         if (auto self = weak.lock()) {
-            self->emitStageTiming(key, stage == ModelHandlerStage::decode ? Stage::decode : Stage::inference, seconds);
+            self->emitStageTiming(
+                key, stage == ModelHandlerStage::decode ? Stage::decode : Stage::inference,
+                seconds);
         }
     };
     try {
         result = handler->handle(*job, observer, stop);
     } catch (const std::exception& error) {
         if (beginTerminalReport(key, claim.jobID)) {
-            reportFailure(claim.jobID, claim.shardID, {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
+            reportFailure(claim.jobID, claim.shardID,
+                          {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
         }
         return;
     }
@@ -501,10 +534,13 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
             return;
         }
         if (aggregate) events_.push(Event::ResourceStats{key, *aggregate});
-        if (auto it = shardRTTAccumulator_.find(key); it != shardRTTAccumulator_.end()) inputs.rtt = it->second;
-        if (auto it = shardCacheObservation_.find(key); it != shardCacheObservation_.end()) inputs.cache = it->second;
+        if (auto it = shardRTTAccumulator_.find(key); it != shardRTTAccumulator_.end())
+            inputs.rtt = it->second;
+        if (auto it = shardCacheObservation_.find(key); it != shardCacheObservation_.end())
+            inputs.cache = it->second;
         submitStart = deps_.now();
-        if (auto it = shardStageAccumulator_.find(key); it != shardStageAccumulator_.end()) inputs.stages = it->second;
+        if (auto it = shardStageAccumulator_.find(key); it != shardStageAccumulator_.end())
+            inputs.stages = it->second;
         inputs.lastSubmitRttMs = submitRTTState_.lastSubmitRttMs;
         inputs.strategy = lastStrategySuggestion_;
     }
@@ -512,13 +548,15 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
     auto failSubmission = [&](const std::exception& error) {
         emitStageTiming(key, Stage::submit, secondsBetween(submitStart, deps_.now()));
         if (beginTerminalReport(key, claim.jobID)) {
-            reportFailure(claim.jobID, claim.shardID, {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
+            reportFailure(claim.jobID, claim.shardID,
+                          {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
         }
     };
 
     const TranscriptResult* transcript = result->output.transcript();
     if (!transcript) {
-        failSubmission(ModelError(ModelError::InvalidInput{"non-transcript output not supported in Phase 1"}));
+        failSubmission(
+            ModelError(ModelError::InvalidInput{"non-transcript output not supported in Phase 1"}));
         return;
     }
     SubmitResultBody body;
@@ -526,7 +564,8 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
     body.language = transcript->language.value_or("en");
     body.model = handler->modelIdentifier().model;
     body.backend = result->backendUsed;
-    if (claim.startSeconds && claim.endSeconds) body.durationSeconds = *claim.endSeconds - *claim.startSeconds;
+    if (claim.startSeconds && claim.endSeconds)
+        body.durationSeconds = *claim.endSeconds - *claim.startSeconds;
     body.wordCount = countWords(transcript->text);
     if (aggregate) {
         inputs.wallSeconds = wall;
@@ -545,7 +584,8 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
         deps_.http->submitResult(result->jobID, result->shardID, body, {});
     } catch (const std::exception& error) {
         emitStageTiming(key, Stage::submit, secondsBetween(submitStart, deps_.now()));
-        reportFailure(claim.jobID, claim.shardID, {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
+        reportFailure(claim.jobID, claim.shardID,
+                      {"handler_error", describeStatic(error), isRetryableHandlerError(error)});
         return;
     }
     std::lock_guard lock(mutex_);
@@ -554,8 +594,10 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
     events_.push(Event::ResultSubmitted{claim.jobID});
 }
 
-WorkerController::SwapResult WorkerController::swapHandlerIfNeeded(const ModelIdentifier& target, const std::string& key,
-                                                                   std::exception_ptr& error, std::stop_token stop) {
+WorkerController::SwapResult WorkerController::swapHandlerIfNeeded(const ModelIdentifier& target,
+                                                                   const std::string& key,
+                                                                   std::exception_ptr& error,
+                                                                   std::stop_token stop) {
     std::lock_guard swapping(swapMutex_);
     std::optional<ModelIdentifier> from;
     if (auto current = deps_.handlerLookup ? deps_.handlerLookup(target) : nullptr) {
@@ -576,11 +618,14 @@ WorkerController::SwapResult WorkerController::swapHandlerIfNeeded(const ModelId
         events_.push(Event::ModelSwap{key, from, target, seconds});
         events_.push(Event::StageTiming{key, Stage::modelSwap, seconds});
     }
-    logger()->info("handler swapped from={} to={} in {:f}s", from ? from->model : "none", target.model, seconds);
+    logger()->info("handler swapped from={} to={} in {:f}s", from ? from->model : "none",
+                   target.model, seconds);
     return SwapResult::swapped;
 }
 
-void WorkerController::reportFailure(const std::string& jobID, const std::optional<std::string>& shardID, const FailReason& reason) {
+void WorkerController::reportFailure(const std::string& jobID,
+                                     const std::optional<std::string>& shardID,
+                                     const FailReason& reason) {
     try {
         deps_.http->submitFail(jobID, shardID, reason, {});
     } catch (const std::exception& error) {
@@ -592,9 +637,11 @@ void WorkerController::reportFailure(const std::string& jobID, const std::option
     events_.push(Event::FailSubmitted{jobID, reason.code});
 }
 
-TaskHandle WorkerController::makeHeartbeatTask(const std::string& jobID, const std::optional<std::string>& shardID) {
+TaskHandle WorkerController::makeHeartbeatTask(const std::string& jobID,
+                                               const std::optional<std::string>& shardID) {
     return Task::start([weak = weak_from_this(), http = deps_.http, sleeper = deps_.sleepProvider,
-                        interval = deps_.config.heartbeatInterval, now = deps_.now, jobID, shardID](std::stop_token stop) {
+                        interval = deps_.config.heartbeatInterval, now = deps_.now, jobID,
+                        shardID](std::stop_token stop) {
         while (!stop.stop_requested()) {
             sleeper->sleep(interval, stop);
             if (stop.stop_requested()) return;

@@ -44,7 +44,7 @@ std::string describeStatic(const std::exception& error);
 bool isRetryableHandlerError(const std::exception& error);
 
 class WorkerController : public std::enable_shared_from_this<WorkerController> {
-public:
+  public:
     using HandlerLookup = std::function<std::shared_ptr<ModelHandler>(const ModelIdentifier&)>;
     using Materialiser = std::function<ClaimedJob(const ShardClaim&, std::stop_token)>;
     using ResourceAggregator = std::function<std::optional<ResourceAggregate>(Date since)>;
@@ -70,7 +70,8 @@ public:
     };
 
     static std::shared_ptr<WorkerController> create(Dependencies dependencies);
-    explicit WorkerController(Dependencies dependencies);  // use create(): tasks hold the worker weakly
+    explicit WorkerController(
+        Dependencies dependencies);  // use create(): tasks hold the worker weakly
     ~WorkerController();
     WorkerController(const WorkerController&) = delete;
     WorkerController& operator=(const WorkerController&) = delete;
@@ -86,7 +87,7 @@ public:
     std::size_t inFlightCount() const;
     void recordModelLoaded(bool hit, double durationSeconds);
 
-private:
+  private:
     struct InFlightShard {
         std::string jobID;
         std::optional<std::string> shardID;
@@ -108,27 +109,33 @@ private:
         double sleepSeconds = 0;
     };
 
-    static void runLoop(std::weak_ptr<WorkerController> weak, std::shared_ptr<SleepProvider> sleeper, std::stop_token stop);
+    static void runLoop(std::weak_ptr<WorkerController> weak,
+                        std::shared_ptr<SleepProvider> sleeper, std::stop_token stop);
     TurnOutcome turn(LoopState& state, std::stop_token stop);
     TurnOutcome handlePollFailure(const std::exception& error);
     void reportClaimsReceivedWhileStopping(const std::vector<ShardClaim>& claims);
     std::int64_t shardLimitLocked() const;
 
-    void startClaimLocked(const ShardClaim& claim, const std::string& key, const ModelIdentifier& model);
+    void startClaimLocked(const ShardClaim& claim, const std::string& key,
+                          const ModelIdentifier& model);
     void queuePendingClaimLocked(const ShardClaim& claim, const std::string& key);
     void removeInFlight(const std::string& key);
     void drainPendingClaimsLocked();
 
     void handleClaim(const ShardClaim& claim, std::stop_token stop);
-    SwapResult swapHandlerIfNeeded(const ModelIdentifier& target, const std::string& key, std::exception_ptr& error,
-                                   std::stop_token stop);
+    SwapResult swapHandlerIfNeeded(const ModelIdentifier& target, const std::string& key,
+                                   std::exception_ptr& error, std::stop_token stop);
     // Claims the right to send the shard's one terminal report; false (and a discard event) when
     // stop() has already reported the job.
     bool beginTerminalReport(const std::string& key, const std::string& jobID);
-    void reportFailure(const std::string& jobID, const std::optional<std::string>& shardID, const FailReason& reason);
-    TaskHandle makeHeartbeatTask(const std::string& jobID, const std::optional<std::string>& shardID);
-    void emitStageTiming(const std::string& key, WorkerControllerEvent::Stage stage, double seconds);
-    void emitStageTimingLocked(const std::string& key, WorkerControllerEvent::Stage stage, double seconds);
+    void reportFailure(const std::string& jobID, const std::optional<std::string>& shardID,
+                       const FailReason& reason);
+    TaskHandle makeHeartbeatTask(const std::string& jobID,
+                                 const std::optional<std::string>& shardID);
+    void emitStageTiming(const std::string& key, WorkerControllerEvent::Stage stage,
+                         double seconds);
+    void emitStageTimingLocked(const std::string& key, WorkerControllerEvent::Stage stage,
+                               double seconds);
     void setErrorLocked(std::string description);
 
     const Dependencies deps_;

@@ -2,11 +2,11 @@
 
 namespace corvane {
 
-std::shared_ptr<WorkerControllerBridge> WorkerControllerBridge::create(std::shared_ptr<WorkerController> controller,
-                                                                       std::shared_ptr<EligibilityGate> eligibilityGate,
-                                                                       Executor& mainSequence, NowFunction now) {
-    auto bridge = std::make_shared<WorkerControllerBridge>(std::move(controller), std::move(eligibilityGate), mainSequence,
-                                                           std::move(now));
+std::shared_ptr<WorkerControllerBridge> WorkerControllerBridge::create(
+    std::shared_ptr<WorkerController> controller, std::shared_ptr<EligibilityGate> eligibilityGate,
+    Executor& mainSequence, NowFunction now) {
+    auto bridge = std::make_shared<WorkerControllerBridge>(
+        std::move(controller), std::move(eligibilityGate), mainSequence, std::move(now));
     bridge->observeEvents();
     mainSequence.post([weak = std::weak_ptr<WorkerControllerBridge>(bridge)] {
         if (auto self = weak.lock()) self->refresh();
@@ -15,8 +15,8 @@ std::shared_ptr<WorkerControllerBridge> WorkerControllerBridge::create(std::shar
 }
 
 WorkerControllerBridge::WorkerControllerBridge(std::shared_ptr<WorkerController> controller,
-                                               std::shared_ptr<EligibilityGate> eligibilityGate, Executor& mainSequence,
-                                               NowFunction now)
+                                               std::shared_ptr<EligibilityGate> eligibilityGate,
+                                               Executor& mainSequence, NowFunction now)
     : controller_(std::move(controller)),
       eligibilityGate_(std::move(eligibilityGate)),
       mainSequence_(mainSequence),
@@ -28,7 +28,8 @@ WorkerControllerBridge::~WorkerControllerBridge() {
 
 void WorkerControllerBridge::observeEvents() {
     // The reader thread only moves events across; each is applied on the main sequence, in order.
-    observationTask_ = Task::start([weak = weak_from_this(), controller = controller_, &mainSequence = mainSequence_](std::stop_token stop) {
+    observationTask_ = Task::start([weak = weak_from_this(), controller = controller_,
+                                    &mainSequence = mainSequence_](std::stop_token stop) {
         while (auto event = controller->events().next(stop)) {
             if (weak.expired()) return;
             mainSequence.post([weak, event = std::move(*event)] {
@@ -42,7 +43,8 @@ void WorkerControllerBridge::apply(const WorkerControllerEvent& event) {
     recentEvents_.push_back(event);
     while (recentEvents_.size() > maxRecentEvents) recentEvents_.pop_front();
     if (const auto* timing = event.as<WorkerControllerEvent::StageTiming>()) {
-        recentStageTimings_.push_back({timing->shardID, timing->stage, timing->durationSeconds, now_()});
+        recentStageTimings_.push_back(
+            {timing->shardID, timing->stage, timing->durationSeconds, now_()});
         while (recentStageTimings_.size() > maxRecentStageTimings) recentStageTimings_.pop_front();
     }
     applyRamGate(event);
@@ -54,8 +56,10 @@ void WorkerControllerBridge::applyRamGate(const WorkerControllerEvent& event) {
     if (!eligibilityGate_) return;
     using E = WorkerControllerEvent;
     if (event.as<E::RamGated>()) {
-        if (!ramGatePauseHandle_) ramGatePauseHandle_ = eligibilityGate_->pause("ram budget exhausted");
-    } else if (event.as<E::Stopped>() || event.as<E::Resumed>() || event.as<E::Idle>() || event.as<E::ErrorOccurred>()) {
+        if (!ramGatePauseHandle_)
+            ramGatePauseHandle_ = eligibilityGate_->pause("ram budget exhausted");
+    } else if (event.as<E::Stopped>() || event.as<E::Resumed>() || event.as<E::Idle>() ||
+               event.as<E::ErrorOccurred>()) {
         if (ramGatePauseHandle_) {
             ramGatePauseHandle_->release();
             ramGatePauseHandle_.reset();

@@ -17,7 +17,7 @@
 namespace corvane {
 
 class WorkerControllerBridge : public std::enable_shared_from_this<WorkerControllerBridge> {
-public:
+  public:
     static constexpr std::size_t maxRecentEvents = 200;
     static constexpr std::size_t maxRecentStageTimings = 100;
 
@@ -30,11 +30,13 @@ public:
     };
 
     // Starts observing at once; the first snapshot is copied on the executor.
-    static std::shared_ptr<WorkerControllerBridge> create(std::shared_ptr<WorkerController> controller,
-                                                          std::shared_ptr<EligibilityGate> eligibilityGate,
-                                                          Executor& mainSequence, NowFunction now = systemNow);
-    WorkerControllerBridge(std::shared_ptr<WorkerController> controller, std::shared_ptr<EligibilityGate> eligibilityGate,
-                           Executor& mainSequence, NowFunction now);
+    static std::shared_ptr<WorkerControllerBridge> create(
+        std::shared_ptr<WorkerController> controller,
+        std::shared_ptr<EligibilityGate> eligibilityGate, Executor& mainSequence,
+        NowFunction now = systemNow);
+    WorkerControllerBridge(std::shared_ptr<WorkerController> controller,
+                           std::shared_ptr<EligibilityGate> eligibilityGate, Executor& mainSequence,
+                           NowFunction now);
     ~WorkerControllerBridge();
     WorkerControllerBridge(const WorkerControllerBridge&) = delete;
     WorkerControllerBridge& operator=(const WorkerControllerBridge&) = delete;
@@ -50,12 +52,16 @@ public:
     // Blocks until the worker's loop has ended.
     void stop();
     void refresh();
-    void recordModelLoaded(bool hit, double durationSeconds) { controller_->recordModelLoaded(hit, durationSeconds); }
+    void recordModelLoaded(bool hit, double durationSeconds) {
+        controller_->recordModelLoaded(hit, durationSeconds);
+    }
 
     // Told after every change of the snapshot or the logs, on the executor.
-    [[nodiscard]] Subscription observe(std::function<void()> observer) { return observers_.subscribe(std::move(observer)); }
+    [[nodiscard]] Subscription observe(std::function<void()> observer) {
+        return observers_.subscribe(std::move(observer));
+    }
 
-private:
+  private:
     void observeEvents();
     void apply(const WorkerControllerEvent& event);
     void applyRamGate(const WorkerControllerEvent& event);

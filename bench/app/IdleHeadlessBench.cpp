@@ -69,9 +69,10 @@ double cpuSeconds(pid_t pid) {
 
 // The worker under measurement; stopped as a service manager would stop it.
 class Child {
-public:
+  public:
     Child(const fs::path& home, const fs::path& output)
-        : pid_(corvane::testing::SpawnInHome{CORVANE_BINARY, home, {"--headless"}, output, {}, true}()) {}
+        : pid_(corvane::testing::SpawnInHome{
+              CORVANE_BINARY, home, {"--headless"}, output, {}, true}()) {}
     ~Child() {
         ::kill(pid_, SIGTERM);
         ::waitpid(pid_, nullptr, 0);
@@ -80,7 +81,7 @@ public:
     Child& operator=(const Child&) = delete;
     pid_t pid() const { return pid_; }
 
-private:
+  private:
     pid_t pid_;
 };
 
@@ -95,8 +96,8 @@ int main(int argc, char** argv) {
     fs::create_directories(home.path() / "tmp");
     fs::create_directories(varnix);
     writeFileAtomically(varnix / "config.yaml",
-                        "coordinator_url: \"" + coordinator.baseURL() + "\"\nworker_id: \"worker-idle\"\n" +
-                            neverScheduled(),
+                        "coordinator_url: \"" + coordinator.baseURL() +
+                            "\"\nworker_id: \"worker-idle\"\n" + neverScheduled(),
                         0600);
     KeychainStore(std::make_shared<FileCredentialBackend>(varnix / "credentials"))
         .storePythonWorkerToken("dev-token", coordinator.baseURL(), "worker-idle");
@@ -110,7 +111,8 @@ int main(int argc, char** argv) {
     const auto started = Clock::now();
     while (readFile(log).value_or("").find("worker bridge started") == std::string::npos) {
         if (Clock::now() - started > 120s || rssKB(child.pid()) < 0) {
-            std::fprintf(stderr, "the worker did not start; its log:\n%s\n", readFile(log).value_or("(none)").c_str());
+            std::fprintf(stderr, "the worker did not start; its log:\n%s\n",
+                         readFile(log).value_or("(none)").c_str());
             return 1;
         }
         std::this_thread::sleep_for(100ms);
@@ -121,7 +123,9 @@ int main(int argc, char** argv) {
     auto workRequests = [&coordinator] {
         std::size_t count = 0;
         for (const auto& request : coordinator.requests()) {
-            if (request.path.starts_with("/api/v1/workers/poll") || request.path.starts_with("/api/v1/jobs/")) ++count;
+            if (request.path.starts_with("/api/v1/workers/poll") ||
+                request.path.starts_with("/api/v1/jobs/"))
+                ++count;
         }
         return count;
     };
@@ -142,13 +146,17 @@ int main(int argc, char** argv) {
     const double corePercent = 100.0 * (cpuSeconds(child.pid()) - cpuBefore) / wall;
     const auto requests = workRequests() - pollsBefore;
     const auto logText = readFile(log).value_or("");
-    if (logText.find("WorkerController.runLoop paused: ineligible") == std::string::npos || requests != 0) {
-        std::fprintf(stderr, "the worker was not paused by its schedule; its log:\n%s\n", logText.c_str());
+    if (logText.find("WorkerController.runLoop paused: ineligible") == std::string::npos ||
+        requests != 0) {
+        std::fprintf(stderr, "the worker was not paused by its schedule; its log:\n%s\n",
+                     logText.c_str());
         return 1;
     }
 
     std::printf("idle headless worker, paused by its schedule, over %.0f s\n", wall);
-    std::printf("  RSS  last %.1f MB, peak %.1f MB   (target < %.0f MB)\n", lastKB / 1024.0, peakKB / 1024.0, kTargetRssMB);
-    std::printf("  CPU  %.3f%% of one core            (target < %.1f%%)\n", corePercent, kTargetCorePercent);
+    std::printf("  RSS  last %.1f MB, peak %.1f MB   (target < %.0f MB)\n", lastKB / 1024.0,
+                peakKB / 1024.0, kTargetRssMB);
+    std::printf("  CPU  %.3f%% of one core            (target < %.1f%%)\n", corePercent,
+                kTargetCorePercent);
     return peakKB / 1024.0 < kTargetRssMB && corePercent < kTargetCorePercent ? 0 : 3;
 }

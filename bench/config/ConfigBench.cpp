@@ -11,7 +11,8 @@
 namespace {
 
 std::string savedConfig() {
-    return corvane::readFile(std::string(CORVANE_CONFIG_CORPUS_DIR) + "/02-settings-saved.yaml").value_or("");
+    return corvane::readFile(std::string(CORVANE_CONFIG_CORPUS_DIR) + "/02-settings-saved.yaml")
+        .value_or("");
 }
 
 void BM_ParseSettings(benchmark::State& state) {
@@ -25,14 +26,16 @@ void BM_BuildYAML(benchmark::State& state) {
     auto text = savedConfig();
     corvane::WorkerSettings settings;
     settings.awayCpuCeiling = 55;
-    for (auto _ : state) benchmark::DoNotOptimize(corvane::WorkerConfigStore::buildYAML(text, settings));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(corvane::WorkerConfigStore::buildYAML(text, settings));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_BuildYAML);
 
 void BM_TranscribeQuantization(benchmark::State& state) {
     auto text = savedConfig();
-    for (auto _ : state) benchmark::DoNotOptimize(corvane::configyaml::extractTranscribeQuantization(text));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(corvane::configyaml::extractTranscribeQuantization(text));
 }
 BENCHMARK(BM_TranscribeQuantization);
 

@@ -57,15 +57,18 @@ void BM_FullCycle(benchmark::State& state) {
     LoopExecutor executor;
     auto gate = EligibilityGate::create(executor, true);
     auto grid = ScheduleGrid::recommended();
-    IdleEligibilityMonitor monitor(gate, executor, {[] { return 3.0; }, [] { return 20.0; }, [] { return 10.0; }},
-                                   IdleEligibilityMonitor::Probes::system([&] { return std::optional(grid); }));
+    IdleEligibilityMonitor monitor(
+        gate, executor, {[] { return 3.0; }, [] { return 20.0; }, [] { return 10.0; }},
+        IdleEligibilityMonitor::Probes::system([&] { return std::optional(grid); }));
     SystemMeetingProbe meetingProbe;
-    MeetingDetector meetings(gate, executor, [] { return true; }, [&] { return meetingProbe.read(); },
-                             [] { return true; });
+    MeetingDetector meetings(
+        gate, executor, [] { return true; }, [&] { return meetingProbe.read(); },
+        [] { return true; });
     auto sampler = HeavyAppDetector::SystemSampler::system();
-    HeavyAppDetector heavy(gate, executor, [] { return true; }, sampler, nullptr);
-    MemoryAdmissionGate memory({[] { return MemoryAdmissionProbes::machineRAMUsedGB(); }, [] { return 48.0; },
-                                [] { return MemoryBudget::away(); }});
+    HeavyAppDetector heavy(
+        gate, executor, [] { return true; }, sampler, nullptr);
+    MemoryAdmissionGate memory({[] { return MemoryAdmissionProbes::machineRAMUsedGB(); },
+                                [] { return 48.0; }, [] { return MemoryBudget::away(); }});
     int cycle = 0;
     for (auto _ : state) {
         monitor.evaluate();

@@ -7,9 +7,9 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <filesystem>
 #include <memory>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -21,7 +21,7 @@ namespace {
 
 // The sampler needs an executor only for its timer; the benchmark calls ticks itself.
 class InlineExecutor final : public corvane::Executor {
-public:
+  public:
     void post(std::function<void()> work) override { work(); }
     corvane::TimerHandle scheduleOnce(double, std::function<void()>) override { return {}; }
     corvane::TimerHandle scheduleRepeating(double, std::function<void()>) override { return {}; }
@@ -41,14 +41,17 @@ void tick(benchmark::State& state, std::optional<std::filesystem::path> runtimeD
     corvane::ResourceSamplerProcProbes::Options options;
     options.tree.runtimeDir = runtimeDir;
     InlineExecutor executor;
-    corvane::ResourceSampler sampler(executor, std::make_shared<corvane::ResourceSamplerProcProbes>(options),
+    corvane::ResourceSampler sampler(executor,
+                                     std::make_shared<corvane::ResourceSamplerProcProbes>(options),
                                      static_cast<int>(::getpid()));
     sampler.start(2.0);
     for (auto _ : state) sampler.sampleOnce();
     state.counters["samples"] = static_cast<double>(sampler.rawSampleCount());
 }
 
-void BM_SamplerTick(benchmark::State& state) { tick(state, std::nullopt); }
+void BM_SamplerTick(benchmark::State& state) {
+    tick(state, std::nullopt);
+}
 
 void BM_SamplerTickRuntimeFolder(benchmark::State& state) {
     char pattern[] = "/tmp/enrol-bench-XXXXXX";
@@ -59,7 +62,10 @@ void BM_SamplerTickRuntimeFolder(benchmark::State& state) {
 
 // Per-process CPU time: what the tick costs the machine, not how long it waited.
 BENCHMARK(BM_SamplerTick)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_SamplerTickRuntimeFolder)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SamplerTickRuntimeFolder)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

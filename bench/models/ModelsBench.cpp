@@ -50,15 +50,19 @@ std::optional<Times> run(const std::vector<std::string>& argv) {
     args.push_back(nullptr);
     auto start = Clock::now();
     pid_t pid = 0;
-    if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0) return std::nullopt;
+    if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
+        return std::nullopt;
     int status = 0;
     rusage usage{};
     while (::wait4(pid, &status, 0, &usage) < 0) {
         if (errno != EINTR) return std::nullopt;
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
-    auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; };
-    return Times{std::chrono::duration<double>(Clock::now() - start).count(), seconds(usage.ru_utime) + seconds(usage.ru_stime)};
+    auto seconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+    };
+    return Times{std::chrono::duration<double>(Clock::now() - start).count(),
+                 seconds(usage.ru_utime) + seconds(usage.ru_stime)};
 }
 
 double processCPUSeconds() {
@@ -74,7 +78,9 @@ Times timed(const std::function<void()>& work) {
     return {std::chrono::duration<double>(Clock::now() - start).count(), processCPUSeconds() - cpu};
 }
 
-Times best(Times a, Times b) { return {std::min(a.wall, b.wall), std::min(a.cpu, b.cpu)}; }
+Times best(Times a, Times b) {
+    return {std::min(a.wall, b.wall), std::min(a.cpu, b.cpu)};
+}
 
 // Kilobytes of a "VmRSS"/"VmHWM" line of /proc/self/status.
 long statusKB(const std::string& key) {
@@ -98,9 +104,17 @@ std::filesystem::path makeInput(const std::filesystem::path& folder, const std::
                                 const std::vector<std::string>& codec) {
     auto path = folder / name;
     if (std::filesystem::exists(path)) return path;
-    std::vector<std::string> argv{"ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
-                                  "aevalsrc=0.3*sin(2*PI*440*t)+0.1*sin(2*PI*3000*t)+0.05*(random(0)-0.5)|"
-                                  "0.3*sin(2*PI*660*t)+0.05*(random(1)-0.5):s=44100:d=600"};
+    std::vector<std::string> argv{
+        "ffmpeg",
+        "-nostdin",
+        "-v",
+        "error",
+        "-y",
+        "-f",
+        "lavfi",
+        "-i",
+        "aevalsrc=0.3*sin(2*PI*440*t)+0.1*sin(2*PI*3000*t)+0.05*(random(0)-0.5)|"
+        "0.3*sin(2*PI*660*t)+0.05*(random(1)-0.5):s=44100:d=600"};
     argv.insert(argv.end(), codec.begin(), codec.end());
     argv.push_back(path.string());
     if (!run(argv)) throw std::runtime_error("ffmpeg could not make " + name);
@@ -119,9 +133,11 @@ int measureDecodePeak(const std::filesystem::path& input) {
 
 void decodeBench(const std::filesystem::path& folder, const std::string& self) {
     constexpr int rounds = 5;
-    std::printf("Decoding 10 min of 44.1 kHz stereo to 16 kHz mono float (best of %d, taken in turns)\n", rounds);
-    std::printf("%-5s %10s %10s %10s %10s %7s %7s %11s %11s\n", "input", "ours wall", "cli wall", "ours cpu",
-                "cli cpu", "wall x", "cpu x", "peak-PCM MB", "PCM MB");
+    std::printf(
+        "Decoding 10 min of 44.1 kHz stereo to 16 kHz mono float (best of %d, taken in turns)\n",
+        rounds);
+    std::printf("%-5s %10s %10s %10s %10s %7s %7s %11s %11s\n", "input", "ours wall", "cli wall",
+                "ours cpu", "cli cpu", "wall x", "cpu x", "peak-PCM MB", "PCM MB");
     struct Input {
         std::string label;
         std::filesystem::path path;
@@ -135,8 +151,8 @@ void decodeBench(const std::filesystem::path& folder, const std::string& self) {
         Times ours{1e9, 1e9}, cli{1e9, 1e9};
         for (int round = 0; round < rounds; ++round) {
             ours = best(ours, timed([&] { decoder.decodeFile(input.path); }));
-            auto command = run({"ffmpeg", "-nostdin", "-v", "error", "-i", input.path.string(), "-ac", "1", "-ar",
-                                "16000", "-f", "f32le", "-y", "/dev/null"});
+            auto command = run({"ffmpeg", "-nostdin", "-v", "error", "-i", input.path.string(),
+                                "-ac", "1", "-ar", "16000", "-f", "f32le", "-y", "/dev/null"});
             if (!command) throw std::runtime_error("ffmpeg failed on " + input.path.string());
             cli = best(cli, *command);
         }
@@ -150,11 +166,13 @@ void decodeBench(const std::filesystem::path& folder, const std::string& self) {
         }
         double growth = 0;
         size_t samples = 0;
-        if (std::sscanf(out.c_str(), "%lf %zu", &growth, &samples) != 2) throw std::runtime_error("peak measure failed");
+        if (std::sscanf(out.c_str(), "%lf %zu", &growth, &samples) != 2)
+            throw std::runtime_error("peak measure failed");
         double pcmMB = static_cast<double>(samples * sizeof(float)) / (1024.0 * 1024.0);
         bool meets = ours.cpu <= cli.cpu && growth - pcmMB <= 20;
-        std::printf("%-5s %10.3f %10.3f %10.3f %10.3f %7.2f %7.2f %11.1f %11.1f   %s\n", input.label.c_str(), ours.wall,
-                    cli.wall, ours.cpu, cli.cpu, ours.wall / cli.wall, ours.cpu / cli.cpu, growth - pcmMB, pcmMB,
+        std::printf("%-5s %10.3f %10.3f %10.3f %10.3f %7.2f %7.2f %11.1f %11.1f   %s\n",
+                    input.label.c_str(), ours.wall, cli.wall, ours.cpu, cli.cpu,
+                    ours.wall / cli.wall, ours.cpu / cli.cpu, growth - pcmMB, pcmMB,
                     meets ? "meets target" : "MISSES TARGET");
     }
 }
@@ -168,22 +186,26 @@ void downloadBench(const std::filesystem::path& folder) {
         std::ofstream out(big, std::ios::binary | std::ios::trunc);
         std::string block(1 << 20, '\0');
         for (std::uint64_t i = 0; i < size; i += block.size()) {
-            for (size_t j = 0; j < block.size(); j += 4096) block[j] = static_cast<char>(i / block.size() + j);
+            for (size_t j = 0; j < block.size(); j += 4096)
+                block[j] = static_cast<char>(i / block.size() + j);
             out.write(block.data(), static_cast<std::streamsize>(block.size()));
         }
     }
     dev::DevCoordinator server(dev::DevCoordinator::Options{.audioDir = served});
-    auto session = std::make_shared<http::Session>(http::SessionConfig{.resourceTimeoutSeconds = 0});
+    auto session =
+        std::make_shared<http::Session>(http::SessionConfig{.resourceTimeoutSeconds = 0});
     auto temp = folder / "temp";
     std::filesystem::remove_all(temp);
 
-    std::printf("\nStreaming %llu MB from a loopback server\n", static_cast<unsigned long long>(size >> 20));
+    std::printf("\nStreaming %llu MB from a loopback server\n",
+                static_cast<unsigned long long>(size >> 20));
     ClaimMaterialiser materialiser(session, temp);
     ShardClaim claim;
     claim.jobID = "bench";
     claim.audioURL = server.baseURL() + "/audio/big.bin";
     Times times;
-    double peak = peakGrowthMB([&] { times = timed([&] { materialiser.materialise(claim, {}); }); });
+    double peak =
+        peakGrowthMB([&] { times = timed([&] { materialiser.materialise(claim, {}); }); });
     std::printf("ClaimMaterialiser: %.2f s, peak memory growth %.1f MB\n", times.wall, peak);
 
     ModelSpec spec{{"bench", "big", "1"}, claim.audioURL, "big.bin", size, sha256HexOfFile(big)};
@@ -194,8 +216,8 @@ void downloadBench(const std::filesystem::path& folder) {
     });
     cache.remove(spec.identifier);
     peak = peakGrowthMB([&] { times = timed([&] { cache.ensureCached(spec); }); });
-    std::printf("ModelCache with SHA-256: %.2f s, peak memory growth %.1f MB (%zu state changes)\n", times.wall, peak,
-                cache.stateStream().drain().size());
+    std::printf("ModelCache with SHA-256: %.2f s, peak memory growth %.1f MB (%zu state changes)\n",
+                times.wall, peak, cache.stateStream().drain().size());
     cache.remove(spec.identifier);
     std::filesystem::remove_all(temp);
 }
@@ -204,7 +226,8 @@ void downloadBench(const std::filesystem::path& folder) {
 
 int main(int argc, char** argv) {
     if (argc == 3 && std::string(argv[1]) == "--measure-decode") return measureDecodePeak(argv[2]);
-    std::filesystem::path folder = argc > 1 ? argv[1] : std::filesystem::temp_directory_path() / "corvane-models-bench";
+    std::filesystem::path folder =
+        argc > 1 ? argv[1] : std::filesystem::temp_directory_path() / "corvane-models-bench";
     std::filesystem::create_directories(folder);
     log::setSinks({});
     try {

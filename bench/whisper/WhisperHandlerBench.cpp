@@ -52,11 +52,14 @@ std::string bareTranscription(whisper_context* ctx, const std::filesystem::path&
     params.n_threads = kThreads;
     params.translate = false;
     params.no_timestamps = false;
-    params.print_special = params.print_progress = params.print_realtime = params.print_timestamps = false;
+    params.print_special = params.print_progress = params.print_realtime = params.print_timestamps =
+        false;
     params.language = "en";
-    if (whisper_full(ctx, params, pcm.data(), static_cast<int>(pcm.size())) != 0) throw std::runtime_error("whisper_full failed");
+    if (whisper_full(ctx, params, pcm.data(), static_cast<int>(pcm.size())) != 0)
+        throw std::runtime_error("whisper_full failed");
     std::string text;
-    for (int i = 0; i < whisper_full_n_segments(ctx); ++i) text += whisper_full_get_segment_text(ctx, i);
+    for (int i = 0; i < whisper_full_n_segments(ctx); ++i)
+        text += whisper_full_get_segment_text(ctx, i);
     return text;
 }
 
@@ -76,16 +79,25 @@ int main(int argc, char** argv) {
     knobs.cpuCount = kThreads;
     WhisperHandler::Options options;
     options.impl.threadInputs = knobs.inputs();
-    auto handler = std::make_unique<WhisperHandler>(testing::whisperTestModelDirectory(), ChipTier::t1, std::move(options));
+    auto handler = std::make_unique<WhisperHandler>(testing::whisperTestModelDirectory(),
+                                                    ChipTier::t1, std::move(options));
     corvane::log::get("WhisperHandler")->set_level(spdlog::level::warn);
-    const ClaimedJob job{"bench", "s", ModelCategory::transcription, WhisperHandler::identifier(), audio.string(), systemNow(), {}};
+    const ClaimedJob job{"bench",
+                         "s",
+                         ModelCategory::transcription,
+                         WhisperHandler::identifier(),
+                         audio.string(),
+                         systemNow(),
+                         {}};
     std::string handlerText;
-    const double handlerFirst = seconds([&] { handlerText = handler->handle(job, {}, {}).output.transcript()->text; });
+    const double handlerFirst =
+        seconds([&] { handlerText = handler->handle(job, {}, {}).output.transcript()->text; });
     const double handlerRSS = peakRSSMegabytes();
 
     routeWhisperLogs();
     std::unique_ptr<whisper_context, void (*)(whisper_context*)> bare(
-        whisper_init_from_file_with_params(testing::whisperTestModelFile().c_str(), whisper_context_default_params()),
+        whisper_init_from_file_with_params(testing::whisperTestModelFile().c_str(),
+                                           whisper_context_default_params()),
         whisper_free);
     if (!bare) return 1;
     std::string bareText;
@@ -93,8 +105,12 @@ int main(int argc, char** argv) {
 
     std::vector<double> handlerTimes, bareTimes;
     for (int round = 0; round < rounds; ++round) {
-        auto runHandler = [&] { handlerTimes.push_back(seconds([&] { handler->handle(job, {}, {}); })); };
-        auto runBare = [&] { bareTimes.push_back(seconds([&] { bareTranscription(bare.get(), audio); })); };
+        auto runHandler = [&] {
+            handlerTimes.push_back(seconds([&] { handler->handle(job, {}, {}); }));
+        };
+        auto runBare = [&] {
+            bareTimes.push_back(seconds([&] { bareTranscription(bare.get(), audio); }));
+        };
         if (round % 2) {
             runBare();
             runHandler();
@@ -107,17 +123,26 @@ int main(int argc, char** argv) {
     // The handler trims what the bare calls leave as whisper.cpp wrote it.
     const auto start = bareText.find_first_not_of(" \t\r\n");
     const auto end = bareText.find_last_not_of(" \t\r\n");
-    const bool sameText = start != std::string::npos && handlerText == bareText.substr(start, end - start + 1);
-    std::printf("60 s of speech, generated model, %d threads, %d rounds (first runs: handler %.3f s, bare %.3f s)\n",
-                kThreads, rounds, handlerFirst, bareFirst);
-    std::printf("handler: median %.3f s, best %.3f s\n", median(handlerTimes), *std::min_element(handlerTimes.begin(), handlerTimes.end()));
-    std::printf("bare:    median %.3f s, best %.3f s\n", median(bareTimes), *std::min_element(bareTimes.begin(), bareTimes.end()));
+    const bool sameText =
+        start != std::string::npos && handlerText == bareText.substr(start, end - start + 1);
+    std::printf(
+        "60 s of speech, generated model, %d threads, %d rounds (first runs: handler %.3f s, bare "
+        "%.3f s)\n",
+        kThreads, rounds, handlerFirst, bareFirst);
+    std::printf("handler: median %.3f s, best %.3f s\n", median(handlerTimes),
+                *std::min_element(handlerTimes.begin(), handlerTimes.end()));
+    std::printf("bare:    median %.3f s, best %.3f s\n", median(bareTimes),
+                *std::min_element(bareTimes.begin(), bareTimes.end()));
     // Each round's two runs are neighbours in time, so their ratio is the least disturbed by load.
     std::vector<double> pairRatios;
-    for (std::size_t i = 0; i < handlerTimes.size(); ++i) pairRatios.push_back(handlerTimes[i] / bareTimes[i]);
-    std::printf("ratio handler/bare: median of rounds %.4f, of medians %.4f, of bests %.4f (target <= 1.02)\n",
-                median(pairRatios), median(handlerTimes) / median(bareTimes),
-                *std::min_element(handlerTimes.begin(), handlerTimes.end()) / *std::min_element(bareTimes.begin(), bareTimes.end()));
+    for (std::size_t i = 0; i < handlerTimes.size(); ++i)
+        pairRatios.push_back(handlerTimes[i] / bareTimes[i]);
+    std::printf(
+        "ratio handler/bare: median of rounds %.4f, of medians %.4f, of bests %.4f (target <= "
+        "1.02)\n",
+        median(pairRatios), median(handlerTimes) / median(bareTimes),
+        *std::min_element(handlerTimes.begin(), handlerTimes.end()) /
+            *std::min_element(bareTimes.begin(), bareTimes.end()));
     std::printf("peak RSS of the handler with the generated model: %.1f MB\n", handlerRSS);
     std::printf("same transcript: %s\n", sameText ? "yes" : "NO");
     return sameText ? 0 : 1;

@@ -27,15 +27,20 @@ void* operator new(std::size_t size) {
     if (void* p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
 #pragma GCC diagnostic pop
 
 namespace corvane {
 namespace {
 
 dev::DevCoordinator& coordinator() {
-    static dev::DevCoordinator instance{dev::DevCoordinator::Options{}};  // no shards: every poll is a 204
+    static dev::DevCoordinator instance{
+        dev::DevCoordinator::Options{}};  // no shards: every poll is a 204
     return instance;
 }
 
@@ -54,13 +59,17 @@ void BM_WorkerHTTPClientPoll(benchmark::State& state) {
 }
 BENCHMARK(BM_WorkerHTTPClientPoll)->UseRealTime();
 
-size_t discard(char*, size_t size, size_t count, void*) { return size * count; }
+size_t discard(char*, size_t size, size_t count, void*) {
+    return size * count;
+}
 
 void BM_BareCurlGet(benchmark::State& state) {
     std::string url = coordinator().baseURL() + "/api/v1/workers/poll?max_shards=1";
     CURL* curl = curl_easy_init();
-    // The same request on the wire as the client's, so the coordinator's share of the time is equal.
-    const std::string capabilities = "X-Worker-Capabilities: " + benchCapabilities().encode().dump();
+    // The same request on the wire as the client's, so the coordinator's share of the time is
+    // equal.
+    const std::string capabilities =
+        "X-Worker-Capabilities: " + benchCapabilities().encode().dump();
     curl_slist* headers = curl_slist_append(nullptr, "Authorization: Bearer dev-token");
     headers = curl_slist_append(headers, "X-Worker-ID: bench-worker");
     headers = curl_slist_append(headers, "Accept: application/json");
@@ -79,11 +88,18 @@ BENCHMARK(BM_BareCurlGet)->UseRealTime();
 
 // A coordinator that never has work and records nothing.
 struct IdleHTTP final : WorkerHTTPClientProtocol {
-    std::optional<ShardClaim> poll(const WorkerCapabilities&, std::stop_token) override { return std::nullopt; }
-    PollBatchOutcome pollBatch(const WorkerCapabilities&, std::int64_t, std::stop_token) override { return {}; }
-    void heartbeat(const std::string&, const std::optional<std::string>&, std::stop_token) override {}
-    void submitResult(const std::string&, const std::optional<std::string>&, const SubmitResultBody&, std::stop_token) override {}
-    void submitFail(const std::string&, const std::optional<std::string>&, const FailReason&, std::stop_token) override {}
+    std::optional<ShardClaim> poll(const WorkerCapabilities&, std::stop_token) override {
+        return std::nullopt;
+    }
+    PollBatchOutcome pollBatch(const WorkerCapabilities&, std::int64_t, std::stop_token) override {
+        return {};
+    }
+    void heartbeat(const std::string&, const std::optional<std::string>&,
+                   std::stop_token) override {}
+    void submitResult(const std::string&, const std::optional<std::string>&,
+                      const SubmitResultBody&, std::stop_token) override {}
+    void submitFail(const std::string&, const std::optional<std::string>&, const FailReason&,
+                    std::stop_token) override {}
 };
 
 // Every sleep ends a turn: it returns at once and counts, until the target is reached.
@@ -110,7 +126,9 @@ void BM_IdleRunLoopTurn(benchmark::State& state) {
         WorkerController::Dependencies deps;
         deps.http = std::make_shared<IdleHTTP>();
         deps.handlerLookup = [](const ModelIdentifier&) { return nullptr; };
-        deps.materialiser = [](const ShardClaim&, std::stop_token) -> ClaimedJob { throw std::runtime_error("unused"); };
+        deps.materialiser = [](const ShardClaim&, std::stop_token) -> ClaimedJob {
+            throw std::runtime_error("unused");
+        };
         deps.isEligible = [] { return true; };
         deps.sleepProvider = sleeper;
         auto controller = WorkerController::create(std::move(deps));
@@ -131,7 +149,8 @@ void BM_IdleRunLoopTurn(benchmark::State& state) {
         state.ResumeTiming();
     }
     state.SetItemsProcessed(totalTurns);
-    state.counters["allocations_per_turn"] = static_cast<double>(totalAllocations) / static_cast<double>(totalTurns);
+    state.counters["allocations_per_turn"] =
+        static_cast<double>(totalAllocations) / static_cast<double>(totalTurns);
 }
 BENCHMARK(BM_IdleRunLoopTurn)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -167,7 +167,8 @@ TEST_F(AppModelTest, AScriptedDayOfWorkerEventsAndAccountReplies) {
     EXPECT_EQ(m.phase(), AppPhase::enrolled);
     EXPECT_EQ(workerStarts, 1);
     EXPECT_EQ(runner->pendingCount(), 1u) << "the first account refresh starts at once";
-    m.setModelDownloadProgress(ModelDownloadProgress{"Whisper large-v3 turbo", ModelDownloadProgress::Downloading{}});
+    m.setModelDownloadProgress(
+        ModelDownloadProgress{"Whisper large-v3 turbo", ModelDownloadProgress::Downloading{}});
     executor.advance(2);
     EXPECT_EQ(m.statusSub(), "Fetching weights — worker starts after download");
 
@@ -312,7 +313,7 @@ TEST_F(AppModelTest, AHeavyFrontApplicationPausesTheWorkerUntilTheOwnerSaysOther
     foreground->sample = HeavyAppDetector::ForegroundAppSample{4242, "blender", "Blender", 80, 10};
     bool pauseOnHeavyApp = true;
     enrolled = true;
-      heavySampler = foreground;
+    heavySampler = foreground;
     heavySetting = [&] { return pauseOnHeavyApp; };
     AppModel& m = makeModel();
     const std::string reason = HeavyAppDetector::pauseDescription(*foreground->sample);

@@ -53,7 +53,8 @@ TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
     EXPECT_EQ(m.lastRefreshAt(), kReference);
     std::optional<ActivityHistogramResponse> histogram;
     m.loadActivityHistogram(28, [&](auto response, auto) { histogram = std::move(response); });
-    EXPECT_EQ(histogram, provider.activityHistogram(m.machine().workerID, 28)) << "no network asked";
+    EXPECT_EQ(histogram, provider.activityHistogram(m.machine().workerID, 28))
+        << "no network asked";
     EXPECT_EQ(m.payoutHistory(), provider.payoutHistory());
     EXPECT_EQ(m.topJobs().front().clientDisplayName, "Acme Transcripts");
     EXPECT_EQ(m.earningsVisibleRange(), EarningsRange::month);

@@ -29,10 +29,13 @@ using namespace std::chrono_literals;
 // Speech, made once per test binary (other suites cover the other containers).
 const fs::path& speechFolder() {
     static const fs::path folder = [] {
-        fs::path dir = fs::temp_directory_path() / ("corvane-app-audio-" + std::to_string(::getpid()));
+        fs::path dir =
+            fs::temp_directory_path() / ("corvane-app-audio-" + std::to_string(::getpid()));
         fs::create_directories(dir);
         const std::string wav = (dir / "speech.wav").string();
-        if (std::system(("espeak-ng -w '" + wav + "' 'The quick brown fox jumps over the lazy dog.' >/dev/null 2>&1").c_str()) != 0) {
+        if (std::system(("espeak-ng -w '" + wav +
+                         "' 'The quick brown fox jumps over the lazy dog.' >/dev/null 2>&1")
+                            .c_str()) != 0) {
             throw std::runtime_error("espeak-ng could not speak");
         }
         return dir;
@@ -41,7 +44,7 @@ const fs::path& speechFolder() {
 }
 
 class HeadlessProcess : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         dev::DevCoordinator::Options options;
         options.audioDir = speechFolder();
@@ -57,7 +60,10 @@ protected:
     }
 
     fs::path varnix() const { return home.path() / ".varnix-compute"; }
-    std::string log() const { return readFile(home.path() / "state" / "Corvane" / "logs" / "corvane-app.log").value_or(""); }
+    std::string log() const {
+        return readFile(home.path() / "state" / "Corvane" / "logs" / "corvane-app.log")
+            .value_or("");
+    }
     // Only the child's log file shows these: looks again every 20 ms up to a minute.
     bool logShows(const std::string& text) const {
         const auto deadline = std::chrono::steady_clock::now() + 60s;
@@ -77,8 +83,10 @@ protected:
     }
     void writeConfig(const std::string& coordinatorURL, const std::string& more = "") {
         fs::create_directories(varnix());
-        writeFileAtomically(varnix() / "config.yaml",
-                            "coordinator_url: \"" + coordinatorURL + "\"\nworker_id: \"worker-e2e\"\n" + more, 0600);
+        writeFileAtomically(
+            varnix() / "config.yaml",
+            "coordinator_url: \"" + coordinatorURL + "\"\nworker_id: \"worker-e2e\"\n" + more,
+            0600);
     }
     void storeToken(const std::string& coordinatorURL) {
         KeychainStore store(std::make_shared<FileCredentialBackend>(varnix() / "credentials"));
@@ -92,14 +100,18 @@ protected:
     }
     // The generated model where the model cache keeps the Whisper weights under XDG_DATA_HOME.
     void installModel() {
-        fs::path dir = home.path() / "data" / "VarnixCompute" / "models" / "whisper-cpp-swift--whisper-large-v3-turbo-q4--1";
+        fs::path dir = home.path() / "data" / "VarnixCompute" / "models" /
+                       "whisper-cpp-swift--whisper-large-v3-turbo-q4--1";
         fs::create_directories(dir);
-        fs::copy_file(whisperTestModelFile(), dir / WhisperImpl::defaultModelFilename, fs::copy_options::overwrite_existing);
+        fs::copy_file(whisperTestModelFile(), dir / WhisperImpl::defaultModelFilename,
+                      fs::copy_options::overwrite_existing);
     }
 
     // Runs `corvane <arguments>` in the test's home, its stdout going to `output`.
-    pid_t spawn(std::vector<std::string> arguments, const fs::path& output, std::vector<std::string> env = {}) {
-        return SpawnInHome{CORVANE_BINARY, home.path(), std::move(arguments), output, std::move(env)}();
+    pid_t spawn(std::vector<std::string> arguments, const fs::path& output,
+                std::vector<std::string> env = {}) {
+        return SpawnInHome{CORVANE_BINARY, home.path(), std::move(arguments), output,
+                           std::move(env)}();
     }
 
     // `corvane status` in the test's home: its exit status and what it printed.
@@ -111,7 +123,8 @@ protected:
         return {WIFEXITED(code) ? WEXITSTATUS(code) : -1, readFile(output).value_or("")};
     }
 
-    // Waits for the child to end, at most `limit`; gives its exit status, or -1 when it did not end.
+    // Waits for the child to end, at most `limit`; gives its exit status, or -1 when it did not
+    // end.
     int waitForExit(std::chrono::milliseconds limit) {
         int fd = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
         if (fd >= 0) {
@@ -125,7 +138,9 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    void start(std::vector<std::string> env = {}) { child = spawn({"--headless"}, home.path() / "stdout.txt", std::move(env)); }
+    void start(std::vector<std::string> env = {}) {
+        child = spawn({"--headless"}, home.path() / "stdout.txt", std::move(env));
+    }
     int stop() {
         EXPECT_EQ(::kill(child, SIGTERM), 0);
         return waitForExit(5000ms);
@@ -139,11 +154,14 @@ protected:
 TEST_F(HeadlessProcess, TranscribesEveryShardOnceAndStopsCleanlyOnSigterm) {
     coordinator->addShard({"job-1", "s1", "speech.wav", 0.0, 3.0, std::nullopt});
     coordinator->addShard({"job-1", "s2", "speech.wav", 3.0, 6.0, std::nullopt});
-    coordinator->addShard({"job-2", std::nullopt, "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    coordinator->addShard(
+        {"job-2", std::nullopt, "speech.wav", std::nullopt, std::nullopt, std::nullopt});
     enroll();
     installModel();
     start();
-    ASSERT_TRUE(coordinator->waitUntil([](const dev::DevCoordinator& c) { return c.results().size() >= 3; }, 180s)) << log();
+    ASSERT_TRUE(coordinator->waitUntil(
+        [](const dev::DevCoordinator& c) { return c.results().size() >= 3; }, 180s))
+        << log();
     EXPECT_EQ(stop(), 0) << "exits 0 within 5 s of SIGTERM";
     auto results = coordinator->results();
     EXPECT_EQ(results.size(), 3u);
@@ -160,20 +178,24 @@ TEST_F(HeadlessProcess, SigtermDuringAShardSendsExactlyOneShutdownReport) {
     dev::ScriptedReply stalled;
     stalled.delaySeconds = 60;  // the shard's audio never arrives while the test runs
     coordinator->enqueueReply("/audio/", stalled);
-    coordinator->addShard({"job-slow", "slow", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    coordinator->addShard(
+        {"job-slow", "slow", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
     enroll();
     installModel();
     start();
     ASSERT_TRUE(coordinator->waitUntil(
         [](const dev::DevCoordinator& c) {
-            return std::ranges::any_of(c.requests(), [](const auto& r) { return r.path.starts_with("/audio/"); });
+            return std::ranges::any_of(c.requests(),
+                                       [](const auto& r) { return r.path.starts_with("/audio/"); });
         },
         180s));
     EXPECT_EQ(stop(), 0);
     auto failures = coordinator->failures();
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0].shardID, "slow");
-    EXPECT_EQ(failures[0].error, "code=worker_shutdown; retryable=true; message=worker stopped while job was in flight");
+    EXPECT_EQ(
+        failures[0].error,
+        "code=worker_shutdown; retryable=true; message=worker stopped while job was in flight");
     EXPECT_TRUE(coordinator->results().empty());
 }
 
@@ -181,10 +203,13 @@ TEST_F(HeadlessProcess, AComputerThatIsNotEnrolledIsToldHowToEnrolAndExitsWithSt
     for (bool config : {true, false}) {  // only one half of an enrolment each time
         SCOPED_TRACE(config ? "config without credential" : "credential without config");
         fs::remove_all(varnix());
-        if (config) writeConfig(coordinator->baseURL());
-        else storeToken(coordinator->baseURL());
+        if (config)
+            writeConfig(coordinator->baseURL());
+        else
+            storeToken(coordinator->baseURL());
         // Without --headless, but the display named has no server: the worker runs headless.
-        child = spawn({}, home.path() / "stdout.txt", {"DISPLAY=:97", "WAYLAND_DISPLAY=wayland-97"});
+        child =
+            spawn({}, home.path() / "stdout.txt", {"DISPLAY=:97", "WAYLAND_DISPLAY=wayland-97"});
         EXPECT_EQ(waitForExit(30000ms), 2);
         const auto printed = readFile(home.path() / "stdout.txt").value_or("");
         EXPECT_NE(printed.find("corvane enroll"), std::string::npos) << printed;
@@ -197,20 +222,25 @@ TEST_F(HeadlessProcess, AnInvalidCoordinatorURLBuildsNoWorker) {
     storeToken("not a url");
     installModel();
     start();
-    ASSERT_TRUE(logShows("buildAndStartWorkerIfPossible: invalid coordinator URL not a url")) << log();
+    ASSERT_TRUE(logShows("buildAndStartWorkerIfPossible: invalid coordinator URL not a url"))
+        << log();
     EXPECT_EQ(stop(), 0);
     EXPECT_TRUE(coordinator->requests().empty());
 }
 
 TEST_F(HeadlessProcess, AFailedModelDownloadKeepsTheWorkerStoppedUntilARetrySucceeds) {
     enroll();
-    coordinator->addShard({"job-after-retry", "r1", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    coordinator->addShard(
+        {"job-after-retry", "r1", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
     // The weights come from the coordinator's address, which has no such file: 404.
     start({"REGISTRY_URL=" + coordinator->baseURL(), "CORVANE_MODEL_RETRY_SECONDS=1"});
     ASSERT_TRUE(logShows("Whisper model cache/init failed")) << log();
-    for (const auto& r : coordinator->requests()) EXPECT_FALSE(r.path.starts_with("/api/v1/workers/poll")) << "not started";
+    for (const auto& r : coordinator->requests())
+        EXPECT_FALSE(r.path.starts_with("/api/v1/workers/poll")) << "not started";
     installModel();  // the next retry finds the weights in place
-    ASSERT_TRUE(coordinator->waitUntil([](const dev::DevCoordinator& c) { return c.results().size() == 1; }, 120s)) << log();
+    ASSERT_TRUE(coordinator->waitUntil(
+        [](const dev::DevCoordinator& c) { return c.results().size() == 1; }, 120s))
+        << log();
     EXPECT_EQ(stop(), 0);
 }
 
@@ -227,7 +257,9 @@ TEST_F(HeadlessProcess, StatusPrintsTheLineTheWorkerLoggedLast) {
     const auto last = logged.rfind("status: ") + 8;
     auto [code, printed] = status();
     EXPECT_EQ(code, 0);
-    EXPECT_EQ(printed.substr(0, printed.find('\n')), logged.substr(last, logged.find('\n', last) - last)) << printed;
+    EXPECT_EQ(printed.substr(0, printed.find('\n')),
+              logged.substr(last, logged.find('\n', last) - last))
+        << printed;
     EXPECT_EQ(stop(), 0);
     EXPECT_EQ(status().first, 3) << "a clean stop takes the status file with it";
 }

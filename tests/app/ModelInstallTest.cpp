@@ -29,13 +29,14 @@ using Progress = ModelDownloadProgress;
 
 // A port that accepts connections and never answers: a download from it stays in progress.
 class SilentServer {
-public:
+  public:
     SilentServer() {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(fd, 8) != 0 ||
+        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            ::listen(fd, 8) != 0 ||
             ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
             throw std::runtime_error("cannot listen on 127.0.0.1");
         }
@@ -63,7 +64,8 @@ TEST(ModelInstall, ParakeetFailsInWordsInstallsIsRemovedAndWaitsWhileWhisperDown
     env.parakeetRuntime = scriptedParakeetRuntime();
     env.tempDirectory = folder.path();
     env.userDefaultsFile = folder.path() / "defaults.json";
-    env.credentials = std::make_shared<FileCredentialBackend>(folder.path() / "varnix" / "credentials");
+    env.credentials =
+        std::make_shared<FileCredentialBackend>(folder.path() / "varnix" / "credentials");
     env.session = std::make_shared<const http::Session>();
     env.machine = std::make_shared<ProcMachineProbe>();
     auto delegate = AppDelegate::create(main, std::move(env));
@@ -89,14 +91,19 @@ TEST(ModelInstall, ParakeetFailsInWordsInstallsIsRemovedAndWaitsWhileWhisperDown
     main.runUntilIdle();
     EXPECT_EQ(delegate->modelDownloadProgress(), std::nullopt);
     delegate->requestModelInstall(parakeetModelIdentifier());
-    ASSERT_TRUE(waitUntil([&] { return std::holds_alternative<Progress::Failed>(delegate->modelDownloadProgress().value().phase); }));
-    EXPECT_NE(std::get<Progress::Failed>(delegate->modelDownloadProgress()->phase).description, "") << "why, in words";
+    ASSERT_TRUE(waitUntil([&] {
+        return std::holds_alternative<Progress::Failed>(
+            delegate->modelDownloadProgress().value().phase);
+    }));
+    EXPECT_NE(std::get<Progress::Failed>(delegate->modelDownloadProgress()->phase).description, "")
+        << "why, in words";
 
     installScriptedParakeet(folder);  // the set is in place: the install only proves it loads
     notified = 0;
     delegate->requestModelInstall(parakeetModelIdentifier());
     const std::uint64_t total = catalogueEntry(parakeetModelIdentifier())->downloadSizeBytes;
-    EXPECT_EQ(delegate->modelDownloadProgress(), (Progress{"Parakeet TDT v2", Progress::Downloading{0, total}}));
+    EXPECT_EQ(delegate->modelDownloadProgress(),
+              (Progress{"Parakeet TDT v2", Progress::Downloading{0, total}}));
     ASSERT_TRUE(waitUntil([&] { return !delegate->modelDownloadProgress(); }));
     EXPECT_GE(notified, 2);
     std::uint64_t onDisk = 0;
@@ -108,16 +115,20 @@ TEST(ModelInstall, ParakeetFailsInWordsInstallsIsRemovedAndWaitsWhileWhisperDown
 
     const auto coordinator = "http://127.0.0.1:9";
     fs::create_directories(folder.path() / "varnix");
-    writeFileAtomically(folder.path() / "varnix" / "config.yaml",
-                        std::string("coordinator_url: \"") + coordinator + "\"\nworker_id: \"w1\"\n", 0600);
+    writeFileAtomically(
+        folder.path() / "varnix" / "config.yaml",
+        std::string("coordinator_url: \"") + coordinator + "\"\nworker_id: \"w1\"\n", 0600);
     KeychainStore(std::make_shared<FileCredentialBackend>(folder.path() / "varnix" / "credentials"))
         .storePythonWorkerToken("token", coordinator, "w1");
     delegate->buildAndStartWorkerIfPossible();  // the Whisper weights now download, and stall
-    ASSERT_EQ(delegate->modelDownloadProgress(), (Progress{"Whisper large-v3 turbo", Progress::Downloading{}}));
+    ASSERT_EQ(delegate->modelDownloadProgress(),
+              (Progress{"Whisper large-v3 turbo", Progress::Downloading{}}));
     delegate->requestModelInstall(parakeetModelIdentifier());
-    EXPECT_EQ(delegate->modelDownloadProgress(),
-              (Progress{"Parakeet TDT v2",
-                        Progress::Failed{"Wait for Whisper large-v3 turbo to finish downloading, then try again."}}));
+    EXPECT_EQ(
+        delegate->modelDownloadProgress(),
+        (Progress{"Parakeet TDT v2",
+                  Progress::Failed{
+                      "Wait for Whisper large-v3 turbo to finish downloading, then try again."}}));
     delegate->terminate();  // cancels the stalled download
 }
 

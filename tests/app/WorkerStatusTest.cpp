@@ -26,11 +26,13 @@ TEST(WorkerStatusWords, EveryStatusHasItsWordsRawValueAndColour) {
         CorvaneColor color;
     };
     const Row rows[] = {
-        {S::notEnrolled, "notEnrolled", "Not enrolled", "Sign in to start earning", CorvaneColor::bone400},
+        {S::notEnrolled, "notEnrolled", "Not enrolled", "Sign in to start earning",
+         CorvaneColor::bone400},
         {S::earning, "earning", "Earning", "Processing work", CorvaneColor::phosphor500},
         {S::idle, "idle", "Idle", "Online · waiting for work", CorvaneColor::signalInfo},
         {S::paused, "paused", "Paused", "Paused by you", CorvaneColor::bone400},
-        {S::scheduled, "scheduled", "Off-hours", "Outside schedule window", CorvaneColor::signalWarn},
+        {S::scheduled, "scheduled", "Off-hours", "Outside schedule window",
+         CorvaneColor::signalWarn},
         {S::throttled, "throttled", "Throttled", "CPU cap reached", CorvaneColor::signalWarn},
         {S::offline, "offline", "Offline", "No internet connection", CorvaneColor::signalError},
         {S::updating, "updating", "Updating", "Installing update", CorvaneColor::plum500},
@@ -44,7 +46,8 @@ TEST(WorkerStatusWords, EveryStatusHasItsWordsRawValueAndColour) {
         EXPECT_EQ(workerStatusFromRaw(row.raw), row.status);
         EXPECT_EQ(glyphColor(row.status), row.color);
         EXPECT_EQ(WorkerStatusPresentation::defaultFor(row.status),
-                  (WorkerStatusPresentation{row.status, row.label, row.sub, std::string("Corvane · ") + row.label}));
+                  (WorkerStatusPresentation{row.status, row.label, row.sub,
+                                            std::string("Corvane · ") + row.label}));
     }
     EXPECT_EQ(workerStatusFromRaw("Idle"), std::nullopt);
     EXPECT_EQ(corvaneTrimmed(std::optional<std::string>(" \n\t ")), std::nullopt);
@@ -64,9 +67,11 @@ TEST(WorkerStatusWords, GateReasonsAreNormalisedThenLookedUp) {
         {"  \n", std::nullopt},
         {"Schedule off", p(S::scheduled, "Outside schedule window", "Outside schedule window")},
         {" On Battery ", p(S::throttled, "Waiting for AC power", "Plug in to start working")},
-        {"waiting for idle", p(S::throttled, "Waiting for idle", "Leave this computer idle to start working")},
+        {"waiting for idle",
+         p(S::throttled, "Waiting for idle", "Leave this computer idle to start working")},
         {"RAM_GATED", p(S::throttled, "RAM budget exhausted", "Paused — not enough free memory")},
-        {"ram budget exhausted", p(S::throttled, "RAM budget exhausted", "Paused — not enough free memory")},
+        {"ram budget exhausted",
+         p(S::throttled, "RAM budget exhausted", "Paused — not enough free memory")},
         {"Low Power Mode", p(S::idle, "Low Power Mode", "Online · waiting for work")},
         {"meeting in progress", p(S::idle, "Meeting In Progress", "Online · waiting for work")},
     };
@@ -78,7 +83,8 @@ TEST(WorkerStatusWords, GateReasonsAreNormalisedThenLookedUp) {
 
 TEST(WorkerStatusWords, RuntimeStateRecordsAndUnknownReasonsReportedOnce) {
     std::vector<std::string> warnings;
-    UnknownEligibilityReasonReporter reporter([&](const std::string& line) { warnings.push_back(line); });
+    UnknownEligibilityReasonReporter reporter(
+        [&](const std::string& line) { warnings.push_back(line); });
     auto state = [](std::optional<std::string> reason, std::optional<std::string> headline = {},
                     std::optional<std::string> detail = {}, std::optional<bool> claimable = {}) {
         EligibilityState e;
@@ -93,23 +99,36 @@ TEST(WorkerStatusWords, RuntimeStateRecordsAndUnknownReasonsReportedOnce) {
         WorkerStatusPresentation expected;
     };
     const Row rows[] = {
-        {state("eligible"), {S::earning, "Polling for work", "Processing work", "Corvane · Polling for work"}},
+        {state("eligible"),
+         {S::earning, "Polling for work", "Processing work", "Corvane · Polling for work"}},
         {state(std::nullopt), {S::idle, "Idle", "Online · waiting for work", "Corvane · Idle"}},
-        {state(" WAITING_FOR_AC "), {S::throttled, "Waiting for AC power", "CPU cap reached", "Corvane · Waiting for AC power"}},
-        {state("off_hours"), {S::scheduled, "Off-hours", "Outside schedule window", "Corvane · Off-hours"}},
-        {state("auth_issue", {}, " Token expired "), {S::offline, "Authentication problem", "Token expired", "Corvane · Authentication problem"}},
-        {state("missing_model"), {S::updating, "Model not available", "Installing update", "Corvane · Model not available"}},
-        {state("paused", " Meeting "), {S::paused, "Meeting", "Paused by you", "Corvane · Meeting"}},
+        {state(" WAITING_FOR_AC "),
+         {S::throttled, "Waiting for AC power", "CPU cap reached",
+          "Corvane · Waiting for AC power"}},
+        {state("off_hours"),
+         {S::scheduled, "Off-hours", "Outside schedule window", "Corvane · Off-hours"}},
+        {state("auth_issue", {}, " Token expired "),
+         {S::offline, "Authentication problem", "Token expired",
+          "Corvane · Authentication problem"}},
+        {state("missing_model"),
+         {S::updating, "Model not available", "Installing update",
+          "Corvane · Model not available"}},
+        {state("paused", " Meeting "),
+         {S::paused, "Meeting", "Paused by you", "Corvane · Meeting"}},
         // Claimable wins over the reason.
-        {state("waiting_for_ac", {}, {}, true), {S::earning, "Waiting for AC power", "Processing work", "Corvane · Waiting for AC power"}},
-        {state("flux_capacitor"), {S::idle, "Idle", "Online · waiting for work", "Corvane · Status: unknown"}},
-        {state("Flux_Capacitor", "Warp"), {S::idle, "Warp", "Online · waiting for work", "Corvane · Status: unknown"}},
+        {state("waiting_for_ac", {}, {}, true),
+         {S::earning, "Waiting for AC power", "Processing work", "Corvane · Waiting for AC power"}},
+        {state("flux_capacitor"),
+         {S::idle, "Idle", "Online · waiting for work", "Corvane · Status: unknown"}},
+        {state("Flux_Capacitor", "Warp"),
+         {S::idle, "Warp", "Online · waiting for work", "Corvane · Status: unknown"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.state.reason.value_or("(none)"));
         EXPECT_EQ(presentationFor(row.state, reporter), row.expected);
     }
-    EXPECT_EQ(warnings, std::vector<std::string>{"Unknown eligibility reason from daemon: flux_capacitor"});
+    EXPECT_EQ(warnings,
+              std::vector<std::string>{"Unknown eligibility reason from daemon: flux_capacitor"});
 
     // Many threads, one new reason: still one line.
     std::vector<std::jthread> threads;
@@ -146,7 +165,8 @@ TEST(WorkerStatusWords, InlineExplanations) {
         {S::offline, "Authentication problem", "No internet connection", "Sign in again to start"},
         {S::offline, "Offline", "Proxy refused", "Proxy refused"},
         {S::updating, "Starting up", std::nullopt, "Getting Corvane ready"},
-        {S::updating, "Model not available", "Installing update", "Download required before work can start"},
+        {S::updating, "Model not available", "Installing update",
+         "Download required before work can start"},
         {S::updating, "Updating", std::nullopt, "Installing update"},
     };
     for (const auto& row : rows) {
@@ -179,7 +199,7 @@ TEST(WorkerStatusTracker, SourcesDecideInOrderAndBusyHasAGraceWindow) {
     in.busy = false;
     in.gateEligible = false;
     in.gateReason = "schedule off";
-    step();  // inside the grace window: still earning
+    step();      // inside the grace window: still earning
     step(14.0);  // 16 s after the last busy moment
     in.gateEligible = true;
     in.gateReason.reset();
@@ -197,17 +217,23 @@ TEST(WorkerStatusTracker, SourcesDecideInOrderAndBusyHasAGraceWindow) {
     step(20.0);
     in.enrolled = false;
     step();
-    EXPECT_EQ(seen, (std::vector<std::string>{"Not enrolled", "Offline", "Downloading model", "Idle", "Earning",
-                                              "Earning", "Outside schedule window", "Waiting for idle", "Paused",
-                                              "Earning", "Earning", "Idle", "Not enrolled"}));
+    EXPECT_EQ(seen, (std::vector<std::string>{
+                        "Not enrolled", "Offline", "Downloading model", "Idle", "Earning",
+                        "Earning", "Outside schedule window", "Waiting for idle", "Paused",
+                        "Earning", "Earning", "Idle", "Not enrolled"}));
 }
 
 TEST(WorkerStatusFile, RoundTripsOwnerOnlyAndRefusesDamage) {
-    const auto dir = std::filesystem::temp_directory_path() / ("corvane-status-" + std::to_string(::getpid()));
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("corvane-status-" + std::to_string(::getpid()));
     const auto file = dir / "nested" / "status.json";
     EXPECT_EQ(readWorkerStatusFile(file), std::nullopt);
-    WorkerStatusRecord record{WorkerStatusPresentation::defaultFor(S::earning), "job-1", "s1", std::nullopt,
-                              "2026-11-23T07:00:00Z", 42};
+    WorkerStatusRecord record{WorkerStatusPresentation::defaultFor(S::earning),
+                              "job-1",
+                              "s1",
+                              std::nullopt,
+                              "2026-11-23T07:00:00Z",
+                              42};
     writeWorkerStatusFile(file, record);
     EXPECT_EQ(readWorkerStatusFile(file), record);
     EXPECT_EQ(std::filesystem::status(file).permissions() & std::filesystem::perms::all,
@@ -215,8 +241,9 @@ TEST(WorkerStatusFile, RoundTripsOwnerOnlyAndRefusesDamage) {
     EXPECT_EQ(describe(record),
               "Earning — Processing work\njob: job-1 / shard s1\nlast error: none\n"
               "updated: 2026-11-23T07:00:00Z (pid 42)\n");
-    for (const char* damaged : {"{\"status\": \"earning\"", "{\"status\": \"dancing\", \"label\": \"\", \"sub\": \"\", "
-                                                              "\"tooltip\": \"\"}",
+    for (const char* damaged : {"{\"status\": \"earning\"",
+                                "{\"status\": \"dancing\", \"label\": \"\", \"sub\": \"\", "
+                                "\"tooltip\": \"\"}",
                                 "[]", ""}) {
         SCOPED_TRACE(damaged);
         std::ofstream(file, std::ios::trunc) << damaged;

@@ -24,9 +24,13 @@ TEST(ConfigConcurrencyTest, TokenCacheAndDefaultsTakeCallsFromManyThreads) {
     for (int t = 0; t < 6; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 20; ++i) {
-                // Misses and hits of the same key race; the later write of the same value is harmless.
+                // Misses and hits of the same key race; the later write of the same value is
+                // harmless.
                 if (keychain.pythonWorkerToken("https://c.example", "w-0") == "token-0") ++found;
-                if (i == 10) keychain.storePythonWorkerToken("token-" + std::to_string(t), "https://c.example", "w-" + std::to_string(t + 1));
+                if (i == 10)
+                    keychain.storePythonWorkerToken("token-" + std::to_string(t),
+                                                    "https://c.example",
+                                                    "w-" + std::to_string(t + 1));
                 defaults.setInteger("counter." + std::to_string(t), i);
                 (void)defaults.integer("counter." + std::to_string((t + 1) % 6));
             }
@@ -35,11 +39,14 @@ TEST(ConfigConcurrencyTest, TokenCacheAndDefaultsTakeCallsFromManyThreads) {
     threads.clear();
     EXPECT_EQ(found.load(), 6 * 20);
     for (int t = 0; t < 6; ++t) {
-        EXPECT_EQ(keychain.pythonWorkerToken("https://c.example", "w-" + std::to_string(t + 1)), "token-" + std::to_string(t));
-        EXPECT_EQ(UserDefaults(dir / "user-defaults.json").integer("counter." + std::to_string(t)), 19);
+        EXPECT_EQ(keychain.pythonWorkerToken("https://c.example", "w-" + std::to_string(t + 1)),
+                  "token-" + std::to_string(t));
+        EXPECT_EQ(UserDefaults(dir / "user-defaults.json").integer("counter." + std::to_string(t)),
+                  19);
     }
     keychain.deleteAll();
-    EXPECT_EQ(keychain.pythonWorkerToken("https://c.example", "w-0"), "token-0") << "read again after the cache is cleared";
+    EXPECT_EQ(keychain.pythonWorkerToken("https://c.example", "w-0"), "token-0")
+        << "read again after the cache is cleared";
 }
 
 }  // namespace

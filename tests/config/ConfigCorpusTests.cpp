@@ -39,52 +39,79 @@ std::vector<bool> hours(bool (*open)(int)) {
 
 TEST(ConfigCorpusTest, EachFileReadsAsWritten) {
     const auto open = hours([](int) { return true; }), closed = hours([](int) { return false; });
-    const auto early = hours([](int h) { return h < 6; }), alternating = hours([](int h) { return h % 2 == 0; });
-    const std::tuple<const char*, const char*, const char*, std::function<void(WorkerSettings&)>> rows[] = {
-        {"01-template", "https://coordinator.example:8443", "w-7f3a", [](auto&) {}},
-        {"02-settings-saved", "https://coordinator.example:8443", "w-7f3a", [](auto& s) { s.pauseOnHeavyApp = false; }},
-        {"03-comments-unknown-keys", "https://coord.internal", "w-1",
-         [](auto& s) { s.payoutSchedule = "monthly", s.awayRamCeilingGB = 24; }},
-        {"04-flow-placeholders", "https://c.example", "w-2", [](auto&) {}},
-        // "Yes" is true, "maybe" is no Boolean, a quoted value followed by a comment keeps its quotes.
-        {"05-inline-comments-quotes", "https://o''brien.example", "abc",
-         [](auto& s) { s.idleMinutes = 5, s.awayCpuCeiling = 7.5, s.inUseRamCeilingGB = 8; }},
-        {"06-crlf", "https://coordinator.example:8443", "w-7f3a",
-         [&](auto& s) { s.idleMinutes = 4, s.scheduleGrid.weeklyGrid[6] = closed; }},
-        {"07-tabs", "https://tabs.example", "w-tab",
-         [](auto& s) { s.idleMinutes = 4, s.pauseOnMeeting = false, s.awayCpuCeiling = 80, s.inUseRamCeilingGB = 6; }},
-        {"08-bom", "https://bom.example", "w-bom", [](auto& s) { s.idleMinutes = 6, s.payoutMethod = "wire"; }},
-        // The first of duplicates wins; a repeated section is entered again; commented keys are not keys.
-        {"09-duplicates", "https://first.example", "w-first",
-         [](auto& s) { s.idleMinutes = 2, s.pauseOnMeeting = false, s.awayCpuCeiling = 40; }},
-        {"10-no-final-newline", "https://nf.example", "w-nf", [](auto& s) { s.idleMinutes = 8, s.awayCpuCeiling = 70; }},
-        {"11-block-grid-run-schedule", "https://old.example", "w-old",
-         [&](auto& s) { s.idleMinutes = 10, s.scheduleGrid.weeklyGrid.assign(7, alternating); }},
-        {"12-short-grid", "https://short.example", "w-short",
-         [&](auto& s) { s.scheduleGrid = ScheduleGrid::normalize({early, early, early, early, early, {true, true, false}}); }},
-        {"13-eight-rows", "https://eight.example", "w-8",
-         [&](auto& s) { s.scheduleGrid.weeklyGrid = {open, closed, open, closed, open, closed, open}; }},
-        {"14-out-of-range", "https://range.example", "w-range", [](auto&) {}},
-        {"15-minimal", "https://min.example", "w-min", [](auto&) {}},
-        // A row cut off before its bracket and a row with a word that isn't a Boolean read as recommended.
-        {"16-broken-grid-rows", "https://g.example", "w-g", [&](auto& s) { s.scheduleGrid.weeklyGrid[2] = closed; }},
-        {"17-block-grid-schedule", "https://block.example", "w-block",
-         [](auto& s) { s.scheduleGrid = ScheduleGrid::normalize({{true, false}, {false, true}}); }},
-        // Keys of other sections, longer names and values with a glued '#' are not the setting; an empty
-        // schedule grid gives way to run_schedule's, a filled one (17) does not.
-        {"18-section-scoping", "https://scope.example", "w-scope",
-         [](auto& s) { s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3, s.scheduleGrid = ScheduleGrid::normalize({{false}}); }},
-        {"19-odd-values", "https://odd.example", "w-odd",
-         [](auto& s) { s.pauseOnMeeting = false, s.awayRamCeilingGB = 100; }},
-        {"20-crlf-sparse", "https://crlf2.example", "w-crlf2", [](auto& s) { s.idleMinutes = 6; }},
-    };
+    const auto early = hours([](int h) { return h < 6; }),
+               alternating = hours([](int h) { return h % 2 == 0; });
+    const std::tuple<const char*, const char*, const char*, std::function<void(WorkerSettings&)>>
+        rows[] = {
+            {"01-template", "https://coordinator.example:8443", "w-7f3a", [](auto&) {}},
+            {"02-settings-saved", "https://coordinator.example:8443", "w-7f3a",
+             [](auto& s) { s.pauseOnHeavyApp = false; }},
+            {"03-comments-unknown-keys", "https://coord.internal", "w-1",
+             [](auto& s) { s.payoutSchedule = "monthly", s.awayRamCeilingGB = 24; }},
+            {"04-flow-placeholders", "https://c.example", "w-2", [](auto&) {}},
+            // "Yes" is true, "maybe" is no Boolean, a quoted value followed by a comment keeps its
+            // quotes.
+            {"05-inline-comments-quotes", "https://o''brien.example", "abc",
+             [](auto& s) { s.idleMinutes = 5, s.awayCpuCeiling = 7.5, s.inUseRamCeilingGB = 8; }},
+            {"06-crlf", "https://coordinator.example:8443", "w-7f3a",
+             [&](auto& s) { s.idleMinutes = 4, s.scheduleGrid.weeklyGrid[6] = closed; }},
+            {"07-tabs", "https://tabs.example", "w-tab",
+             [](auto& s) {
+                 s.idleMinutes = 4, s.pauseOnMeeting = false, s.awayCpuCeiling = 80,
+                 s.inUseRamCeilingGB = 6;
+             }},
+            {"08-bom", "https://bom.example", "w-bom",
+             [](auto& s) { s.idleMinutes = 6, s.payoutMethod = "wire"; }},
+            // The first of duplicates wins; a repeated section is entered again; commented keys are
+            // not keys.
+            {"09-duplicates", "https://first.example", "w-first",
+             [](auto& s) { s.idleMinutes = 2, s.pauseOnMeeting = false, s.awayCpuCeiling = 40; }},
+            {"10-no-final-newline", "https://nf.example", "w-nf",
+             [](auto& s) { s.idleMinutes = 8, s.awayCpuCeiling = 70; }},
+            {"11-block-grid-run-schedule", "https://old.example", "w-old",
+             [&](auto& s) {
+                 s.idleMinutes = 10, s.scheduleGrid.weeklyGrid.assign(7, alternating);
+             }},
+            {"12-short-grid", "https://short.example", "w-short",
+             [&](auto& s) {
+                 s.scheduleGrid = ScheduleGrid::normalize(
+                     {early, early, early, early, early, {true, true, false}});
+             }},
+            {"13-eight-rows", "https://eight.example", "w-8",
+             [&](auto& s) {
+                 s.scheduleGrid.weeklyGrid = {open, closed, open, closed, open, closed, open};
+             }},
+            {"14-out-of-range", "https://range.example", "w-range", [](auto&) {}},
+            {"15-minimal", "https://min.example", "w-min", [](auto&) {}},
+            // A row cut off before its bracket and a row with a word that isn't a Boolean read as
+            // recommended.
+            {"16-broken-grid-rows", "https://g.example", "w-g",
+             [&](auto& s) { s.scheduleGrid.weeklyGrid[2] = closed; }},
+            {"17-block-grid-schedule", "https://block.example", "w-block",
+             [](auto& s) {
+                 s.scheduleGrid = ScheduleGrid::normalize({{true, false}, {false, true}});
+             }},
+            // Keys of other sections, longer names and values with a glued '#' are not the setting;
+            // an empty schedule grid gives way to run_schedule's, a filled one (17) does not.
+            {"18-section-scoping", "https://scope.example", "w-scope",
+             [](auto& s) {
+                 s.pauseOnHeavyApp = false, s.awayRamCeilingGB = 3,
+                 s.scheduleGrid = ScheduleGrid::normalize({{false}});
+             }},
+            {"19-odd-values", "https://odd.example", "w-odd",
+             [](auto& s) { s.pauseOnMeeting = false, s.awayRamCeilingGB = 100; }},
+            {"20-crlf-sparse", "https://crlf2.example", "w-crlf2",
+             [](auto& s) { s.idleMinutes = 6; }},
+        };
     testing::LogCapture logs;
     for (const auto& [file, url, id, expect] : rows) {
-        auto text = readFile(std::filesystem::path(CORVANE_CONFIG_CORPUS_DIR) / (std::string(file) + ".yaml"));
+        auto text = readFile(std::filesystem::path(CORVANE_CONFIG_CORPUS_DIR) /
+                             (std::string(file) + ".yaml"));
         ASSERT_TRUE(text) << file;
         auto config = WorkerConfig::parse(*text);
         ASSERT_TRUE(config) << file;
-        EXPECT_EQ(config->coordinatorURL + " " + config->workerID, std::string(url) + " " + id) << file;
+        EXPECT_EQ(config->coordinatorURL + " " + config->workerID, std::string(url) + " " + id)
+            << file;
         WorkerSettings expected;
         expect(expected);
         EXPECT_EQ(WorkerConfigStore::parseSettings(*text), expected) << file;
@@ -104,7 +131,8 @@ struct Edit {
         auto text = cl::trimSpacesAndTabs(cl::content(line));
         // A grid edit also owns the rows of the old grid and blank lines between them.
         if (name == "grid" && (text.empty() || text.front() == '-')) return true;
-        return std::ranges::any_of(keys, [&](const std::string& key) { return cl::startsWith(text, key + ":"); });
+        return std::ranges::any_of(
+            keys, [&](const std::string& key) { return cl::startsWith(text, key + ":"); });
     }
 };
 
@@ -115,12 +143,19 @@ ScheduleGrid editedGrid() {
 }
 
 Edit nestedEdit(std::string section, std::string key, std::string value) {
-    return {key, [=](Lines& lines) { configyaml::setNestedScalar(section, key, value, lines); }, {section, key}, 2,
-            [=](std::string_view text) { return configyaml::scalarTop(section, key, text) == value; }};
+    return {
+        key,
+        [=](Lines& lines) { configyaml::setNestedScalar(section, key, value, lines); },
+        {section, key},
+        2,
+        [=](std::string_view text) { return configyaml::scalarTop(section, key, text) == value; }};
 }
 
 Edit flatEdit(std::string key, std::string value) {
-    return {key, [=](Lines& lines) { configyaml::setFlatScalar(key, value, lines); }, {key}, 1,
+    return {key,
+            [=](Lines& lines) { configyaml::setFlatScalar(key, value, lines); },
+            {key},
+            1,
             [=](std::string_view text) { return configyaml::scalarFlat(key, text) == value; }};
 }
 
@@ -138,22 +173,29 @@ std::vector<Edit> allEdits() {
         nestedEdit("resource_policy", "away_ram_ceiling_gb", "30"),
         nestedEdit("resource_policy", "in_use_cpu_ceiling_pct", "15"),
         nestedEdit("resource_policy", "in_use_ram_ceiling_gb", "6"),
-        {"grid", [](Lines& lines) { configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", editedGrid(), lines); },
-         {"schedule", "weekly_grid"}, 64,
+        {"grid",
+         [](Lines& lines) {
+             configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", editedGrid(), lines);
+         },
+         {"schedule", "weekly_grid"},
+         64,
          [](std::string_view text) {
              auto rows = configyaml::nestedWeeklyGrid("schedule", "weekly_grid", text);
              return rows && rows->size() == 7 && ScheduleGrid::normalize(*rows) == editedGrid();
          }},
         {"enrolment identity",
          [writer](Lines& lines) {
-             WorkerConfigWriter::setOrInsertTopLevelScalar("coordinator_url", "'https://new.example:9000'", lines);
+             WorkerConfigWriter::setOrInsertTopLevelScalar("coordinator_url",
+                                                           "'https://new.example:9000'", lines);
              WorkerConfigWriter::setOrInsertTopLevelScalar("worker_id", "'w-new'", lines);
              writer.replaceWorkerTokenKeychainBlock(lines);
          },
-         {"coordinator_url", "worker_id", "worker_token_keychain", "service", "account"}, 5,
+         {"coordinator_url", "worker_id", "worker_token_keychain", "service", "account"},
+         5,
          [](std::string_view text) {
              auto config = WorkerConfig::parse(text);
-             return config && config->coordinatorURL == "https://new.example:9000" && config->workerID == "w-new";
+             return config && config->coordinatorURL == "https://new.example:9000" &&
+                    config->workerID == "w-new";
          }},
     };
 }
@@ -166,15 +208,22 @@ std::string applyChecked(const std::string& text, const Edit& edit, const std::s
     edit.apply(after);
     auto result = cl::withBom(hasBom, cl::join(after));
     auto diff = testing::diffLines(before, after);
-    for (const auto& line : diff.removed) EXPECT_TRUE(edit.owns(line)) << where << ": removed \"" << line << "\"";
-    for (const auto& line : diff.added) EXPECT_TRUE(edit.owns(line)) << where << ": added \"" << line << "\"";
+    for (const auto& line : diff.removed)
+        EXPECT_TRUE(edit.owns(line)) << where << ": removed \"" << line << "\"";
+    for (const auto& line : diff.added)
+        EXPECT_TRUE(edit.owns(line)) << where << ": added \"" << line << "\"";
     EXPECT_LE(diff.removed.size(), edit.maxRemoved) << where;
     const bool crlf = cl::usesCrlf(before);  // inserted lines take the file's line ends too
-    for (const auto& line : after) EXPECT_TRUE(line.empty() || line.ends_with('\r') == crlf) << where << ": \"" << line << "\"";
-    for (size_t i = 0; i + 1 < after.size(); ++i) {  // a key written under "section: {}" would be no YAML
+    for (const auto& line : after)
+        EXPECT_TRUE(line.empty() || line.ends_with('\r') == crlf)
+            << where << ": \"" << line << "\"";
+    for (size_t i = 0; i + 1 < after.size();
+         ++i) {  // a key written under "section: {}" would be no YAML
         auto text = cl::content(after[i]);
-        bool placeholder = text.ends_with(": {}") || text.ends_with(": null") || text.ends_with(": ~");
-        EXPECT_FALSE(placeholder && cl::isIndented(after[i + 1])) << where << ": a block under \"" << text << "\"";
+        bool placeholder =
+            text.ends_with(": {}") || text.ends_with(": null") || text.ends_with(": ~");
+        EXPECT_FALSE(placeholder && cl::isIndented(after[i + 1]))
+            << where << ": a block under \"" << text << "\"";
     }
     EXPECT_TRUE(edit.readsBack(result)) << where << "\n" << result;
     EXPECT_EQ(hasBom, cl::splitBom(result).hasBom) << where;
@@ -189,7 +238,8 @@ TEST(ConfigCorpusTest, EditsChangeOnlyTheirOwnLinesAloneAndInSequence) {
         const auto name = file.filename().string();
         for (const auto& edit : edits) {
             auto once = applyChecked(original, edit, name + " / " + edit.name);
-            EXPECT_EQ(applyChecked(once, edit, name + " / " + edit.name + " again"), once) << "a repeat changes nothing";
+            EXPECT_EQ(applyChecked(once, edit, name + " / " + edit.name + " again"), once)
+                << "a repeat changes nothing";
         }
         // Forward and backward through all edits: later ones don't disturb earlier ones.
         for (bool backward : {false, true}) {
@@ -198,7 +248,8 @@ TEST(ConfigCorpusTest, EditsChangeOnlyTheirOwnLinesAloneAndInSequence) {
                 const auto& edit = edits[backward ? edits.size() - 1 - i : i];
                 text = applyChecked(text, edit, name + " / sequence / " + edit.name);
             }
-            for (const auto& edit : edits) EXPECT_TRUE(edit.readsBack(text)) << name << " / " << edit.name;
+            for (const auto& edit : edits)
+                EXPECT_TRUE(edit.readsBack(text)) << name << " / " << edit.name;
         }
     }
 }

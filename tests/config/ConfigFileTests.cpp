@@ -1,10 +1,10 @@
 #include "CorvaneApp/config/ConfigFile.h"
 
-#include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace corvane {
 namespace {
 
 class ConfigFileTest : public ::testing::Test {
-protected:
+  protected:
     size_t entryCount() const {
         auto entries = std::filesystem::directory_iterator(dir_.path());
         return static_cast<size_t>(std::distance(begin(entries), end(entries)));
@@ -49,7 +49,8 @@ protected:
 TEST_F(ConfigFileTest, CrashOrFailureBeforeTheRenameLeavesTheOldFileWhole) {
     auto path = dir_.write("config.yaml", oldText);
     int status = writeInLimitedChild(path, /*crash=*/false);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << "expected an EFBIG error, status " << status;
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3)
+        << "expected an EFBIG error, status " << status;
     EXPECT_EQ(configfile::read(path), oldText);
     EXPECT_EQ(entryCount(), 1u) << "a failed write removes its temp file";
 

@@ -12,12 +12,14 @@ struct Diff {
     std::vector<std::string> removed, added;
 };
 
-inline Diff diffLines(const std::vector<std::string>& before, const std::vector<std::string>& after) {
+inline Diff diffLines(const std::vector<std::string>& before,
+                      const std::vector<std::string>& after) {
     size_t n = before.size(), m = after.size();
     std::vector<std::vector<int>> common(n + 1, std::vector<int>(m + 1, 0));
     for (size_t i = n; i-- > 0;) {
         for (size_t j = m; j-- > 0;) {
-            common[i][j] = before[i] == after[j] ? common[i + 1][j + 1] + 1 : std::max(common[i + 1][j], common[i][j + 1]);
+            common[i][j] = before[i] == after[j] ? common[i + 1][j + 1] + 1
+                                                 : std::max(common[i + 1][j], common[i][j + 1]);
         }
     }
     Diff diff;

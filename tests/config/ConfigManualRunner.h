@@ -10,7 +10,7 @@
 namespace corvane::testing {
 
 class ManualBackgroundRunner final : public BackgroundRunner {
-public:
+  public:
     std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) override {
         queue_.push_back(std::make_shared<Pending>(Pending{std::move(body), {}}));
         return std::make_unique<Job>(queue_.back());
@@ -26,9 +26,11 @@ public:
         return true;
     }
     // The app model's suite checks that a superseded refresh is cancelled before it runs.
-    bool nextIsCancelled() const { return !queue_.empty() && queue_.front()->stop.stop_requested(); }
+    bool nextIsCancelled() const {
+        return !queue_.empty() && queue_.front()->stop.stop_requested();
+    }
 
-private:
+  private:
     struct Pending {
         std::function<void(std::stop_token)> body;
         std::stop_source stop;

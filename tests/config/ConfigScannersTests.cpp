@@ -11,9 +11,11 @@ namespace corvane::configyaml {
 namespace {
 
 TEST(ConfigScannersTest, IdentityReadsCutCommentsUnlikeTheSettingReads) {
-    const std::string yaml = "coordinator_url: 'https://o''brien.example/#frag'\nempty: ''\n  worker_id: nested\n";
+    const std::string yaml =
+        "coordinator_url: 'https://o''brien.example/#frag'\nempty: ''\n  worker_id: nested\n";
     // The identity reader cuts at the first '#', quote or not; doubled quotes stay doubled.
-    EXPECT_EQ(WorkerConfig::extractTopLevelString("coordinator_url", yaml), "'https://o''brien.example/");
+    EXPECT_EQ(WorkerConfig::extractTopLevelString("coordinator_url", yaml),
+              "'https://o''brien.example/");
     EXPECT_EQ(scalarFlat("coordinator_url", yaml), "https://o''brien.example/#frag");
     EXPECT_EQ(WorkerConfig::extractTopLevelString("empty", yaml), std::nullopt);
     EXPECT_EQ(scalarFlat("worker_id", yaml), std::nullopt);
@@ -25,7 +27,8 @@ TEST(ConfigScannersTest, IdentityReadsCutCommentsUnlikeTheSettingReads) {
 }
 
 TEST(ScheduleGridTest, CellsOutsideTheWeekNeitherChangeNorBreakTheGrid) {
-    auto grid = ScheduleGrid::normalize(std::vector<std::vector<bool>>(7, std::vector<bool>(30, false)));
+    auto grid =
+        ScheduleGrid::normalize(std::vector<std::vector<bool>>(7, std::vector<bool>(30, false)));
     for (const auto& row : grid.weeklyGrid) EXPECT_EQ(row.size(), 24u);
     const auto before = grid;
     for (auto [day, hour] : {std::pair{7, 0}, {0, 24}, {-1, 3}, {2, -1}}) {
@@ -33,12 +36,12 @@ TEST(ScheduleGridTest, CellsOutsideTheWeekNeitherChangeNorBreakTheGrid) {
         EXPECT_EQ(grid, before) << day << "/" << hour;
     }
 
-    ScheduleGrid ragged{{{false}}};  // a stored grid from an old file
-    EXPECT_TRUE(ragged.isAllowed(9, 10));   // outside the week: the recommended answer
-    EXPECT_FALSE(ragged.isAllowed(0, 9));   // missing cells read from recommended
+    ScheduleGrid ragged{{{false}}};        // a stored grid from an old file
+    EXPECT_TRUE(ragged.isAllowed(9, 10));  // outside the week: the recommended answer
+    EXPECT_FALSE(ragged.isAllowed(0, 9));  // missing cells read from recommended
     ragged.setAllowed(false, 3, 20);
     EXPECT_FALSE(ragged.isAllowed(3, 20));
-    EXPECT_FALSE(ragged.isAllowed(0, 0));   // kept through completion
+    EXPECT_FALSE(ragged.isAllowed(0, 0));  // kept through completion
     EXPECT_EQ(ScheduleGrid::normalize({}), ScheduleGrid::recommended());
 }
 

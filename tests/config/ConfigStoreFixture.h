@@ -9,9 +9,9 @@
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
 #include "tests/config/ConfigManualRunner.h"
-#include "tests/support/ScratchFolder.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualExecutor.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane::testing {
 
@@ -27,23 +27,28 @@ inline const std::string kEnrolled =
     "future_key: keep me\n";
 
 class ConfigStoreFixture : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         writeConfig(kEnrolled);
         makeStore();
     }
     std::filesystem::path configPath() const { return dir_ / "home/.varnix-compute/config.yaml"; }
-    void writeConfig(const std::string& text) { dir_.write("home/.varnix-compute/config.yaml", text); }
+    void writeConfig(const std::string& text) {
+        dir_.write("home/.varnix-compute/config.yaml", text);
+    }
     std::string configText() const { return readFile(configPath()).value_or("<missing>"); }
     std::optional<std::string> onDisk(std::string_view section, std::string_view key) const {
         return configyaml::scalarTop(section, key, configText());
     }
-    std::optional<std::string> onDisk(std::string_view key) const { return configyaml::scalarFlat(key, configText()); }
+    std::optional<std::string> onDisk(std::string_view key) const {
+        return configyaml::scalarFlat(key, configText());
+    }
 
     WorkerConfigStore& makeStore(DataMode mode = DataMode::real) {
         store_ = std::make_unique<WorkerConfigStore>(
             executor_, defaults_, runner_,
-            WorkerConfigStore::Options{configPath(), [] { return std::optional<double>(0); }, mode});
+            WorkerConfigStore::Options{configPath(), [] { return std::optional<double>(0); },
+                                       mode});
         return *store_;
     }
     void choose(const std::string& method, const std::string& schedule) {

@@ -1,16 +1,16 @@
 #include "CorvaneApp/config/KeychainStore.h"
 
+#include <sys/stat.h>
 #include <csignal>
 #include <cstdio>
-#include <sys/stat.h>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "CorvaneApp/config/FileCredentialBackend.h"
 #include "CorvaneApp/config/SecretServiceBackend.h"
-#include "tests/support/ScratchFolder.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane {
 namespace {
@@ -32,14 +32,14 @@ std::vector<std::string> outputOf(const std::string& command) {
 }
 
 class ScopedBusAddress {
-public:
+  public:
     explicit ScopedBusAddress(const char* value) {
         if (const char* old = std::getenv(kName)) previous_ = old;
         value ? ::setenv(kName, value, 1) : ::unsetenv(kName);
     }
     ~ScopedBusAddress() { previous_ ? ::setenv(kName, previous_->c_str(), 1) : ::unsetenv(kName); }
 
-private:
+  private:
     static constexpr const char* kName = "DBUS_SESSION_BUS_ADDRESS";
     std::optional<std::string> previous_;
 };
@@ -50,7 +50,9 @@ struct PrivateSecretService {
     // Null, with `reason` saying why, when the daemons are missing or don't come up.
     static std::unique_ptr<PrivateSecretService> start(std::string& reason) {
         if (outputOf("command -v dbus-daemon; command -v gnome-keyring-daemon").size() < 2) {
-            reason = "dbus-daemon or gnome-keyring-daemon is not installed (the test script installs them)";
+            reason =
+                "dbus-daemon or gnome-keyring-daemon is not installed (the test script installs "
+                "them)";
             return nullptr;
         }
         auto service = std::make_unique<PrivateSecretService>();
@@ -58,20 +60,24 @@ struct PrivateSecretService {
         const auto log = (home / "daemons.log").string();
         auto fail = [&](const std::string& why) {
             auto said = readFile(log).value_or("");
-            reason = why + "; daemons said: " + (said.size() > 400 ? said.substr(said.size() - 400) : said);
+            reason = why + "; daemons said: " +
+                     (said.size() > 400 ? said.substr(said.size() - 400) : said);
             return nullptr;
         };
         std::filesystem::create_directories(home / "run");
         ::chmod((home / "run").c_str(), 0700);
-        const std::string env = "env HOME='" + home.string() + "' XDG_DATA_HOME='" + (home / "data").string() +
-                                "' XDG_RUNTIME_DIR='" + (home / "run").string() + "' ";
-        auto bus = outputOf(env + "dbus-daemon --session --fork --print-address=1 --print-pid=1 2>>'" + log + "'");
+        const std::string env = "env HOME='" + home.string() + "' XDG_DATA_HOME='" +
+                                (home / "data").string() + "' XDG_RUNTIME_DIR='" +
+                                (home / "run").string() + "' ";
+        auto bus = outputOf(
+            env + "dbus-daemon --session --fork --print-address=1 --print-pid=1 2>>'" + log + "'");
         if (bus.size() < 2) return fail("dbus-daemon did not start");
         service->pids[0] = std::atoi(bus[1].c_str());
         // --unlock reads the new login keyring's password from stdin; $! is the daemon's own pid.
-        auto keyring = outputOf("printf corvane-test | " + env + "DBUS_SESSION_BUS_ADDRESS='" + bus[0] +
-                                "' gnome-keyring-daemon --foreground --unlock --components=secrets >/dev/null 2>>'" +
-                                log + "' & echo $!");
+        auto keyring = outputOf(
+            "printf corvane-test | " + env + "DBUS_SESSION_BUS_ADDRESS='" + bus[0] +
+            "' gnome-keyring-daemon --foreground --unlock --components=secrets >/dev/null 2>>'" +
+            log + "' & echo $!");
         if (keyring.empty()) return fail("gnome-keyring-daemon did not start");
         service->pids[1] = std::atoi(keyring[0].c_str());
         service->address.emplace(bus[0].c_str());
@@ -82,7 +88,8 @@ struct PrivateSecretService {
             if (attempt) std::this_thread::sleep_for(std::chrono::milliseconds(100));
             probe = SecretServiceBackend::probe(/*displayAvailable=*/false);
         }
-        if (!probe.usable) return fail("the private Secret Service never became usable: " + probe.reason);
+        if (!probe.usable)
+            return fail("the private Secret Service never became usable: " + probe.reason);
         return service;
     }
     ~PrivateSecretService() {
@@ -104,20 +111,23 @@ TEST(KeychainServiceNameTest, FollowsTheDaemonNaming) {
         {"https://coordinator.example:port/", "https://coordinator.example:port/"},
     };
     for (const auto& [url, inside] : rows) {
-        EXPECT_EQ(KeychainStore::pythonServiceName(url), "VarnixCompute Worker (" + std::string(inside) + ")") << url;
+        EXPECT_EQ(KeychainStore::pythonServiceName(url),
+                  "VarnixCompute Worker (" + std::string(inside) + ")")
+            << url;
     }
 }
 
 // The same behaviour, once over the file store and once over a real Secret Service.
 class KeychainStoreTest : public ::testing::TestWithParam<std::string> {
-protected:
+  protected:
     static void TearDownTestSuite() { secretService_.reset(); }
 
     void SetUp() override {
         if (GetParam() == "file") {
             backend_ = std::make_shared<FileCredentialBackend>(dir_ / "varnix/credentials");
         } else {
-            if (!secretService_ && skipReason_.empty()) secretService_ = PrivateSecretService::start(skipReason_);
+            if (!secretService_ && skipReason_.empty())
+                secretService_ = PrivateSecretService::start(skipReason_);
             if (!secretService_) GTEST_SKIP() << "no private Secret Service: " << skipReason_;
             backend_ = std::make_shared<SecretServiceBackend>();
             // Items of an earlier case in this suite's keyring go first.
@@ -139,32 +149,39 @@ protected:
 
 TEST_P(KeychainStoreTest, TokenIsOneItemServedFromTheCache) {
     EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), std::nullopt);
-    EXPECT_TRUE(logs_.contains("Keychain read miss/failure for service=" + kService + " account=w-1 status="));
+    EXPECT_TRUE(logs_.contains("Keychain read miss/failure for service=" + kService +
+                               " account=w-1 status="));
     ASSERT_EQ(backend_->write(kService, "w-1", "first"), 0);
     EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), "first") << "a miss is not cached";
 
-    EXPECT_EQ(store_->storePythonWorkerToken(kToken, kURL, "w-1"), (WorkerTokenKeychainRef{kService, "w-1"}));
+    EXPECT_EQ(store_->storePythonWorkerToken(kToken, kURL, "w-1"),
+              (WorkerTokenKeychainRef{kService, "w-1"}));
     EXPECT_EQ(backend_->itemCount(kService, "w-1"), 1) << "storing again updates the one item";
     KeychainStore restarted(backend_);
     EXPECT_EQ(restarted.pythonWorkerToken(kURL, "w-1"), kToken) << "a restart reads it back";
     backend_->remove(kService, "w-1");
-    EXPECT_EQ(store_->pythonWorkerToken("http://coordinator.example:8443/other", "w-1"), kToken) << "from the cache";
+    EXPECT_EQ(store_->pythonWorkerToken("http://coordinator.example:8443/other", "w-1"), kToken)
+        << "from the cache";
     EXPECT_EQ(restarted.pythonWorkerToken(kURL, "w-1"), kToken) << "from the cache";
     store_->deleteItem(kService, "w-1");
-    EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), std::nullopt) << "a deleted token leaves the cache too";
+    EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), std::nullopt)
+        << "a deleted token leaves the cache too";
 
     store_->write("svc", "acct", std::string("\xC3\x28 bad", 6));
     EXPECT_EQ(store_->read("svc", "acct"), std::nullopt);
-    EXPECT_TRUE(logs_.contains("Keychain read returned undecodable data for service=svc account=acct"));
+    EXPECT_TRUE(
+        logs_.contains("Keychain read returned undecodable data for service=svc account=acct"));
 }
 
 TEST_P(KeychainStoreTest, DeleteAllClearsLegacyItemsAndTheCacheOnly) {
     store_->storePythonWorkerToken(kToken, kURL, "w-1");
     store_->write(kService, "w-2", "another worker's");
-    for (const char* account : {"worker_id", "worker_token", "other"}) store_->write(KeychainStore::legacyService, account, "x");
+    for (const char* account : {"worker_id", "worker_token", "other"})
+        store_->write(KeychainStore::legacyService, account, "x");
     backend_->remove(kService, "w-1");  // now only in the cache
     store_->deleteAll();
-    for (const char* account : {"worker_id", "worker_token", "other"}) EXPECT_EQ(store_->read(account), std::nullopt);
+    for (const char* account : {"worker_id", "worker_token", "other"})
+        EXPECT_EQ(store_->read(account), std::nullopt);
     EXPECT_EQ(store_->pythonWorkerToken(kURL, "w-1"), std::nullopt) << "the cache was emptied";
     EXPECT_EQ(store_->read(kService, "w-2"), "another worker's") << "token items stay";
     store_->deleteItem(kService, "w-2");
@@ -209,7 +226,8 @@ TEST(FileCredentialStoreTest, KeepsTheTokenPrivateThroughDamageAndFailedWrites) 
         store.storePythonWorkerToken(kToken, kURL, "w-1");
         ADD_FAILURE() << "the write should have failed";
     } catch (const KeychainWriteError& error) {
-        EXPECT_EQ(std::string(error.what()), "Keyring write failed (OSStatus " + std::to_string(error.status()) + ")");
+        EXPECT_EQ(std::string(error.what()),
+                  "Keyring write failed (OSStatus " + std::to_string(error.status()) + ")");
         EXPECT_NE(error.status(), 0);
     }
     EXPECT_EQ(store.pythonWorkerToken(kURL, "w-1"), "old-token");

@@ -15,8 +15,8 @@ namespace {
 
 // What the account client does with the coordinator's answers to a payout-preference PUT,
 // reduced to the cases the store acts on.
-void putPayoutPrefs(const http::Session& session, const std::string& baseURL, const PayoutPrefsSyncPayload& pair,
-                    std::stop_token stop) {
+void putPayoutPrefs(const http::Session& session, const std::string& baseURL,
+                    const PayoutPrefsSyncPayload& pair, std::stop_token stop) {
     http::Request request;
     request.method = "PUT";
     request.url = baseURL + "/api/v1/workers/me/payout-prefs";
@@ -28,7 +28,8 @@ void putPayoutPrefs(const http::Session& session, const std::string& baseURL, co
     auto response = session.send(request, stop);
     auto body = nlohmann::json::parse(response.body, nullptr, false);
     auto text = [&](const char* key) -> std::optional<std::string> {
-        if (body.is_object() && body.contains(key) && body[key].is_string()) return body[key].get<std::string>();
+        if (body.is_object() && body.contains(key) && body[key].is_string())
+            return body[key].get<std::string>();
         return std::nullopt;
     };
     if (response.status == 400 && text("required_setup")) {
@@ -41,7 +42,7 @@ void putPayoutPrefs(const http::Session& session, const std::string& baseURL, co
 }
 
 class PayoutPrefsConversationTest : public testing::ConfigStoreFixture {
-protected:
+  protected:
     void SetUp() override {
         ConfigStoreFixture::SetUp();
         store_->setPayoutPrefsHooks({
@@ -52,21 +53,26 @@ protected:
             [this](std::stop_token) -> std::optional<PayoutPrefsSyncPayload> {
                 ++fetches_;
                 if (networkDown_) return std::nullopt;
-                return PayoutPrefsSyncPayload{coordinator_.payoutPrefs().method, coordinator_.payoutPrefs().schedule};
+                return PayoutPrefsSyncPayload{coordinator_.payoutPrefs().method,
+                                              coordinator_.payoutPrefs().schedule};
             },
         });
     }
 
-    std::pair<std::string, std::string> onScreen() const { return {store_->payoutMethod(), store_->payoutSchedule()}; }
+    std::pair<std::string, std::string> onScreen() const {
+        return {store_->payoutMethod(), store_->payoutSchedule()};
+    }
     std::pair<std::string, std::string> onDiskPair() const {
-        return {onDisk("payout_method").value_or("<none>"), onDisk("payout_schedule").value_or("<none>")};
+        return {onDisk("payout_method").value_or("<none>"),
+                onDisk("payout_schedule").value_or("<none>")};
     }
     std::pair<std::string, std::string> atCoordinator() const {
         auto prefs = coordinator_.payoutPrefs();
         return {prefs.method, prefs.schedule};
     }
     auto putCount() const {
-        return std::ranges::count_if(coordinator_.requests(), [](const auto& request) { return request.method == "PUT"; });
+        return std::ranges::count_if(coordinator_.requests(),
+                                     [](const auto& request) { return request.method == "PUT"; });
     }
 
     const std::string baselineKey = "worker-config-store.payout-prefs.method.https://c.example|w-1";
@@ -121,7 +127,8 @@ TEST_F(PayoutPrefsConversationTest, OwnerSessionAgainstTheLocalCoordinator) {
     EXPECT_EQ(runner_.pendingCount(), 0u) << "no retry loop: the retry waits for its trigger";
     store_->retryPendingPayoutPrefsSyncIfNeeded();
     finishBackground();
-    EXPECT_TRUE(logs_.contains("WorkerConfigStore payout prefs sync failed: The request timed out."));
+    EXPECT_TRUE(
+        logs_.contains("WorkerConfigStore payout prefs sync failed: The request timed out."));
     EXPECT_EQ(onScreen(), (std::pair<std::string, std::string>{"ach", "biweekly"}));
     EXPECT_TRUE(store_->queuedPayoutPrefsSync());
     store_->retryPendingPayoutPrefsSyncIfNeeded();
@@ -152,7 +159,8 @@ TEST_F(PayoutPrefsConversationTest, RefusalWithoutABaselineFetchesOneOrFallsBack
     finishBackground();  // the baseline fetch
     EXPECT_EQ(fetches_, 1);
     EXPECT_EQ(onScreen(), (std::pair<std::string, std::string>{"wire", "monthly"}));
-    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"), (PayoutPrefsSyncPayload{"wire", "monthly"}));
+    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"),
+              (PayoutPrefsSyncPayload{"wire", "monthly"}));
 
     defaults_.remove(baselineKey);
     networkDown_ = true;
@@ -160,9 +168,11 @@ TEST_F(PayoutPrefsConversationTest, RefusalWithoutABaselineFetchesOneOrFallsBack
     finishBackground();
     finishBackground();
     EXPECT_EQ(onDiskPair(), (std::pair<std::string, std::string>{"ach", "weekly"}));
-    EXPECT_EQ(store_->payoutPrefsSyncBannerText(),
-              "Couldn’t restore payout settings from the coordinator. Reverted to ACH weekly defaults.");
-    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"), (PayoutPrefsSyncPayload{"ach", "weekly"}));
+    EXPECT_EQ(
+        store_->payoutPrefsSyncBannerText(),
+        "Couldn’t restore payout settings from the coordinator. Reverted to ACH weekly defaults.");
+    EXPECT_EQ(store_->lastSyncedPayoutPrefs("https://c.example|w-1"),
+              (PayoutPrefsSyncPayload{"ach", "weekly"}));
 }
 
 }  // namespace

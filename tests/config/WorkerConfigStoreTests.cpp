@@ -1,7 +1,7 @@
 #include "CorvaneApp/config/WorkerConfigStore.h"
 
-#include <cmath>
 #include <sys/stat.h>
+#include <cmath>
 
 #include <gtest/gtest.h>
 
@@ -92,7 +92,8 @@ TEST_F(WorkerConfigStoreTest, WithoutAFileChangesStayInMemoryUntilEnrolmentWrite
     EXPECT_EQ(store.saveCount(), 0);
     EXPECT_EQ(store.idleMinutes(), 9);
     EXPECT_FALSE(std::filesystem::exists(configPath())) << "the store never creates the file";
-    EXPECT_TRUE(logs_.contains("WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)"));
+    EXPECT_TRUE(logs_.contains(
+        "WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)"));
 
     // The next change picks up the new file's settings and keeps the unsaved edit.
     writeConfig(kEnrolled + "resource_policy:\n  away_cpu_ceiling_pct: 44\n");
@@ -119,7 +120,9 @@ TEST_F(WorkerConfigStoreTest, ExternalEditsAndReload) {
     // reload applies the file without dirtying anything; a removed key returns to its default.
     std::vector<Field> heard;
     auto subscription = store.observe([&](Field field) { heard.push_back(field); });
-    writeConfig("coordinator_url: 'https://c.example'\nworker_id: 'w-1'\nidle_detection:\n  min_idle_minutes: 8\n");
+    writeConfig(
+        "coordinator_url: 'https://c.example'\nworker_id: 'w-1'\nidle_detection:\n  "
+        "min_idle_minutes: 8\n");
     store.reload();
     EXPECT_EQ(store.idleMinutes(), 8);
     EXPECT_TRUE(store.pauseOnMeeting());

@@ -7,8 +7,8 @@
 #include "CorvaneApp/config/ConfigLines.h"
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfig.h"
-#include "tests/support/ScratchFolder.h"
 #include "tests/eligibility/ScopedTimeZone.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace corvane {
 namespace {
@@ -16,15 +16,19 @@ namespace {
 namespace cl = configlines;
 
 class WorkerConfigWriterTest : public ::testing::Test {
-protected:
-    static WorkerConfigWriter writer(std::string url = "https://coordinator.example:8443", std::string id = "w-42") {
+  protected:
+    static WorkerConfigWriter writer(std::string url = "https://coordinator.example:8443",
+                                     std::string id = "w-42") {
         OnboardingConfiguration configuration;
         configuration.minIdleMinutes = 7;
         configuration.requireACPower = false;
         configuration.preset = OnboardingSchedulePreset::custom;
-        configuration.schedule = {true, dateFromUnixSeconds(22 * 3600), dateFromUnixSeconds(6 * 3600 + 30 * 60)};
-        return WorkerConfigWriter{std::move(url), std::move(id), {"Svc (h)", "w-42"}, configuration,
-                                  [] { return dateFromUnixSeconds(1'794'862'853); }};  // 2026-11-16T21:00:53Z
+        configuration.schedule = {true, dateFromUnixSeconds(22 * 3600),
+                                  dateFromUnixSeconds(6 * 3600 + 30 * 60)};
+        return WorkerConfigWriter{
+            std::move(url), std::move(id), {"Svc (h)", "w-42"}, configuration, [] {
+                return dateFromUnixSeconds(1'794'862'853);
+            }};  // 2026-11-16T21:00:53Z
     }
 
     testing::ScopedTimeZone utc_{"UTC"};  // the schedule's times are local
@@ -58,9 +62,17 @@ TEST_F(WorkerConfigWriterTest, BuildYAMLUpdatesOnlyTheIdentityLines) {
         "\n"
         "unknown_key: [1, 2]\n";
     const std::vector<std::string> expected{
-        "onboarding_completed_at: '2026-11-16T21:00:53Z'", "coordinator_url: 'https://coordinator.example:8443'",
-        "worker_id: 'w-42'", "idle_detection:", "  worker_id: 'nested'",
-        "worker_token_keychain:", "  service: 'Svc (h)'", "  account: 'w-42'", "", "unknown_key: [1, 2]", "",
+        "onboarding_completed_at: '2026-11-16T21:00:53Z'",
+        "coordinator_url: 'https://coordinator.example:8443'",
+        "worker_id: 'w-42'",
+        "idle_detection:",
+        "  worker_id: 'nested'",
+        "worker_token_keychain:",
+        "  service: 'Svc (h)'",
+        "  account: 'w-42'",
+        "",
+        "unknown_key: [1, 2]",
+        "",
     };
     EXPECT_EQ(cl::split(writer().buildYAML(base)), expected);
 }

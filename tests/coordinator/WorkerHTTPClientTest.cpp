@@ -13,12 +13,13 @@ using Kind = WorkerHTTPError::Kind;
 using dev::ScriptedReply;
 
 class WorkerHTTPClientTest : public ::testing::Test {
-protected:
+  protected:
     WorkerHTTPClientTest() : coordinator(dev::DevCoordinator::Options{}) {}
 
     WorkerHTTPClient client(std::string base = "", std::optional<std::string> version = "1.2.3",
                             http::SessionConfig session = {30, 120, 30}) {
-        return WorkerHTTPClient(base.empty() ? coordinator.baseURL() : base, "dev-token", "worker-7", version,
+        return WorkerHTTPClient(base.empty() ? coordinator.baseURL() : base, "dev-token",
+                                "worker-7", version,
                                 std::make_shared<const http::Session>(session));
     }
 
@@ -35,7 +36,8 @@ protected:
     }
 
     static std::string claimJSON(const std::string& job) {
-        return R"({"job_id":")" + job + R"(","job_type":"transcription","audio_url":"http://x/a.wav"})";
+        return R"({"job_id":")" + job +
+               R"(","job_type":"transcription","audio_url":"http://x/a.wav"})";
     }
 
     dev::DevCoordinator coordinator;
@@ -56,19 +58,48 @@ TEST_F(WorkerHTTPClientTest, PollStatusesMapToTheirErrorsWithTheUsersTexts) {
         std::string text;
     };
     std::vector<Row> rows{
-        {"401", {401, {}, R"({"detail":"bad token"})"}, Kind::unauthorized, "Worker token rejected by coordinator"},
-        {"404 with detail", {404, {}, R"({"detail":"no such pool"})"}, Kind::httpError, "HTTP 404: no such pool"},
-        {"409 min version", {409, {}, R"({"reason":"old","min_version":"2.0","download_url":"https://d"})"}, Kind::versionTooOld,
+        {"401",
+         {401, {}, R"({"detail":"bad token"})"},
+         Kind::unauthorized,
+         "Worker token rejected by coordinator"},
+        {"404 with detail",
+         {404, {}, R"({"detail":"no such pool"})"},
+         Kind::httpError,
+         "HTTP 404: no such pool"},
+        {"409 min version",
+         {409, {}, R"({"reason":"old","min_version":"2.0","download_url":"https://d"})"},
+         Kind::versionTooOld,
          "Worker version too old; minimum required version is 2.0"},
         {"409 undecodable", {409, {}, "<html>"}, Kind::versionTooOld, "Worker version too old"},
-        {"429 seconds", {429, {{"Retry-After", "120"}}, ""}, Kind::rateLimited, "Worker poll rate-limited; retrying in 120s"},
-        {"429 http date", {429, {{"Retry-After", "Wed, 21 Oct 2015 07:28:00 GMT"}}, ""}, Kind::rateLimited, "Worker poll rate-limited"},
-        {"429 garbage", {429, {{"Retry-After", "soon"}}, ""}, Kind::rateLimited, "Worker poll rate-limited"},
-        {"503", {503, {{"Retry-After", "60"}}, ""}, Kind::maintenanceMode, "Coordinator in maintenance mode; retrying in 60s"},
+        {"429 seconds",
+         {429, {{"Retry-After", "120"}}, ""},
+         Kind::rateLimited,
+         "Worker poll rate-limited; retrying in 120s"},
+        {"429 http date",
+         {429, {{"Retry-After", "Wed, 21 Oct 2015 07:28:00 GMT"}}, ""},
+         Kind::rateLimited,
+         "Worker poll rate-limited"},
+        {"429 garbage",
+         {429, {{"Retry-After", "soon"}}, ""},
+         Kind::rateLimited,
+         "Worker poll rate-limited"},
+        {"503",
+         {503, {{"Retry-After", "60"}}, ""},
+         Kind::maintenanceMode,
+         "Coordinator in maintenance mode; retrying in 60s"},
         {"500 plain", {500, {}, "oops", "text/plain"}, Kind::httpError, "HTTP 500"},
-        {"200 html", {200, {}, "<html><body>maintenance</body></html>", "text/html"}, Kind::decodingError, ""},
-        {"200 truncated", {200, {}, R"({"items":[{"job_id":"j","job_type")"}, Kind::decodingError, ""},
-        {"200 missing key", {200, {}, R"({"items":[{"job_id":"j","audio_url":"u"}]})"}, Kind::decodingError, ""},
+        {"200 html",
+         {200, {}, "<html><body>maintenance</body></html>", "text/html"},
+         Kind::decodingError,
+         ""},
+        {"200 truncated",
+         {200, {}, R"({"items":[{"job_id":"j","job_type")"},
+         Kind::decodingError,
+         ""},
+        {"200 missing key",
+         {200, {}, R"({"items":[{"job_id":"j","audio_url":"u"}]})"},
+         Kind::decodingError,
+         ""},
         {"200 null items", {200, {}, R"({"items":null})"}, Kind::decodingError, ""},
     };
     auto worker = client();
@@ -89,14 +120,18 @@ TEST_F(WorkerHTTPClientTest, PollBodiesAndHeadersAreReadWhateverTheShardCount) {
     auto worker = client();
     for (std::int64_t maxShards : {1, 4}) {
         SCOPED_TRACE(maxShards);
-        coordinator.enqueueReply("/api/v1/workers/poll", {200, {{"X-Suggested-Max-Shards", "6"}}, claimJSON("bare")});
+        coordinator.enqueueReply("/api/v1/workers/poll",
+                                 {200, {{"X-Suggested-Max-Shards", "6"}}, claimJSON("bare")});
         auto bare = worker.pollBatch(capabilities, maxShards, {});
         ASSERT_EQ(bare.items.size(), 1u);
         EXPECT_EQ(bare.items[0].jobID, "bare");
         EXPECT_EQ(bare.suggestedMaxShards, 6);
 
-        coordinator.enqueueReply("/api/v1/workers/poll",
-                                 {200, {{"X-Strategy-Version", "3"}}, R"({"api_version":"2","items":[)" + claimJSON("a") + "," + claimJSON("b") + "]}"});
+        coordinator.enqueueReply(
+            "/api/v1/workers/poll",
+            {200,
+             {{"X-Strategy-Version", "3"}},
+             R"({"api_version":"2","items":[)" + claimJSON("a") + "," + claimJSON("b") + "]}"});
         auto batch = worker.pollBatch(capabilities, maxShards, {});
         ASSERT_EQ(batch.items.size(), 2u);
         EXPECT_EQ(batch.items[1].jobID, "b");
@@ -106,7 +141,9 @@ TEST_F(WorkerHTTPClientTest, PollBodiesAndHeadersAreReadWhateverTheShardCount) {
     }
     coordinator.enqueueReply("/api/v1/workers/poll", {200, {}, R"({"items":[]})"});
     EXPECT_TRUE(worker.pollBatch(capabilities, 2, {}).items.empty());
-    coordinator.enqueueReply("/api/v1/workers/poll", {204, {{"X-Suggested-Max-Shards", "-2"}, {"X-Suggested-Thread-Limit", "3"}}, ""});
+    coordinator.enqueueReply(
+        "/api/v1/workers/poll",
+        {204, {{"X-Suggested-Max-Shards", "-2"}, {"X-Suggested-Thread-Limit", "3"}}, ""});
     auto empty = worker.pollBatch(capabilities, 2, {});
     EXPECT_TRUE(empty.items.empty());
     EXPECT_EQ(empty.suggestedMaxShards, -2) << "a 204 keeps the header suggestions";
@@ -142,8 +179,11 @@ TEST_F(WorkerHTTPClientTest, PathsIgnoreTheBaseURLsPathAndEncodeIDs) {
     EXPECT_EQ(requests[1].query, "");
     EXPECT_EQ(requests[2].query, "shard_id=shard%201");
     EXPECT_EQ(requests[2].headers.at("content-type"), "application/json");
-    EXPECT_EQ(errorOf([] { WorkerHTTPClient("not a url", "t", "w", std::nullopt).heartbeat("j", std::nullopt, {}); }).kind(),
-              Kind::invalidURL);
+    EXPECT_EQ(
+        errorOf([] {
+            WorkerHTTPClient("not a url", "t", "w", std::nullopt).heartbeat("j", std::nullopt, {});
+        }).kind(),
+        Kind::invalidURL);
 }
 
 TEST_F(WorkerHTTPClientTest, PerJobStatusesMapByOperation) {
@@ -154,11 +194,12 @@ TEST_F(WorkerHTTPClientTest, PerJobStatusesMapByOperation) {
     auto worker = client();
     SubmitResultBody body{"hello", "en", "m", "b", 1.5, 1, std::nullopt};
     FailReason reason{"handler_error", "boom", false};
-    for (const Row& row : {Row{401, Kind::unauthorized, Kind::unauthorized, Kind::unauthorized},
-                           Row{404, Kind::notFoundOrNotOwned, Kind::notFoundOrNotOwned, Kind::notFoundOrNotOwned},
-                           Row{409, Kind::httpError, Kind::jobCancelled, Kind::httpError},
-                           Row{429, Kind::httpError, Kind::httpError, Kind::httpError},
-                           Row{503, Kind::httpError, Kind::httpError, Kind::httpError}}) {
+    for (const Row& row :
+         {Row{401, Kind::unauthorized, Kind::unauthorized, Kind::unauthorized},
+          Row{404, Kind::notFoundOrNotOwned, Kind::notFoundOrNotOwned, Kind::notFoundOrNotOwned},
+          Row{409, Kind::httpError, Kind::jobCancelled, Kind::httpError},
+          Row{429, Kind::httpError, Kind::httpError, Kind::httpError},
+          Row{503, Kind::httpError, Kind::httpError, Kind::httpError}}) {
         SCOPED_TRACE(row.status);
         coordinator.enqueueReply("/api/v1/jobs/j/heartbeat", {row.status, {}, ""});
         coordinator.enqueueReply("/api/v1/jobs/j/result", {row.status, {}, ""});
@@ -173,7 +214,8 @@ TEST_F(WorkerHTTPClientTest, PerJobStatusesMapByOperation) {
     EXPECT_NO_THROW(worker.submitFail("j", std::nullopt, reason, {}));
     auto requests = coordinator.requests();
     EXPECT_EQ(parseJson(requests[requests.size() - 2].body), body.encode());
-    EXPECT_EQ(parseJson(requests.back().body), (Json{{"error", "code=handler_error; retryable=false; message=boom"}}));
+    EXPECT_EQ(parseJson(requests.back().body),
+              (Json{{"error", "code=handler_error; retryable=false; message=boom"}}));
 }
 
 TEST_F(WorkerHTTPClientTest, DroppedSilentAndRefusedConnectionsAreNetworkErrors) {
@@ -194,11 +236,15 @@ TEST_F(WorkerHTTPClientTest, DroppedSilentAndRefusedConnectionsAreNetworkErrors)
     ScriptedReply closed;
     closed.closeWithoutReply = true;
     coordinator.enqueueReply("/api/v1/jobs/", closed);
-    EXPECT_EQ(errorOf([&] { worker.submitFail("j", std::nullopt, {"c", "m", true}, {}); }).kind(), Kind::network);
+    EXPECT_EQ(errorOf([&] {
+                  worker.submitFail("j", std::nullopt, {"c", "m", true}, {});
+              }).kind(),
+              Kind::network);
 
     auto refused = WorkerHTTPClient("http://127.0.0.1:1", "t", "w", std::nullopt);
     EXPECT_EQ(errorOf([&] { refused.pollBatch(capabilities, 1, {}); }).kind(), Kind::network);
-    EXPECT_TRUE(logs.contains("WorkerHTTPClient error: network error /api/v1/workers/poll?max_shards=1: "));
+    EXPECT_TRUE(
+        logs.contains("WorkerHTTPClient error: network error /api/v1/workers/poll?max_shards=1: "));
 
     std::stop_source cancelled;
     cancelled.request_stop();

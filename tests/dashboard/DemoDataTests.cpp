@@ -12,15 +12,20 @@ namespace corvane {
 namespace {
 
 TEST(DataModeTest, ResolveTakesTheFirstValidSourceInOrder) {
-    auto dir = std::filesystem::temp_directory_path() / ("corvane-datamode-" + std::to_string(::getpid()));
+    auto dir =
+        std::filesystem::temp_directory_path() / ("corvane-datamode-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     UserDefaults defaults(dir / "defaults.json");
     EXPECT_EQ(resolveDataMode({}, {}, defaults), DataMode::real);
-    EXPECT_EQ(resolveDataMode({"--data-mode=bogus", "--data-mode=dummy"}, {}, defaults), DataMode::dummy);
-    EXPECT_EQ(resolveDataMode({"--data-mode=real"}, {{"CORVANE_DATA_MODE", "dummy"}}, defaults), DataMode::real);
-    EXPECT_EQ(resolveDataMode({"--data-mode="}, {{"CORVANE_DATA_MODE", "dummy"}}, defaults), DataMode::dummy);
+    EXPECT_EQ(resolveDataMode({"--data-mode=bogus", "--data-mode=dummy"}, {}, defaults),
+              DataMode::dummy);
+    EXPECT_EQ(resolveDataMode({"--data-mode=real"}, {{"CORVANE_DATA_MODE", "dummy"}}, defaults),
+              DataMode::real);
+    EXPECT_EQ(resolveDataMode({"--data-mode="}, {{"CORVANE_DATA_MODE", "dummy"}}, defaults),
+              DataMode::dummy);
     defaults.setString("CorvaneDataMode", "dummy");
-    EXPECT_EQ(resolveDataMode({"--data-mode"}, {{"CORVANE_DATA_MODE", "Dummy"}}, defaults), DataMode::dummy);
+    EXPECT_EQ(resolveDataMode({"--data-mode"}, {{"CORVANE_DATA_MODE", "Dummy"}}, defaults),
+              DataMode::dummy);
     defaults.setString("CorvaneDataMode", "nope");
     EXPECT_EQ(resolveDataMode({}, {}, defaults), DataMode::real);
     std::filesystem::remove_all(dir);

@@ -23,13 +23,14 @@ TEST(DemoShardLogTest, OneLinePerChangeOfTheLiveShard) {
     for (double s = 0; s < 80; s += 0.5) {
         if (auto line = log.tick(s)) lines.push_back(*line);
     }
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "demo shard shard_demo_live_001 of job_demo_live_900 running, expected 310 s",
-                         "demo worker idle between shards",
-                         "demo shard shard_demo_live_002 of job_demo_live_901 running, expected 310 s",
-                         "demo worker idle between shards",
-                         "demo shard shard_demo_live_003 of job_demo_live_902 running, expected 310 s",
-                     }));
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                  "demo shard shard_demo_live_001 of job_demo_live_900 running, expected 310 s",
+                  "demo worker idle between shards",
+                  "demo shard shard_demo_live_002 of job_demo_live_901 running, expected 310 s",
+                  "demo worker idle between shards",
+                  "demo shard shard_demo_live_003 of job_demo_live_902 running, expected 310 s",
+              }));
     DemoShardLog quiet;
     EXPECT_EQ(quiet.tick(30), "demo worker idle between shards");  // the first tick always speaks
     EXPECT_FALSE(quiet.tick(31));
@@ -38,7 +39,8 @@ TEST(DemoShardLogTest, OneLinePerChangeOfTheLiveShard) {
 // The real executable in dummy mode, in an empty home: it logs its shard, holds no socket,
 // writes no settings and stops cleanly on SIGTERM.
 TEST(DemoHeadlessProcessTest, RunsWithoutNetworkOrSettings) {
-    auto home = std::filesystem::temp_directory_path() / ("corvane-demo-" + std::to_string(::getpid()));
+    auto home =
+        std::filesystem::temp_directory_path() / ("corvane-demo-" + std::to_string(::getpid()));
     std::filesystem::remove_all(home);
     std::filesystem::create_directories(home);
     int pipeFds[2];
@@ -65,9 +67,12 @@ TEST(DemoHeadlessProcessTest, RunsWithoutNetworkOrSettings) {
         if (n <= 0) break;
         output.append(buffer, static_cast<size_t>(n));
     }
-    EXPECT_NE(output.find("demo shard shard_demo_live_001 of job_demo_live_900 running"), std::string::npos) << output;
+    EXPECT_NE(output.find("demo shard shard_demo_live_001 of job_demo_live_900 running"),
+              std::string::npos)
+        << output;
 
-    for (const auto& fd : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+    for (const auto& fd :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
         std::error_code ignored;
         auto target = std::filesystem::read_symlink(fd.path(), ignored).string();
         EXPECT_FALSE(target.starts_with("socket:")) << target;

@@ -5,7 +5,8 @@
 namespace corvane {
 namespace {
 
-ActivityHistogramResponse response(std::string workerID, int total, std::vector<std::vector<std::int64_t>> rows) {
+ActivityHistogramResponse response(std::string workerID, int total,
+                                   std::vector<std::vector<std::int64_t>> rows) {
     ActivityHistogramResponse value;
     value.workerId = std::move(workerID);
     value.days = 28;
@@ -28,7 +29,8 @@ TEST(ScheduleActivityHistoryStoreTest, TransitionsKeepLateAnswersForAFormerWorke
     EXPECT_EQ(store.bannerText(grid, 1), "Loading activity history...");
     store.completeLoad("w-1", response("w-1", 0, {}));
     EXPECT_TRUE(store.isLoadedButEmpty());
-    EXPECT_EQ(store.bannerText(grid, 1), "Activity history loaded, but no active minutes were recorded yet.");
+    EXPECT_EQ(store.bannerText(grid, 1),
+              "Activity history loaded, but no active minutes were recorded yet.");
 
     // A reload for the same worker keeps the histogram on view; another worker's clears it.
     store.beginLoad("w-1");
@@ -38,7 +40,8 @@ TEST(ScheduleActivityHistoryStoreTest, TransitionsKeepLateAnswersForAFormerWorke
     EXPECT_FALSE(store.histogram());
     store.completeLoad("w-1", response("w-1", 5, {{5}}));
     store.failLoad("w-1", "late");
-    EXPECT_EQ(store.loadState(), ScheduleActivityHistoryStore::LoadState{ScheduleActivityHistoryStore::Loading{"w-2"}});
+    EXPECT_EQ(store.loadState(), ScheduleActivityHistoryStore::LoadState{
+                                     ScheduleActivityHistoryStore::Loading{"w-2"}});
 
     // Ragged rows with negative minutes become a seven-by-24 engine.
     store.completeLoad("w-2", response("w-2", 60, {{-3, 60, std::int64_t{1} << 40}, {}}));

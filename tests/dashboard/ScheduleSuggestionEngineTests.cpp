@@ -17,14 +17,16 @@ Engine busyExcept(std::initializer_list<std::pair<int, int>> quiet) {
 TEST(ScheduleSuggestionEngineTest, WorkingDayQuietGivesOneBlockAndItsEarnings) {
     auto engine = busyExcept({});
     for (int day = 0; day < 5; ++day)
-        for (int hour = 9; hour < 17; ++hour) engine.histogram[static_cast<size_t>(day)][static_cast<size_t>(hour)] = 0;
+        for (int hour = 9; hour < 17; ++hour)
+            engine.histogram[static_cast<size_t>(day)][static_cast<size_t>(hour)] = 0;
     auto grid = ScheduleGrid::recommended();
     auto blocks = engine.quietSuggestionBlocks(grid);
     ASSERT_EQ(blocks.size(), 1u);
     EXPECT_EQ(blocks[0], (Engine::SuggestionBlock{"0-4-9-17", 0, 4, 9, 17, 40.0}));
     EXPECT_EQ(engine.suggestionBannerText(grid, 0.5, false), "Mon-Fri 9 AM–5 PM, adds ~$20.00/wk");
     EXPECT_EQ(engine.applySuggestions(grid), 40);
-    EXPECT_EQ(grid, ScheduleGrid::normalize(std::vector<std::vector<bool>>(7, std::vector<bool>(24, true))));
+    EXPECT_EQ(grid, ScheduleGrid::normalize(
+                        std::vector<std::vector<bool>>(7, std::vector<bool>(24, true))));
 }
 
 TEST(ScheduleSuggestionEngineTest, ThresholdsAndMerging) {
@@ -48,9 +50,11 @@ TEST(ScheduleSuggestionEngineTest, ThresholdsAndMerging) {
 
 TEST(ScheduleSuggestionEngineTest, BannerNamesThreeLargestButApplyOpensAll) {
     auto grid = ScheduleGrid::recommended();
-    auto engine = busyExcept({{0, 9}, {0, 10}, {0, 11}, {0, 12}, {1, 14}, {1, 15}, {1, 16}, {3, 9}, {3, 10}, {4, 16}});
+    auto engine = busyExcept(
+        {{0, 9}, {0, 10}, {0, 11}, {0, 12}, {1, 14}, {1, 15}, {1, 16}, {3, 9}, {3, 10}, {4, 16}});
     EXPECT_EQ(engine.suggestionBannerText(grid, 1.0, false),
-              "Mon 9 AM–1 PM, adds ~$4.00/wk · Tue 2 PM–5 PM, adds ~$3.00/wk · Thu 9 AM–11 AM, adds ~$2.00/wk");
+              "Mon 9 AM–1 PM, adds ~$4.00/wk · Tue 2 PM–5 PM, adds ~$3.00/wk · Thu 9 AM–11 AM, "
+              "adds ~$2.00/wk");
     EXPECT_EQ(engine.applySuggestions(grid), 10);
     EXPECT_TRUE(grid.isAllowed(4, 16));
 }
@@ -74,7 +78,8 @@ TEST(ScheduleSuggestionEngineTest, BadHistogramsAreReadAsZeroAndSuggestNothingWi
     auto before = grid;
     EXPECT_EQ(zeros.applySuggestions(grid), 0);
     EXPECT_EQ(grid, before);
-    EXPECT_EQ(busyExcept({}).suggestionBannerText(grid, 1, false), "No quiet-suggest hours right now.");
+    EXPECT_EQ(busyExcept({}).suggestionBannerText(grid, 1, false),
+              "No quiet-suggest hours right now.");
 }
 
 TEST(ScheduleSuggestionEngineTest, Labels) {

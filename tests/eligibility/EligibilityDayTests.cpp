@@ -16,7 +16,9 @@ using testing::ManualExecutor;
 
 constexpr double kMonday = 1736121600;  // 2025-01-06 00:00 UTC
 
-double at(int hours, int minutes = 0, int seconds = 0) { return hours * 3600.0 + minutes * 60.0 + seconds; }
+double at(int hours, int minutes = 0, int seconds = 0) {
+    return hours * 3600.0 + minutes * 60.0 + seconds;
+}
 
 std::string clockText(double secondsOfDay) {
     int s = static_cast<int>(secondsOfDay);
@@ -44,8 +46,10 @@ std::ostream& operator<<(std::ostream& out, const Transition& t) {
 // A day of one computer, driven by the fake clock: every watcher runs on its own timer against
 // fake probes whose answers follow the time of day.
 class EligibilityDayTest : public ::testing::Test {
-protected:
-    double secondsOfDay() const { return secondsBetween(dateFromUnixSeconds(kMonday), clock.now()); }
+  protected:
+    double secondsOfDay() const {
+        return secondsBetween(dateFromUnixSeconds(kMonday), clock.now());
+    }
     static bool inAny(const std::vector<Interval>& intervals, double t) {
         for (const auto& i : intervals) {
             if (i.contains(t)) return true;
@@ -79,7 +83,9 @@ protected:
         executor,
         {[] { return 3.0; }, [this] { return secondsOfDay() >= inUseModeFrom ? 20.0 : 0.0; },
          [this] { return secondsOfDay() >= inUseModeFrom ? 10.0 : 0.0; }},
-        {[](Date date) { return IdleEligibilityMonitor::scheduleAllowsClaim(ScheduleGrid::recommended(), date); },
+        {[](Date date) {
+             return IdleEligibilityMonitor::scheduleAllowsClaim(ScheduleGrid::recommended(), date);
+         },
          [this] { return idleSeconds(); }, [this] { return !inAny(unplugged, secondsOfDay()); },
          clock.function()}};
     MeetingDetector meetings{gate, executor, [] { return true; },
@@ -95,12 +101,14 @@ protected:
         std::optional<Sample> sampleForegroundApp() override { return sample(); }
         std::function<std::optional<Sample>()> sample;
     };
-    std::shared_ptr<DaySampler> blender = std::make_shared<DaySampler>([this]() -> std::optional<Sample> {
-        double t = secondsOfDay();
-        if (!blenderHeavy.contains(t) && !blenderLight.contains(t)) return std::nullopt;
-        return Sample{4242, "blender", "Blender", blenderHeavy.contains(t) ? 80.0 : 10.0, 12,
-                      HeavyAppDetector::TriggerStrategy::sustainedEverySample};
-    });
+    std::shared_ptr<DaySampler> blender =
+        std::make_shared<DaySampler>([this]() -> std::optional<Sample> {
+            double t = secondsOfDay();
+            if (!blenderHeavy.contains(t) && !blenderLight.contains(t)) return std::nullopt;
+            return Sample{4242,      "blender",
+                          "Blender", blenderHeavy.contains(t) ? 80.0 : 10.0,
+                          12,        HeavyAppDetector::TriggerStrategy::sustainedEverySample};
+        });
     HeavyAppDetector heavy{gate, executor, [] { return true; }, blender, nullptr};
 };
 
@@ -114,9 +122,9 @@ TEST_F(EligibilityDayTest, EveryPauseAndResumeOfTheDayInOrder) {
         {"09:00:00", false, "schedule off"},
         {"17:00:00", true, std::nullopt},
         {"18:00:00", false, "meeting in progress"},
-        {"18:45:30", true, std::nullopt},  // the resume grace
+        {"18:45:30", true, std::nullopt},                               // the resume grace
         {"20:04:30", false, "Paused \u2014 Blender is using 80% CPU"},  // the tenth heavy sample
-        {"20:30:00", true, std::nullopt},  // the first light sample
+        {"20:30:00", true, std::nullopt},                               // the first light sample
         {"22:00:00", false, "meeting in progress"},
         {"22:20:30", false, "on battery"},  // unplugged during the call: uncovered when it ends
         {"22:40:00", true, std::nullopt},
@@ -128,7 +136,8 @@ TEST_F(EligibilityDayTest, EveryPauseAndResumeOfTheDayInOrder) {
     std::vector<Transition> seen;
     auto record = [&] {
         Transition now{clockText(secondsOfDay()), gate->isEligible(), gate->reason()};
-        if (seen.empty() || seen.back().eligible != now.eligible || seen.back().reason != now.reason) {
+        if (seen.empty() || seen.back().eligible != now.eligible ||
+            seen.back().reason != now.reason) {
             seen.push_back(now);
         }
         EXPECT_EQ(gate->currentEligibilitySnapshot(), gate->isEligible()) << now;

@@ -14,7 +14,7 @@ using Property = EligibilityGate::Property;
 using Reasons = std::vector<std::string>;
 
 class EligibilityGateTest : public ::testing::Test {
-protected:
+  protected:
     // After every mutator the cross-thread copy must equal the published verdict.
     void expectVerdict(bool eligible, std::optional<std::string> reason) {
         EXPECT_EQ(gate->isEligible(), eligible);
@@ -65,7 +65,7 @@ TEST_F(EligibilityGateTest, ScheduleInputReasonsAndNotifications) {
     changes.clear();
     auto hold = gate->pause("manual pause");  // already ineligible: only the list changes
     EXPECT_EQ(changes, std::vector<Property>{Property::pauseEntries});
-    expectVerdict(false, "manual pause");     // a hold outranks the schedule
+    expectVerdict(false, "manual pause");  // a hold outranks the schedule
     gate->setScheduledOn(false, "waiting for idle");
     hold->release();
     expectVerdict(false, "waiting for idle");

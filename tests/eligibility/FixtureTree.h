@@ -11,7 +11,7 @@
 namespace corvane::testing {
 
 class FixtureTree : public ScratchFolder {
-public:
+  public:
     using ScratchFolder::path;
     std::filesystem::path path(const std::string& relative) const { return path() / relative; }
 
@@ -33,13 +33,15 @@ public:
     }
     void remove(const std::string& relative) { std::filesystem::remove_all(path(relative)); }
 
-    // proc/<pid>/comm and stat as the kernel writes them: CPU in clock ticks (user time), RSS in pages.
+    // proc/<pid>/comm and stat as the kernel writes them: CPU in clock ticks (user time), RSS in
+    // pages.
     void process(int pid, const std::string& name, char state = 'S', std::uint64_t ticks = 0,
                  std::uint64_t rssPages = 0) {
         write("proc/" + std::to_string(pid) + "/comm", name + "\n");
         write("proc/" + std::to_string(pid) + "/stat",
-              std::to_string(pid) + " (" + name + ") " + state + " 1 1 1 0 -1 0 0 0 0 0 " + std::to_string(ticks) +
-                  " 0 0 0 20 0 1 0 100 1000 " + std::to_string(rssPages) + " 0\n");
+              std::to_string(pid) + " (" + name + ") " + state + " 1 1 1 0 -1 0 0 0 0 0 " +
+                  std::to_string(ticks) + " 0 0 0 20 0 1 0 100 1000 " + std::to_string(rssPages) +
+                  " 0\n");
     }
 };
 

@@ -14,15 +14,15 @@ namespace corvane::testing {
 namespace {
 
 class GateDrivesWorker : public WorkerFixture {
-protected:
+  protected:
     ManualExecutor executor{&clock};
     std::shared_ptr<EligibilityGate> gate = EligibilityGate::create(executor, true);
     std::atomic<bool> onAC{false};
     IdleEligibilityMonitor monitor{gate,
                                    executor,
                                    {[] { return 0.0; }, [] { return 20.0; }, [] { return 10.0; }},
-                                   {[](Date) { return true; }, [] { return 0.0; }, [this] { return onAC.load(); },
-                                    clock.function()}};
+                                   {[](Date) { return true; }, [] { return 0.0; },
+                                    [this] { return onAC.load(); }, clock.function()}};
 };
 
 TEST_F(GateDrivesWorker, IneligibleTurnsPauseOnceAndPollNothingUntilTheGateOpens) {
@@ -48,12 +48,12 @@ TEST_F(GateDrivesWorker, IneligibleTurnsPauseOnceAndPollNothingUntilTheGateOpens
 TEST_F(GateDrivesWorker, MemoryAdmissionFailsClosedThenAdmitsThroughTheRunLoop) {
     std::atomic<bool> ramReadable{false};
     std::atomic<double> used{30.0};
-    auto memory = std::make_shared<MemoryAdmissionGate>(MemoryAdmissionProbes{
-        [&]() -> std::optional<double> {
-            if (!ramReadable) return std::nullopt;
-            return used.load();
-        },
-        [] { return 20.0; }, [] { return MemoryBudget::away(); }});
+    auto memory = std::make_shared<MemoryAdmissionGate>(
+        MemoryAdmissionProbes{[&]() -> std::optional<double> {
+                                  if (!ramReadable) return std::nullopt;
+                                  return used.load();
+                              },
+                              [] { return 20.0; }, [] { return MemoryBudget::away(); }});
     start([&](WorkerController::Dependencies& d) { d.memoryGate = memory; });
 
     ASSERT_TRUE(awaitEvent<Event::RamGated>());
@@ -61,7 +61,7 @@ TEST_F(GateDrivesWorker, MemoryAdmissionFailsClosedThenAdmitsThroughTheRunLoop) 
     EXPECT_TRUE(failure.isProbeFailure());
     EXPECT_EQ(failure.description(), "RAM probe unavailable \u2014 holding admission");
     EXPECT_FALSE(failure == failure);  // so a de-duplicating reader reports every failure
-    ramReadable = true;  // readable, but over the budget
+    ramReadable = true;                // readable, but over the budget
     ASSERT_TRUE(sleeper->releaseNext(kRecheck));
     ASSERT_TRUE(awaitEvent<Event::RamGated>());
     EXPECT_EQ(seen.back().as<Event::RamGated>()->reason, (MemoryGatedReason{30.0, 20.0}));

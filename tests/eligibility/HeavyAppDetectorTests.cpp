@@ -21,7 +21,7 @@ Sample app(double cpu, double ram, int pid = 100, std::string name = "Blender") 
 }
 
 class ScriptedSampler final : public HeavyAppDetector::Sampling {
-public:
+  public:
     std::optional<Sample> next;
     int calls = 0;
     std::optional<Sample> sampleForegroundApp() override {
@@ -31,7 +31,7 @@ public:
 };
 
 class HeavyAppDetectorTest : public ::testing::Test {
-protected:
+  protected:
     void feed(const Sample& sample, int times = 1) {
         for (int i = 0; i < times; ++i) detector.evaluate(sample);
     }
@@ -42,23 +42,28 @@ protected:
     std::shared_ptr<ScriptedSampler> sampler = std::make_shared<ScriptedSampler>();
     bool enabled = true;
     std::vector<std::optional<std::string>> told;
-    HeavyAppDetector detector{gate, executor, [this] { return enabled; }, sampler,
-                              [this](const std::optional<std::string>& text) { told.push_back(text); }};
+    HeavyAppDetector detector{
+        gate, executor, [this] { return enabled; }, sampler,
+        [this](const std::optional<std::string>& text) { told.push_back(text); }};
 };
 
 TEST_F(HeavyAppDetectorTest, TenHeavySamplesPauseTheTextFollowsTheLoadAQuarterReleases) {
     feed(app(60, 10), 9);
     EXPECT_TRUE(gate->isEligible());
     feed(app(60, 10));
-    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
+    EXPECT_EQ(gate->pauseReasons(),
+              std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
     feed(app(30, 10));  // still held; the owner's text follows, the gate's entry doesn't
     feed(app(24, 26));
-    feed(app(25, 0));   // exactly 25 doesn't release
+    feed(app(25, 0));  // exactly 25 doesn't release
     EXPECT_TRUE(detector.isPaused());
-    EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
+    EXPECT_EQ(gate->pauseReasons(),
+              std::vector<std::string>{"Paused \u2014 Blender is using 60% CPU"});
     using Texts = std::vector<std::optional<std::string>>;
-    EXPECT_EQ(told, (Texts{"Paused \u2014 Blender is using 60% CPU", "Paused \u2014 Blender is using 30% CPU",
-                           "Paused \u2014 Blender is using 26% RAM", "Paused \u2014 Blender is using 25% CPU"}));
+    EXPECT_EQ(told, (Texts{"Paused \u2014 Blender is using 60% CPU",
+                           "Paused \u2014 Blender is using 30% CPU",
+                           "Paused \u2014 Blender is using 26% RAM",
+                           "Paused \u2014 Blender is using 25% CPU"}));
     feed(app(24, 24));
     EXPECT_FALSE(detector.isPaused());
     EXPECT_TRUE(gate->isEligible());
@@ -77,19 +82,24 @@ TEST(HeavyAppStrategyTest, WindowsStrategiesAndTexts) {
         bool sustained, average;
     };
     const Row rows[] = {
-        {window({{5, {60, 10}}, {5, {10, 60}}}), true, false},  // CPU and RAM may alternate; means 35
+        {window({{5, {60, 10}}, {5, {10, 60}}}), true,
+         false},  // CPU and RAM may alternate; means 35
         {window({{9, {80, 0}}, {1, {10, 10}}}), false, true},  // one light sample; mean 73
         {window({{10, {50.0, 0}}}), true, true},               // exactly 50 passes
         {window({{10, {49.99, 49.99}}}), false, false},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::sustainedEverySample), row.sustained);
+        EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::sustainedEverySample),
+                  row.sustained);
         EXPECT_EQ(HeavyAppDetector::shouldPause(row.window, Strategy::averageWindow), row.average);
     }
-    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(55, 55)), "Paused \u2014 Blender is using 55% CPU");
-    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(72.5, 3)), "Paused \u2014 Blender is using 73% CPU");
+    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(55, 55)),
+              "Paused \u2014 Blender is using 55% CPU");
+    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(72.5, 3)),
+              "Paused \u2014 Blender is using 73% CPU");
     // A broken reading compares as "not at most", so it names RAM, and its number is 0.
-    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(NAN, NAN)), "Paused \u2014 Blender is using 0% RAM");
+    EXPECT_EQ(HeavyAppDetector::pauseDescription(app(NAN, NAN)),
+              "Paused \u2014 Blender is using 0% RAM");
 }
 
 TEST_F(HeavyAppDetectorTest, AnotherAppInFrontOrNoneReleasesAndEmptiesTheWindow) {
@@ -126,13 +136,13 @@ TEST_F(HeavyAppDetectorTest, OneLoopAndTheSettingOffReleases) {
 
 // The foreground process and its window's name, as a test says.
 class FixedForeground final : public ForegroundAppSource {
-public:
+  public:
     std::optional<App> app;
     std::optional<App> frontmost() override { return app; }
 };
 
 class SystemSamplerTest : public ::testing::Test {
-protected:
+  protected:
     // Ticks of 1/100 s, pages of 4096 bytes.
     HeavyAppDetector::SystemSampler sampler() {
         return HeavyAppDetector::SystemSampler(foreground, ProcessTable(tree.path("proc")),
@@ -188,7 +198,8 @@ TEST_F(SystemSamplerTest, NamesStrategiesAndEverythingThatGivesNoSample) {
     // No X server: no application in front, and no exit.
     EXPECT_FALSE(X11ForegroundAppSource(std::make_shared<X11Display>(":9877")).frontmost());
 
-    auto parsed = ProcessTable::parseStat(5, "5 (Web (x) ) S 1 1 1 0 -1 0 0 0 0 0 12 30 0 0 20 0 1 0 100 1000 77 0");
+    auto parsed = ProcessTable::parseStat(
+        5, "5 (Web (x) ) S 1 1 1 0 -1 0 0 0 0 0 12 30 0 0 20 0 1 0 100 1000 77 0");
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->name, "Web (x) ");
     EXPECT_EQ(parsed->cpuTicks, 42u);

@@ -16,7 +16,7 @@ namespace {
 using Verdict = std::pair<bool, std::optional<std::string>>;
 
 class IdleEligibilityMonitorTest : public ::testing::Test {
-protected:
+  protected:
     testing::FakeClock clock;
     testing::ManualExecutor executor{&clock};
     std::shared_ptr<EligibilityGate> gate = EligibilityGate::create(executor, true);
@@ -25,7 +25,8 @@ protected:
     int probeCalls = 0;
     std::unique_ptr<IdleEligibilityMonitor> monitor = std::make_unique<IdleEligibilityMonitor>(
         gate, executor,
-        IdleEligibilityMonitor::Settings{[this] { return idleMinutes; }, [this] { return cpuCeiling; },
+        IdleEligibilityMonitor::Settings{[this] { return idleMinutes; },
+                                         [this] { return cpuCeiling; },
                                          [this] { return ramCeiling; }},
         IdleEligibilityMonitor::Probes{[this](Date) { return ++probeCalls, scheduleOK; },
                                        [this] { return ++probeCalls, idle; },
@@ -42,8 +43,8 @@ TEST_F(IdleEligibilityMonitorTest, VerdictTableFirstMatchWins) {
     const Row rows[] = {
         {true, true, 180.0, 3, 0, 0, on},  // equal passes
         {true, true, 179.99, 3, 0, 0, waiting},
-        {true, true, 0, -5, 0, 0, on},     // negative minutes count as none
-        {true, true, 0, 3, 20, 10, on},    // in-use limits allow work whatever the idle time
+        {true, true, 0, -5, 0, 0, on},   // negative minutes count as none
+        {true, true, 0, 3, 20, 10, on},  // in-use limits allow work whatever the idle time
         {true, true, 0, 3, 20, 0, waiting},
         {false, false, 999, 3, 20, 10, {false, "schedule off"}},  // schedule outranks power
         {true, false, 0, 3, 20, 10, {false, "on battery"}},       // in-use mode needs AC too
@@ -65,11 +66,13 @@ TEST_F(IdleEligibilityMonitorTest, VerdictTableFirstMatchWins) {
 TEST(ScheduleCalendarTest, LocalWeekdayAndHourAcrossMidnightAndDaylightSaving) {
     testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");  // Berlin's rules, no tzdata needed
     const std::tuple<double, int, int> rows[] = {
-        {1735513200, 0, 0},   // Monday 2024-12-30 00:00 CET
-        {1743296400, 6, 3},   // Sunday 2025-03-30 03:00 CEST, a second after 01:59:59 CET
+        {1735513200, 0, 0},  // Monday 2024-12-30 00:00 CET
+        {1743296400, 6, 3},  // Sunday 2025-03-30 03:00 CEST, a second after 01:59:59 CET
     };
     for (const auto& [unix, day, hour] : rows) {
-        EXPECT_EQ(IdleEligibilityMonitor::localDayAndHour(dateFromUnixSeconds(unix)), std::pair(day, hour)) << unix;
+        EXPECT_EQ(IdleEligibilityMonitor::localDayAndHour(dateFromUnixSeconds(unix)),
+                  std::pair(day, hour))
+            << unix;
     }
     Date thursday17 = dateFromUnixSeconds(1735833600), friday9 = dateFromUnixSeconds(1735891200);
     auto grid = ScheduleGrid::recommended();
@@ -88,14 +91,18 @@ TEST(ScheduleCalendarTest, LocalWeekdayAndHourAcrossMidnightAndDaylightSaving) {
 }
 
 class PowerSupplyTest : public ::testing::Test {
-protected:
+  protected:
     void supply(const std::string& name, const std::string& type,
                 std::vector<std::pair<std::string, std::string>> attributes = {}) {
         tree.write("ps/" + name + "/type", type + "\n");
         for (auto& [key, value] : attributes) tree.write("ps/" + name + "/" + key, value + "\n");
     }
-    std::optional<std::string> providing() { return PowerSupplyReader(tree.path("ps")).read().providingSourceType; }
-    bool onAC(const std::string& root = "ps") { return IdleEligibilityMonitor::isOnACPower(tree.path(root)); }
+    std::optional<std::string> providing() {
+        return PowerSupplyReader(tree.path("ps")).read().providingSourceType;
+    }
+    bool onAC(const std::string& root = "ps") {
+        return IdleEligibilityMonitor::isOnACPower(tree.path(root));
+    }
 
     testing::FixtureTree tree;
     testing::LogCapture logs;
@@ -127,7 +134,8 @@ TEST_F(PowerSupplyTest, UnknownGarbageAndMissingAssumeACWithAnError) {
         EXPECT_EQ(providing(), std::nullopt) << status;
         EXPECT_TRUE(onAC());
     }
-    EXPECT_TRUE(logs.contains("IdleEligibilityMonitor error: providing power source type unknown \u2014 assuming AC"));
+    EXPECT_TRUE(logs.contains(
+        "IdleEligibilityMonitor error: providing power source type unknown \u2014 assuming AC"));
     tree.unreadable("ps/BAT0/status");
     EXPECT_EQ(providing(), std::nullopt);
     supply("ADP1", "Mains", {{"online", "0"}});  // an unknown battery beside an unplugged adapter
@@ -139,8 +147,9 @@ TEST_F(PowerSupplyTest, UnknownGarbageAndMissingAssumeACWithAnError) {
     EXPECT_FALSE(PowerSupplyReader(tree.path("nothing")).read().folderReadable);
     EXPECT_TRUE(onAC("nothing"));
     EXPECT_TRUE(onAC("ps/junk/type"));  // a file where the folder should be
-    EXPECT_TRUE(logs.contains("IdleEligibilityMonitor error: power supply information unavailable \u2014 "
-                              "assuming AC to avoid false pauses"));
+    EXPECT_TRUE(
+        logs.contains("IdleEligibilityMonitor error: power supply information unavailable \u2014 "
+                      "assuming AC to avoid false pauses"));
 }
 
 }  // namespace

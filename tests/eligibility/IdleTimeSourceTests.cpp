@@ -28,14 +28,18 @@ TEST(TerminalIdleSourceTest, NewestTerminalInputElseTimeSinceBootElseNothing) {
         timespec times[2] = {{accessedAt, 0}, {accessedAt, 0}};
         ::utimensat(AT_FDCWD, path.c_str(), times, 0);
     };
-    auto read = [&] { return TerminalIdleSource(clock.function(), tree.path("dev"), tree.path("uptime")).idleSeconds(); };
+    auto read = [&] {
+        return TerminalIdleSource(clock.function(), tree.path("dev"), tree.path("uptime"))
+            .idleSeconds();
+    };
 
     tree.folder("dev/pts");
     tree.write("uptime", "35.71 60.20\n");
     EXPECT_EQ(read(), 35.71);  // no terminal at all
     touch("dev/tty1", 1'990'000);
     touch("dev/pts/3", 1'999'880);
-    for (const char* other : {"dev/pts/ptmx", "dev/ttyS0", "dev/tty", "dev/video0"}) touch(other, 1'999'999);
+    for (const char* other : {"dev/pts/ptmx", "dev/ttyS0", "dev/tty", "dev/video0"})
+        touch(other, 1'999'999);
     EXPECT_EQ(read(), 120.0);  // none of the others is a terminal of a login
     touch("dev/tty2", 2'000'100);
     EXPECT_EQ(read(), 0.0);  // an access in the future of a stepped clock
@@ -51,13 +55,14 @@ TEST(TerminalIdleSourceTest, NewestTerminalInputElseTimeSinceBootElseNothing) {
 
 // Answers what the test says and notes that it was asked.
 class ScriptedSource final : public IdleTimeSource {
-public:
-    ScriptedSource(std::string name, std::map<std::string, std::optional<double>>& answers, std::string& asked)
+  public:
+    ScriptedSource(std::string name, std::map<std::string, std::optional<double>>& answers,
+                   std::string& asked)
         : name_(std::move(name)), answers_(answers), asked_(asked) {}
     std::string_view name() const override { return name_; }
     std::optional<double> idleSeconds() override { return asked_ += name_, answers_[name_]; }
 
-private:
+  private:
     std::string name_;
     std::map<std::string, std::optional<double>>& answers_;
     std::string& asked_;
@@ -68,7 +73,8 @@ TEST(IdleTimeChainTest, FirstAnswerInOrderWinsAndLaterSourcesAreNotAsked) {
     std::map<std::string, std::optional<double>> answers;
     std::string asked;
     std::vector<std::unique_ptr<IdleTimeSource>> sources;
-    for (const char* name : {"a", "b", "c"}) sources.push_back(std::make_unique<ScriptedSource>(name, answers, asked));
+    for (const char* name : {"a", "b", "c"})
+        sources.push_back(std::make_unique<ScriptedSource>(name, answers, asked));
     IdleTimeChain chain(std::move(sources));
 
     EXPECT_EQ(chain.idleSeconds(), std::nullopt);
@@ -117,7 +123,8 @@ TEST(SdBusClientTest, DesktopMonitorsAndLogindOnAPrivateBusAndAfterItsLoss) {
     }
     bus.reset();  // the daemon goes away
     EXPECT_EQ(DBusIdleSource::mutter(client)->idleSeconds(), std::nullopt);
-    EXPECT_EQ(SdBusClient("unix:path=" + tree.path("nobody").string()).callUnsigned({"a.b", "/a", "a.b"}, "M"),
+    EXPECT_EQ(SdBusClient("unix:path=" + tree.path("nobody").string())
+                  .callUnsigned({"a.b", "/a", "a.b"}, "M"),
               std::nullopt);
 }
 

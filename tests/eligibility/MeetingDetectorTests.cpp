@@ -17,10 +17,11 @@ const Snapshot kCall{true, true, false};
 const Snapshot kQuiet{false, false, false};
 
 TEST(MeetingVoteTest, TwoOfThreeSignals) {
-    // {camera, microphone, client}: camera alone, a browser call, microphone and Teams, Teams alone.
-    const std::pair<Snapshot, bool> rows[] = {{{true, false, false}, false}, {{true, true, false}, true},
-                                              {{false, true, true}, true},   {{false, false, true}, false},
-                                              {{true, false, true}, true},   {{false, true, false}, false}};
+    // {camera, microphone, client}: camera alone, a browser call, microphone and Teams, Teams
+    // alone.
+    const std::pair<Snapshot, bool> rows[] = {
+        {{true, false, false}, false}, {{true, true, false}, true}, {{false, true, true}, true},
+        {{false, false, true}, false}, {{true, false, true}, true}, {{false, true, false}, false}};
     for (const auto& [snapshot, meeting] : rows) {
         EXPECT_EQ(MeetingDetector::isMeeting(snapshot), meeting)
             << snapshot.videoInUse << snapshot.audioInUse << snapshot.knownMeetingAppRunning;
@@ -28,8 +29,10 @@ TEST(MeetingVoteTest, TwoOfThreeSignals) {
 }
 
 class MeetingDetectorTest : public ::testing::Test {
-protected:
-    bool held() const { return gate->pauseReasons() == std::vector<std::string>{"meeting in progress"}; }
+  protected:
+    bool held() const {
+        return gate->pauseReasons() == std::vector<std::string>{"meeting in progress"};
+    }
 
     FakeClock clock;
     ManualExecutor executor{&clock};
@@ -37,8 +40,8 @@ protected:
     bool enabled = true, workerActive = true;
     Snapshot reading = kQuiet;
     int probes = 0;
-    MeetingDetector detector{gate, executor, [this] { return enabled; }, [this] { return ++probes, reading; },
-                             [this] { return workerActive; }};
+    MeetingDetector detector{gate, executor, [this] { return enabled; },
+                             [this] { return ++probes, reading; }, [this] { return workerActive; }};
 };
 
 TEST_F(MeetingDetectorTest, ACallThatComesBackKeepsTheHoldAndRestartsTheGrace) {
@@ -49,13 +52,13 @@ TEST_F(MeetingDetectorTest, ACallThatComesBackKeepsTheHoldAndRestartsTheGrace) {
     executor.advance(25);  // grace from t=5
     EXPECT_EQ(probes, 6);
     reading = kCall;
-    executor.advance(5);   // t=30: back in the call, grace cancelled
+    executor.advance(5);  // t=30: back in the call, grace cancelled
     EXPECT_FALSE(detector.isResumePending());
     EXPECT_EQ(gate->pauseEntries().size(), 1u);  // one hold however many polls see the call
     reading = kQuiet;
     executor.advance(30);  // grace again from t=35; the first would have ended there
     EXPECT_TRUE(held());
-    executor.advance(5);   // t=65
+    executor.advance(5);  // t=65
     EXPECT_FALSE(detector.isHolding());
 }
 
@@ -75,7 +78,7 @@ TEST_F(MeetingDetectorTest, SettingOffReleasesAtOnceIdleWorkerTakesNoHold) {
 }
 
 class SystemMeetingProbeTest : public ::testing::Test {
-protected:
+  protected:
     SystemMeetingProbe probe() {
         return SystemMeetingProbe({tree.path("proc"), tree.path("asound"), tree.path("dev")});
     }
@@ -86,7 +89,7 @@ protected:
 };
 
 TEST_F(SystemMeetingProbeTest, MicrophoneIsARunningCaptureSubstreamOthersReadAsSilence) {
-    EXPECT_FALSE(probe().microphoneInUse());  // no sound card folder at all
+    EXPECT_FALSE(probe().microphoneInUse());            // no sound card folder at all
     substream("card0/pcm0p/sub0", "state: RUNNING\n");  // playback, not capture
     substream("card0/pcm0c/sub0", "closed\n");
     substream("card1/pcm3c/sub1", "state: PREPARED\n");
@@ -105,8 +108,8 @@ TEST_F(SystemMeetingProbeTest, CameraHeldOpenAndKnownClientsByProcessName) {
     tree.symlink("proc/10/fd/7", tree.path("dev/videoX"));  // not a camera's name
     tree.symlink("proc/10/fd/8", tree.path("dev/video0.bak"));
     tree.process(11, "zoomer");
-    tree.process(12, "Zoom");  // no fd folder: another user's process, skipped
-    tree.process(13, "zoom", 'Z');  // terminated, not yet reaped
+    tree.process(12, "Zoom");              // no fd folder: another user's process, skipped
+    tree.process(13, "zoom", 'Z');         // terminated, not yet reaped
     tree.write("proc/14/comm", "zoom\n");  // its state can't be read: not counted
     tree.write("proc/14/stat", "garbage");
     tree.unreadable("proc/15/comm");

@@ -1,6 +1,7 @@
 #pragma once
 // A private dbus-daemon for one test, with a tiny service on it that answers like GNOME's idle
-// monitor, KDE's screen saver and logind's manager, so that the real sd-bus client is tested end to end.
+// monitor, KDE's screen saver and logind's manager, so that the real sd-bus client is tested end to
+// end.
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -16,22 +17,23 @@
 namespace corvane::testing {
 
 class PrivateBus {
-public:
+  public:
     // Starts dbus-daemon; address() is empty when it can't run here.
     explicit PrivateBus(const std::filesystem::path& folder) {
         auto config = folder / "bus.conf";
-        std::ofstream(config) << "<busconfig><type>session</type><listen>unix:path=" << (folder / "bus").string()
-                              << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
-                                 "send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-                                 "<allow own=\"*\"/></policy></busconfig>\n";
+        std::ofstream(config)
+            << "<busconfig><type>session</type><listen>unix:path=" << (folder / "bus").string()
+            << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
+               "send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+               "<allow own=\"*\"/></policy></busconfig>\n";
         std::string configArgument = "--config-file=" + config.string();
         int fds[2];
         if (::pipe(fds) != 0) return;
         pid_ = ::fork();
         if (pid_ == 0) {
             ::dup2(fds[1], STDOUT_FILENO);
-            ::execlp("dbus-daemon", "dbus-daemon", configArgument.c_str(), "--nofork", "--print-address",
-                     static_cast<char*>(nullptr));
+            ::execlp("dbus-daemon", "dbus-daemon", configArgument.c_str(), "--nofork",
+                     "--print-address", static_cast<char*>(nullptr));
             ::_exit(127);
         }
         ::close(fds[1]);
@@ -48,7 +50,7 @@ public:
     }
     const std::string& address() const { return address_; }
 
-private:
+  private:
     pid_t pid_ = -1;
     std::string address_;
 };
@@ -56,7 +58,7 @@ private:
 // Serves Mutter's GetIdletime (64 bits), the screen saver's GetSessionIdleTime (32 bits) and
 // logind's IdleHint/IdleSinceHint from its own thread.
 class FakeIdleService {
-public:
+  public:
     std::atomic<std::uint64_t> idleMilliseconds{0}, idleSinceMicros{0};
     std::atomic<bool> idleHint{false};
 
@@ -65,12 +67,12 @@ public:
         sd_bus_set_address(bus_, address.c_str());
         sd_bus_set_bus_client(bus_, 1);
         if (sd_bus_start(bus_) < 0) return;
-        sd_bus_add_object_vtable(bus_, nullptr, "/org/gnome/Mutter/IdleMonitor/Core", "org.gnome.Mutter.IdleMonitor",
-                                 kMutter, this);
-        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver",
-                                 kScreenSaver, this);
-        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", kLogind,
-                                 this);
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/gnome/Mutter/IdleMonitor/Core",
+                                 "org.gnome.Mutter.IdleMonitor", kMutter, this);
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/ScreenSaver",
+                                 "org.freedesktop.ScreenSaver", kScreenSaver, this);
+        sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/login1",
+                                 "org.freedesktop.login1.Manager", kLogind, this);
         ready_ = sd_bus_request_name(bus_, "org.gnome.Mutter.IdleMonitor", 0) >= 0 &&
                  sd_bus_request_name(bus_, "org.freedesktop.ScreenSaver", 0) >= 0 &&
                  sd_bus_request_name(bus_, "org.freedesktop.login1", 0) >= 0;
@@ -85,29 +87,34 @@ public:
     }
     bool ready() const { return ready_; }
 
-private:
+  private:
     static FakeIdleService& self(void* data) { return *static_cast<FakeIdleService*>(data); }
     static int idletime(sd_bus_message* call, void* data, sd_bus_error*) {
         return sd_bus_reply_method_return(call, "t", self(data).idleMilliseconds.load());
     }
     static int sessionIdle(sd_bus_message* call, void* data, sd_bus_error*) {
-        return sd_bus_reply_method_return(call, "u", static_cast<std::uint32_t>(self(data).idleMilliseconds.load()));
+        return sd_bus_reply_method_return(
+            call, "u", static_cast<std::uint32_t>(self(data).idleMilliseconds.load()));
     }
-    static int hint(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*) {
+    static int hint(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
+                    void* data, sd_bus_error*) {
         return sd_bus_message_append(reply, "b", self(data).idleHint.load() ? 1 : 0);
     }
-    static int since(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*) {
+    static int since(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
+                     void* data, sd_bus_error*) {
         return sd_bus_message_append(reply, "t", self(data).idleSinceMicros.load());
     }
     static constexpr sd_bus_vtable kMutter[] = {
-        SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetIdletime", "", "t", idletime, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("GetIdletime", "", "t", idletime, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END};
     static constexpr sd_bus_vtable kScreenSaver[] = {
         SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("GetSessionIdleTime", "", "u", sessionIdle, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
-    static constexpr sd_bus_vtable kLogind[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("IdleHint", "b", hint, 0, 0),
-                                                SD_BUS_PROPERTY("IdleSinceHint", "t", since, 0, 0),
-                                                SD_BUS_VTABLE_END};
+        SD_BUS_METHOD("GetSessionIdleTime", "", "u", sessionIdle, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_END};
+    static constexpr sd_bus_vtable kLogind[] = {
+        SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("IdleHint", "b", hint, 0, 0),
+        SD_BUS_PROPERTY("IdleSinceHint", "t", since, 0, 0), SD_BUS_VTABLE_END};
 
     sd_bus* bus_ = nullptr;
     bool ready_ = false;

@@ -16,7 +16,7 @@ namespace corvane::testing {
 
 // Answers with a scripted response or error, and remembers each call.
 class FakeRegistration final : public CoordinatorRegistering {
-public:
+  public:
     struct Call {
         std::optional<std::string> enrollmentToken;
         WorkerRegistrationRequest request;
@@ -26,7 +26,8 @@ public:
     };
     std::vector<Call> calls;
 
-    WorkerRegistrationResponse registerWorker(std::string_view, const std::optional<std::string>& enrollmentToken,
+    WorkerRegistrationResponse registerWorker(std::string_view,
+                                              const std::optional<std::string>& enrollmentToken,
                                               const WorkerRegistrationRequest& request) override {
         calls.push_back({enrollmentToken, request});
         return answer(calls.back());
@@ -35,11 +36,12 @@ public:
 
 // Keeps tokens in memory, keyed "service|account"; can be told to fail the next stores.
 class FakeCredentialStore final : public OnboardingCredentialStore {
-public:
+  public:
     int failuresLeft = 0;
     std::map<std::string, std::string> tokens;
 
-    WorkerTokenKeychainRef storeWorkerToken(const std::string& token, const std::string& coordinatorURL,
+    WorkerTokenKeychainRef storeWorkerToken(const std::string& token,
+                                            const std::string& coordinatorURL,
                                             const std::string& workerID) override {
         if (failuresLeft > 0 && failuresLeft--) throw std::runtime_error("keyring locked");
         WorkerTokenKeychainRef reference{"VarnixCompute Worker (" + coordinatorURL + ")", workerID};

@@ -8,7 +8,7 @@ namespace corvane::testing {
 namespace {
 
 class Onboarding : public ::testing::Test {
-protected:
+  protected:
     ScratchFolder home;
     FakeClock clock;
     std::shared_ptr<FakeRegistration> registration = std::make_shared<FakeRegistration>();
@@ -17,9 +17,11 @@ protected:
     int flushed = 0;
 
     OnboardingViewModel make() {
-        OnboardingMachineFacts machine{"wk_00112233aabbccdd", "build-box", "AMD Ryzen 7", 17179869183ull, "0.1.0"};
-        return OnboardingViewModel({registration, credentials, configPath, machine, [this] { ++flushed; },
-                                    [] {}, clock.function(), "https://coordinator.test"});
+        OnboardingMachineFacts machine{"wk_00112233aabbccdd", "build-box", "AMD Ryzen 7",
+                                       17179869183ull, "0.1.0"};
+        return OnboardingViewModel({registration, credentials, configPath, machine,
+                                    [this] { ++flushed; }, [] {}, clock.function(),
+                                    "https://coordinator.test"});
     }
 };
 
@@ -31,7 +33,8 @@ TEST_F(Onboarding, AMissingCodeOpensAdvancedAndARefusalLeavesNothingToSave) {
     model.advance();
     model.connect();
     EXPECT_EQ(model.errorMessage(),
-              "This installation requires an invitation code. Open Advanced, enter it there, and try again.");
+              "This installation requires an invitation code. Open Advanced, enter it there, and "
+              "try again.");
     EXPECT_TRUE(model.showAdvancedOptions());
     EXPECT_EQ(model.step(), OnboardingStep::connect) << "the step stays";
     model.saveConfiguration();
@@ -46,7 +49,8 @@ TEST_F(Onboarding, SavingStoresTheCredentialThenWritesTheConfigOrLeavesNothing) 
     model.advance();
     model.connect();
     const std::string failed =
-        "Corvane could not save your worker credentials locally. Check keyring and home-folder permissions, then try "
+        "Corvane could not save your worker credentials locally. Check keyring and home-folder "
+        "permissions, then try "
         "again.";
     credentials->failuresLeft = 1;  // a locked keyring
     model.saveConfiguration();
@@ -63,7 +67,8 @@ TEST_F(Onboarding, SavingStoresTheCredentialThenWritesTheConfigOrLeavesNothing) 
     model.saveConfiguration();
     EXPECT_EQ(model.step(), OnboardingStep::done);
     EXPECT_EQ(registration->calls.size(), 1u) << "saving again reuses the one registration";
-    EXPECT_EQ(model.summary(), (OnboardingSummary{"wk_00112233aabbccdd", "https://coordinator.test"}));
+    EXPECT_EQ(model.summary(),
+              (OnboardingSummary{"wk_00112233aabbccdd", "https://coordinator.test"}));
     EXPECT_EQ(flushed, 2) << "pending settings are written once the credential is kept";
     ASSERT_EQ(credentials->tokens.size(), 1u);
     EXPECT_EQ(credentials->tokens.begin()->second, "wt-secret-123");

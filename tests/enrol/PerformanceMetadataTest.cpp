@@ -40,30 +40,33 @@ TEST(PerformanceMetadata, WithoutRuntimeStateTheSettingsDecideAndThreadsStayWith
 using ClockSetBack = WorkerFixture;
 
 TEST_F(ClockSetBack, AWorkerWhoseClockJumpsBackReportsNoNegativeDurations) {
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver& observe,
-                                                               std::stop_token) {
-        observe(ModelHandlerStage::decode, 0.5);
-        clock.advance(-3600);  // the system clock is corrected an hour back mid-inference
-        observe(ModelHandlerStage::inference, -3599.0);
-        return ScriptedHandler::transcript(job, "a b");
-    }));
+    box.replace(std::make_shared<ScriptedHandler>(
+        kModelA, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
+            observe(ModelHandlerStage::decode, 0.5);
+            clock.advance(-3600);  // the system clock is corrected an hour back mid-inference
+            observe(ModelHandlerStage::inference, -3599.0);
+            return ScriptedHandler::transcript(job, "a b");
+        }));
     // Both shards run at once, so no run-loop sleep moves the clock forward while they are timed.
     config.maxConcurrentJobs = 2;
     http->queuePoll([&](std::int64_t) {
         clock.advance(-5);
-        return PollBatchOutcome{{makeClaim("j1", "j1-s"), makeClaim("j2", "j2-s")}, std::nullopt, std::nullopt};
+        return PollBatchOutcome{
+            {makeClaim("j1", "j1-s"), makeClaim("j2", "j2-s")}, std::nullopt, std::nullopt};
     });
     http->onSubmitResult([&](const FakeWorkerHTTP::Report&) { clock.advance(-1); });
     start([&](WorkerController::Dependencies& d) {
-        d.resourceAggregator = [](Date) { return ResourceAggregate{10.0, 1u << 30, 2, std::nullopt, std::nullopt}; };
+        d.resourceAggregator = [](Date) {
+            return ResourceAggregate{10.0, 1u << 30, 2, std::nullopt, std::nullopt};
+        };
     });
     ASSERT_TRUE(http->waitUntil([](const FakeWorkerHTTP& h) { return h.results().size() == 2; }));
     for (const auto& result : http->results()) {
         SCOPED_TRACE(result.jobID);
         const auto& perf = result.body.performance;
         ASSERT_TRUE(perf);
-        for (auto value : {perf->wallClockSeconds, perf->downloadSeconds, perf->decodeSeconds, perf->inferenceSeconds,
-                           perf->pollRttMs, perf->submitRttMs}) {
+        for (auto value : {perf->wallClockSeconds, perf->downloadSeconds, perf->decodeSeconds,
+                           perf->inferenceSeconds, perf->pollRttMs, perf->submitRttMs}) {
             EXPECT_GE(value.value_or(0.0), 0.0);
         }
         EXPECT_EQ(perf->wallClockSeconds, 0.0) << "an hour back is not a negative wall time";

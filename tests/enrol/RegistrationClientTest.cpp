@@ -17,7 +17,7 @@ WorkerRegistrationRequest sampleRequest() {
 }
 
 class RegistrationClient : public ::testing::Test {
-protected:
+  protected:
     dev::DevCoordinator coordinator{dev::DevCoordinator::Options{}};
     CoordinatorRegistrationClient client{std::string("0.1.0 sha256:abc")};
 };
@@ -32,13 +32,26 @@ TEST_F(RegistrationClient, EachRefusalGivesItsKindAndText) {
         std::string text;
     };
     const std::vector<Row> rows = {
-        {"401, blank code", {401, {}, R"({"error":"invitation required"})"}, " \n ", Kind::invitationRequired, ""},
-        {"403 rotate, with a code", {403, {}, R"({"error":"please ROTATE your token"})"}, kInvitation,
-         Kind::existingWorkerTokenRequired, ""},
+        {"401, blank code",
+         {401, {}, R"({"error":"invitation required"})"},
+         " \n ",
+         Kind::invitationRequired,
+         ""},
+        {"403 rotate, with a code",
+         {403, {}, R"({"error":"please ROTATE your token"})"},
+         kInvitation,
+         Kind::existingWorkerTokenRequired,
+         ""},
         {"403 other", {403, {}, R"({"error":"banned"})"}, kInvitation, Kind::invalidInvitation, ""},
-        {"418 unparsable", {418, {}, "{"}, std::nullopt, Kind::httpError,
+        {"418 unparsable",
+         {418, {}, "{"},
+         std::nullopt,
+         Kind::httpError,
          "Corvane setup failed with HTTP 418. Try again in a moment."},
-        {"429 empty Retry-After", {429, {{"Retry-After", ""}}, ""}, std::nullopt, Kind::rateLimited,
+        {"429 empty Retry-After",
+         {429, {{"Retry-After", ""}}, ""},
+         std::nullopt,
+         Kind::rateLimited,
          "Too many registration attempts. Try again later."},
     };
     for (const auto& row : rows) {
@@ -52,10 +65,12 @@ TEST_F(RegistrationClient, EachRefusalGivesItsKindAndText) {
             if (!row.text.empty()) {
                 EXPECT_EQ(error.errorDescription(), row.text);
             }
-            EXPECT_EQ(std::string(error.what()).find(kInvitation), std::string::npos) << "the code never shows";
+            EXPECT_EQ(std::string(error.what()).find(kInvitation), std::string::npos)
+                << "the code never shows";
         }
         const bool sent = row.token && row.token->find_first_not_of(" \n") != std::string::npos;
-        EXPECT_EQ(coordinator.requests().back().headers.count("x-enrollment-token"), sent ? 1u : 0u);
+        EXPECT_EQ(coordinator.requests().back().headers.count("x-enrollment-token"),
+                  sent ? 1u : 0u);
     }
 }
 
@@ -64,7 +79,8 @@ TEST(RegistrationURL, KeepsPrefixesAndRefusesWhatIsNotAnHTTPURL) {
               "https://example/base/api/v1/workers/register");
     EXPECT_EQ(CoordinatorRegistrationClient::registrationURL("http://h//a//b?x=1"),
               "http://h/a/b/api/v1/workers/register?x=1");
-    for (const char* bad : {"   ", "ftp://example.com", "http://", "http://exa mple.com", "example.com"}) {
+    for (const char* bad :
+         {"   ", "ftp://example.com", "http://", "http://exa mple.com", "example.com"}) {
         EXPECT_EQ(CoordinatorRegistrationClient::registrationURL(bad), std::nullopt) << bad;
     }
 }

@@ -11,23 +11,25 @@ namespace {
 namespace fs = std::filesystem;
 
 class ProcFixture : public ::testing::Test {
-protected:
+  protected:
     ScratchFolder dir;
     FakeClock clock;
     fs::path proc = dir.path() / "proc";
     fs::path runtime = dir.path() / "data" / "VarnixCompute" / "runtime";
 
     // A /proc/<pid>/stat line with the fields the sampler reads; RSS in pages.
-    void process(int pid, const std::string& name, int ppid, std::uint64_t utime, std::uint64_t stime,
-                 std::uint64_t rss) {
+    void process(int pid, const std::string& name, int ppid, std::uint64_t utime,
+                 std::uint64_t stime, std::uint64_t rss) {
         const auto id = std::to_string(pid);
         dir.write("proc/" + id + "/stat", id + " (" + name + ") S " + std::to_string(ppid) +
-                                              " 1 1 0 -1 4194304 10 0 0 0 " + std::to_string(utime) + " " +
-                                              std::to_string(stime) + " 0 0 20 0 3 0 100 1000000 " +
-                                              std::to_string(rss) + " 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17\n");
+                                              " 1 1 0 -1 4194304 10 0 0 0 " +
+                                              std::to_string(utime) + " " + std::to_string(stime) +
+                                              " 0 0 20 0 3 0 100 1000000 " + std::to_string(rss) +
+                                              " 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17\n");
     }
     void children(int pid, int tid, const std::string& ids) {
-        dir.write("proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/children", ids);
+        dir.write("proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/children",
+                  ids);
     }
     ProcessTreeSampler::Options treeOptions() {
         ProcessTreeSampler::Options options;
@@ -38,7 +40,9 @@ protected:
         options.now = clock.function();
         return options;
     }
-    ResourceSamplerProcProbes probes() { return ResourceSamplerProcProbes({proc, dir.path() / "sys", treeOptions()}); }
+    ResourceSamplerProcProbes probes() {
+        return ResourceSamplerProcProbes({proc, dir.path() / "sys", treeOptions()});
+    }
 };
 
 TEST_F(ProcFixture, MissingTruncatedOrMalformedFilesGiveNoReading) {
@@ -59,7 +63,8 @@ TEST_F(ProcFixture, MissingTruncatedOrMalformedFilesGiveNoReading) {
     for (const Row& row : std::vector<Row>{
              {"letters in a counter", "cpu  12 x 3 4\ncpu0 1 2 3 4\n", "MemTotal: 100 kB\n"},
              {"cut mid-line", "cpu  12 3", "MemTotal:       16384000 kB\nMemAvail"},
-             {"more available than total", "cpu0 1 2 3 4\n", "MemTotal: 100 kB\nMemAvailable: 200 kB\n"},
+             {"more available than total", "cpu0 1 2 3 4\n",
+              "MemTotal: 100 kB\nMemAvailable: 200 kB\n"},
              {"zero total", "intr 1\n", "MemTotal: 0 kB\nMemAvailable: 0 kB\n"},
          }) {
         SCOPED_TRACE(row.what);
@@ -80,7 +85,8 @@ TEST_F(ProcFixture, MissingTruncatedOrMalformedFilesGiveNoReading) {
     EXPECT_EQ(tree.sample(100), std::nullopt) << "the worker's own stat missing";
     dir.write("proc/100/stat", "100 (corvane) S 1 1 1 0 -1 4194304 10 0 0 0 abc");
     EXPECT_EQ(tree.sample(100), std::nullopt) << "truncated";
-    EXPECT_EQ(tree.sample(std::nullopt).value().cpuPercent, 0.0) << "no root, nothing of ours running";
+    EXPECT_EQ(tree.sample(std::nullopt).value().cpuPercent, 0.0)
+        << "no root, nothing of ours running";
 }
 
 TEST_F(ProcFixture, TreeFollowsChildrenOfEveryThreadAndTheRuntimeFolder) {
@@ -107,8 +113,8 @@ TEST_F(ProcFixture, TreeFollowsChildrenOfEveryThreadAndTheRuntimeFolder) {
     EXPECT_DOUBLE_EQ(first->residentMB, (2560 + 3 * 256) * 4096.0 / 1048576.0);
 
     clock.advance(2);
-    process(100, "corvane", 1, 150, 150, 2560);  // +100 ticks = 1 s
-    process(101, "ffmpeg", 100, 50, 0, 256);     // +50 ticks = 0.5 s
+    process(100, "corvane", 1, 150, 150, 2560);    // +100 ticks = 1 s
+    process(101, "ffmpeg", 100, 50, 0, 256);       // +50 ticks = 0.5 s
     process(102, "helper (x) y", 101, 5, 0, 256);  // went backwards: a reused id, counts 0
     children(101, 101, "102 103");
     process(103, "fresh", 101, 1000, 0, 0);  // born this interval with 10 s: charged at most 2 s

@@ -32,7 +32,7 @@ struct FakeProbes final : ResourceSampler::Probes {
 };
 
 class Sampler : public ::testing::Test {
-protected:
+  protected:
     FakeClock clock;
     ManualExecutor executor{&clock};
     std::shared_ptr<FakeProbes> probes = std::make_shared<FakeProbes>();
@@ -77,7 +77,8 @@ TEST_F(Sampler, AFailedReadReportsNothingForThatTickAndSpoilsNoLaterOne) {
     probes->ram = ResourceSampler::MachineMemory{50, 16};
     probes->spend(50, 50);
     executor.advance(2.0);
-    EXPECT_DOUBLE_EQ(s.history().latestCpuOther, 25.0) << "50 % busy since the last good reading, less the tree's 25 %";
+    EXPECT_DOUBLE_EQ(s.history().latestCpuOther, 25.0)
+        << "50 % busy since the last good reading, less the tree's 25 %";
 }
 
 TEST_F(Sampler, AggregatesSelectFromAMomentOnAndAverageOnlyTheSplitsThereAre) {
@@ -102,8 +103,10 @@ TEST_F(Sampler, AggregatesSelectFromAMomentOnAndAverageOnlyTheSplitsThereAre) {
     EXPECT_EQ(all.peakRamBytes, 2048ull * 1048576);
     EXPECT_DOUBLE_EQ(*all.avgCpuPerfPct, 25.0) << "only the one sample with a split counts";
     EXPECT_DOUBLE_EQ(*all.avgCpuEffPct, 12.5);
-    EXPECT_EQ(s.aggregateSince(addSeconds(startedAt, 2.0)).sampleCount, 2) << "a sample exactly at the moment counts";
-    EXPECT_EQ(s.aggregateSince(addSeconds(clock.now(), 1)), ResourceAggregate{}) << "zero aggregate, absent averages";
+    EXPECT_EQ(s.aggregateSince(addSeconds(startedAt, 2.0)).sampleCount, 2)
+        << "a sample exactly at the moment counts";
+    EXPECT_EQ(s.aggregateSince(addSeconds(clock.now(), 1)), ResourceAggregate{})
+        << "zero aggregate, absent averages";
 }
 
 }  // namespace

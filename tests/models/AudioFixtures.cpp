@@ -19,7 +19,8 @@ void run(const std::vector<std::string>& argv) {
         for (char c : arg) command += c == '\'' ? std::string("'\\''") : std::string(1, c);
         command += "'";
     }
-    if (std::system((command + " >/dev/null").c_str()) != 0) throw std::runtime_error("failed:" + command);
+    if (std::system((command + " >/dev/null").c_str()) != 0)
+        throw std::runtime_error("failed:" + command);
 }
 
 // Written under a temporary name (same extension) and renamed, so that parallel test processes
@@ -48,11 +49,13 @@ const std::filesystem::path& AudioFixtures::directory() {
     return folder;
 }
 
-std::filesystem::path AudioFixtures::ffmpeg(const std::string& name, const std::vector<std::string>& arguments) {
+std::filesystem::path AudioFixtures::ffmpeg(const std::string& name,
+                                            const std::vector<std::string>& arguments) {
     std::string recipe;
     for (const auto& argument : arguments) recipe += argument + '\n';
     return made(name, recipe, [&](const std::string& temporary) {
-        std::vector<std::string> argv{"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-y"};
+        std::vector<std::string> argv{"ffmpeg",    "-nostdin", "-hide_banner",
+                                      "-loglevel", "error",    "-y"};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         argv.push_back(temporary);
         run(argv);
@@ -60,10 +63,12 @@ std::filesystem::path AudioFixtures::ffmpeg(const std::string& name, const std::
 }
 
 std::filesystem::path AudioFixtures::tone(const std::string& name, double seconds,
-                                          const std::vector<std::string>& outputOptions, const std::string& layout) {
+                                          const std::vector<std::string>& outputOptions,
+                                          const std::string& layout) {
     // aevalsrc carries its last expression on into the layout's remaining channels.
-    std::vector<std::string> arguments{"-f", "lavfi", "-i",
-                                       "aevalsrc=0.5*sin(2*PI*440*t):c=" + layout + ":s=48000:d=" + std::to_string(seconds)};
+    std::vector<std::string> arguments{
+        "-f", "lavfi", "-i",
+        "aevalsrc=0.5*sin(2*PI*440*t):c=" + layout + ":s=48000:d=" + std::to_string(seconds)};
     arguments.insert(arguments.end(), outputOptions.begin(), outputOptions.end());
     return ffmpeg(name, arguments);
 }
@@ -75,7 +80,8 @@ std::filesystem::path AudioFixtures::speech() {
 }
 
 std::filesystem::path AudioFixtures::bytes(const std::string& name, const std::string& content) {
-    return made(name, content, [&](const std::string& temporary) { writeFile(temporary, content); });
+    return made(name, content,
+                [&](const std::string& temporary) { writeFile(temporary, content); });
 }
 
 }  // namespace corvane::testing

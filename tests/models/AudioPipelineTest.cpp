@@ -48,8 +48,10 @@ TEST(AudioPipeline, EveryFormatDecodesTo440HzMonoOfTheRightLength) {
         {"tone-48k-mono-opus.webm", {"-c:a", "libopus"}, 3},
     };
     for (const auto& row : rows) {
-        auto samples = AudioPipeline::decodeTo16kMonoPCM(AudioFixtures::tone(row.name, row.seconds, row.outputOptions, row.layout));
-        EXPECT_NEAR(static_cast<double>(samples.size()), row.seconds * rate, row.seconds) << row.name;
+        auto samples = AudioPipeline::decodeTo16kMonoPCM(
+            AudioFixtures::tone(row.name, row.seconds, row.outputOptions, row.layout));
+        EXPECT_NEAR(static_cast<double>(samples.size()), row.seconds * rate, row.seconds)
+            << row.name;
         auto part = middle(samples);
         EXPECT_NEAR(rms(part), 0.5 / std::sqrt(2.0), 0.02) << row.name;
         std::vector<size_t> rising;  // zero crossings, one per period
@@ -57,13 +59,15 @@ TEST(AudioPipeline, EveryFormatDecodesTo440HzMonoOfTheRightLength) {
             if (part[i - 1] < 0 && part[i] >= 0) rising.push_back(i);
         }
         ASSERT_GE(rising.size(), 2u) << row.name;
-        double period = static_cast<double>(rising.back() - rising.front()) / static_cast<double>(rising.size() - 1);
+        double period = static_cast<double>(rising.back() - rising.front()) /
+                        static_cast<double>(rising.size() - 1);
         EXPECT_NEAR(rate / period, 440.0, 1.0) << row.name;
     }
 
     // Left carries the tone, right is silent: the average is the tone at half its level.
     auto leftOnly = AudioPipeline::decodeTo16kMonoPCM(AudioFixtures::ffmpeg(
-        "tone-left-only.wav", {"-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t)|0:s=44100:d=2", "-c:a", "pcm_s16le"}));
+        "tone-left-only.wav",
+        {"-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t)|0:s=44100:d=2", "-c:a", "pcm_s16le"}));
     EXPECT_NEAR(rms(middle(leftOnly)), 0.25 / std::sqrt(2.0), 0.01);
 }
 
@@ -79,10 +83,12 @@ TEST(AudioPipeline, SpeechDecodesAlikeFromFlacAndMp3WhateverTheExtension) {
         double minimumSimilarity;
         std::string disguise;
     };
-    for (const Row& row : {Row{"speech.flac", 0.9999, "flac-as.wav"}, Row{"speech.mp3", 0.95, "mp3-as.m4a"}}) {
+    for (const Row& row :
+         {Row{"speech.flac", 0.9999, "flac-as.wav"}, Row{"speech.mp3", 0.95, "mp3-as.m4a"}}) {
         auto file = AudioFixtures::ffmpeg(row.name, {"-i", wav.string()});
         auto samples = AudioPipeline::decodeTo16kMonoPCM(file);
-        EXPECT_NEAR(static_cast<double>(samples.size()), static_cast<double>(reference.size()), std::ceil(seconds))
+        EXPECT_NEAR(static_cast<double>(samples.size()), static_cast<double>(reference.size()),
+                    std::ceil(seconds))
             << row.name;
         double ab = 0, aa = 0, bb = 0;  // correlation at zero lag: 1 for the same waveform
         for (size_t i = 0; i < std::min(samples.size(), reference.size()); ++i) {
@@ -91,7 +97,10 @@ TEST(AudioPipeline, SpeechDecodesAlikeFromFlacAndMp3WhateverTheExtension) {
             bb += reference[i] * reference[i];
         }
         EXPECT_GT(ab / std::sqrt(aa * bb), row.minimumSimilarity) << row.name;
-        EXPECT_EQ(AudioPipeline::decodeTo16kMonoPCM(AudioFixtures::bytes(row.disguise, testing::readFile(file))), samples) << row.disguise;
+        EXPECT_EQ(AudioPipeline::decodeTo16kMonoPCM(
+                      AudioFixtures::bytes(row.disguise, testing::readFile(file))),
+                  samples)
+            << row.disguise;
     }
 }
 
@@ -99,21 +108,31 @@ TEST(AudioPipeline, BadFilesFailWithTheirOwnCase) {
     std::mt19937 random(7);
     std::string noise(8192, '\0');
     for (char& c : noise) c = static_cast<char>(random());
-    auto wav = testing::readFile(AudioFixtures::tone("tone-44k-s16-stereo.wav", 2, {"-ar", "44100", "-c:a", "pcm_s16le"}, "stereo"));
+    auto wav = testing::readFile(AudioFixtures::tone(
+        "tone-44k-s16-stereo.wav", 2, {"-ar", "44100", "-c:a", "pcm_s16le"}, "stereo"));
 
-    const std::pair<std::filesystem::path, std::string> rows[] = {  // the file, a prefix of its error's text
-        {AudioFixtures::bytes("random.mp3", noise), "AudioDecodeError.unsupportedFormat(random.mp3): Invalid data"},
-        {AudioFixtures::bytes("zero-bytes.wav", ""), "AudioDecodeError.unsupportedFormat(zero-bytes.wav): "},
-        {AudioFixtures::directory() / "missing.wav", "AudioDecodeError.unsupportedFormat(missing.wav): No such file or directory"},
-        {AudioFixtures::ffmpeg("video-only.mkv", {"-f", "lavfi", "-i", "testsrc=duration=1:size=32x32:rate=5", "-c:v", "mjpeg"}),
+    const std::pair<std::filesystem::path, std::string> rows[] = {
+        // the file, a prefix of its error's text
+        {AudioFixtures::bytes("random.mp3", noise),
+         "AudioDecodeError.unsupportedFormat(random.mp3): Invalid data"},
+        {AudioFixtures::bytes("zero-bytes.wav", ""),
+         "AudioDecodeError.unsupportedFormat(zero-bytes.wav): "},
+        {AudioFixtures::directory() / "missing.wav",
+         "AudioDecodeError.unsupportedFormat(missing.wav): No such file or directory"},
+        {AudioFixtures::ffmpeg(
+             "video-only.mkv",
+             {"-f", "lavfi", "-i", "testsrc=duration=1:size=32x32:rate=5", "-c:v", "mjpeg"}),
          "AudioDecodeError.unsupportedFormat(video-only.mkv): no audio stream"},
-        {AudioFixtures::ffmpeg("header-only.wav", {"-f", "lavfi", "-i", "anullsrc=cl=stereo", "-t", "0", "-c:a", "pcm_s16le"}),
+        {AudioFixtures::ffmpeg("header-only.wav", {"-f", "lavfi", "-i", "anullsrc=cl=stereo", "-t",
+                                                   "0", "-c:a", "pcm_s16le"}),
          "AudioDecodeError.emptyAudio(header-only.wav)"},
-        {AudioFixtures::bytes("truncated.wav", wav.substr(0, wav.size() / 2)), "AudioDecodeError.readFailure(truncated.wav): End of file after "},
+        {AudioFixtures::bytes("truncated.wav", wav.substr(0, wav.size() / 2)),
+         "AudioDecodeError.readFailure(truncated.wav): End of file after "},
     };
     for (const auto& [file, text] : rows) {
         try {
-            ADD_FAILURE() << file << " decoded to " << AudioPipeline::decodeTo16kMonoPCM(file).size() << " samples";
+            ADD_FAILURE() << file << " decoded to "
+                          << AudioPipeline::decodeTo16kMonoPCM(file).size() << " samples";
         } catch (const AudioDecodeError& error) {
             EXPECT_EQ(error.description().substr(0, text.size()), text) << error.description();
             EXPECT_EQ(error.description().find("no underlying error"), std::string::npos) << file;

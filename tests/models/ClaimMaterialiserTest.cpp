@@ -14,7 +14,7 @@ using testing::writeFile;
 using E = ClaimMaterialiserError;
 
 class ClaimMaterialiserTest : public ::testing::Test {
-protected:
+  protected:
     ShardClaim claim(const std::string& path, std::optional<std::string> shardID = "s-3") {
         ShardClaim c;
         c.jobID = "job-1";
@@ -23,12 +23,16 @@ protected:
         c.timeoutSeconds = 600;
         return c;
     }
-    ClaimedJob materialise(const ShardClaim& claim, const std::filesystem::path& tempDir = {}, std::stop_token stop = {}) {
-        return ClaimMaterialiser(session_, tempDir.empty() ? tempDir_ : tempDir, clock_.function()).materialise(claim, stop);
+    ClaimedJob materialise(const ShardClaim& claim, const std::filesystem::path& tempDir = {},
+                           std::stop_token stop = {}) {
+        return ClaimMaterialiser(session_, tempDir.empty() ? tempDir_ : tempDir, clock_.function())
+            .materialise(claim, stop);
     }
-    E failure(const ShardClaim& claim, const std::filesystem::path& tempDir = {}, std::stop_token stop = {}) {
+    E failure(const ShardClaim& claim, const std::filesystem::path& tempDir = {},
+              std::stop_token stop = {}) {
         try {
-            ADD_FAILURE() << claim.audioURL << " materialised to " << materialise(claim, tempDir, stop).inputPath;
+            ADD_FAILURE() << claim.audioURL << " materialised to "
+                          << materialise(claim, tempDir, stop).inputPath;
         } catch (const E& error) {
             return error;
         }
@@ -37,7 +41,8 @@ protected:
     std::vector<std::string> tempFiles() const {
         std::vector<std::string> names;
         std::error_code ignored;
-        for (const auto& entry : std::filesystem::directory_iterator(tempDir_, ignored)) names.push_back(entry.path().filename());
+        for (const auto& entry : std::filesystem::directory_iterator(tempDir_, ignored))
+            names.push_back(entry.path().filename());
         return names;
     }
 
@@ -56,7 +61,8 @@ TEST_F(ClaimMaterialiserTest, DownloadsTheAudioUnderANameOfTheClaimInTheTempFold
     ClaimedJob job = materialise(c);
     EXPECT_EQ(job.inputPath, (tempDir_ / "varnix-shard-job-1-s-3.flac").string());
     EXPECT_EQ(readFile(job.inputPath), audio);
-    EXPECT_EQ(tempFiles(), std::vector<std::string>{"varnix-shard-job-1-s-3.flac"});  // no leftovers
+    EXPECT_EQ(tempFiles(),
+              std::vector<std::string>{"varnix-shard-job-1-s-3.flac"});  // no leftovers
     EXPECT_EQ(job.modelID, whisperModelIdentifier());
     EXPECT_EQ(job.deadline, addSeconds(clock_.now(), 600));
 
@@ -70,10 +76,14 @@ TEST_F(ClaimMaterialiserTest, DownloadsTheAudioUnderANameOfTheClaimInTheTempFold
 
     ShardClaim sneaky = claim("/audio/a.wav", "../../etc/x");
     sneaky.jobID = "../j";
-    EXPECT_EQ(materialise(sneaky).inputPath, (tempDir_ / "varnix-shard-.._j-.._.._etc_x.wav").string());
+    EXPECT_EQ(materialise(sneaky).inputPath,
+              (tempDir_ / "varnix-shard-.._j-.._.._etc_x.wav").string());
 
-    folder_.server().enqueueReply("/audio/shard", dev::ScriptedReply{.status = 200, .body = "bytes", .contentType = "AUDIO/MPEG"});
-    EXPECT_EQ(materialise(claim("/audio/shard")).inputPath, (tempDir_ / "varnix-shard-job-1-s-3.mp3").string());
+    folder_.server().enqueueReply(
+        "/audio/shard",
+        dev::ScriptedReply{.status = 200, .body = "bytes", .contentType = "AUDIO/MPEG"});
+    EXPECT_EQ(materialise(claim("/audio/shard")).inputPath,
+              (tempDir_ / "varnix-shard-job-1-s-3.mp3").string());
 }
 
 TEST(PreferredExtension, DispositionThenTypeThenURL) {
@@ -85,10 +95,17 @@ TEST(PreferredExtension, DispositionThenTypeThenURL) {
     const Row rows[] = {
         {{{"Content-Type", "audio/x-wav; charset=binary"}}, "https://h/a.mp3", "wav"},
         {{{"Content-Type", "audio/ogg"}}, "https://h/x/y.opus?sig=abc.def", "opus"},
-        {{{"Content-Disposition", "attachment; filename*=UTF-8''r%C3%A9sum%C3%A9.Opus"}}, "https://h/a.mp3", "Opus"},
-        {{{"Content-Disposition", "inline; filename=plain.flac"}, {"Content-Type", "audio/mpeg"}}, "https://h/a", "flac"},
+        {{{"Content-Disposition", "attachment; filename*=UTF-8''r%C3%A9sum%C3%A9.Opus"}},
+         "https://h/a.mp3",
+         "Opus"},
+        {{{"Content-Disposition", "inline; filename=plain.flac"}, {"Content-Type", "audio/mpeg"}},
+         "https://h/a",
+         "flac"},
         // A suggested name whose extension could name a path is passed over.
-        {{{"Content-Disposition", "attachment; filename=\"x.a/../../b\""}, {"Content-Type", "audio/mp4"}}, "https://h/a", "m4a"},
+        {{{"Content-Disposition", "attachment; filename=\"x.a/../../b\""},
+          {"Content-Type", "audio/mp4"}},
+         "https://h/a",
+         "m4a"},
         {{}, "https://h/dir.wav/", "audio"},
     };
     for (const auto& row : rows) {
@@ -99,30 +116,36 @@ TEST(PreferredExtension, DispositionThenTypeThenURL) {
 }
 
 TEST_F(ClaimMaterialiserTest, FailuresOfEachStageLeaveNoFile) {
-    folder_.server().enqueueReply("/audio/broken.wav", dev::ScriptedReply{.status = 500, .body = "{}"});
-    for (auto [path, status] : {std::pair{"/audio/missing.wav", 404}, std::pair{"/audio/broken.wav", 500}}) {
+    folder_.server().enqueueReply("/audio/broken.wav",
+                                  dev::ScriptedReply{.status = 500, .body = "{}"});
+    for (auto [path, status] :
+         {std::pair{"/audio/missing.wav", 404}, std::pair{"/audio/broken.wav", 500}}) {
         auto error = failure(claim(path));
         EXPECT_TRUE(std::holds_alternative<E::DownloadFailed>(error.value())) << error.what();
-        EXPECT_EQ(error.description(), "shard audio download returned HTTP " + std::to_string(status));
+        EXPECT_EQ(error.description(),
+                  "shard audio download returned HTTP " + std::to_string(status));
     }
 
     writeFile(folder_.served / "long.wav", std::string(300000, 'x'));
     folder_.server().setAudioFaults(dev::AudioFaults{.dropAfterBytes = 100000});
     auto dropped = failure(claim("/audio/long.wav"));
     EXPECT_TRUE(std::holds_alternative<E::NetworkError>(dropped.value()));
-    EXPECT_TRUE(dropped.description().starts_with("shard audio network error: The network connection was lost."))
+    EXPECT_TRUE(dropped.description().starts_with(
+        "shard audio network error: The network connection was lost."))
         << dropped.description();
     folder_.server().setAudioFaults({});
     std::stop_source stop;
     stop.request_stop();
-    EXPECT_EQ(failure(claim("/audio/long.wav"), {}, stop.get_token()).description(), "shard audio network error: cancelled");
+    EXPECT_EQ(failure(claim("/audio/long.wav"), {}, stop.get_token()).description(),
+              "shard audio network error: cancelled");
     EXPECT_EQ(tempFiles(), std::vector<std::string>{});
 
     writeFile(folder_.served / "a.wav", "audio");
     writeFile(folder_.root / "blocker", "");  // a file where the temp folder should be
     auto blocked = failure(claim("/audio/a.wav"), folder_.root / "blocker");
     EXPECT_TRUE(std::holds_alternative<E::FileWriteFailed>(blocked.value()));
-    EXPECT_TRUE(blocked.description().starts_with("shard audio write failed at " + (folder_.root / "blocker").string() + "/varnix-shard-"))
+    EXPECT_TRUE(blocked.description().starts_with(
+        "shard audio write failed at " + (folder_.root / "blocker").string() + "/varnix-shard-"))
         << blocked.description();
 
     auto untouched = folder_.root / "never-made";

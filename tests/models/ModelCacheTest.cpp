@@ -21,7 +21,7 @@ using testing::writeFile;
 // The local coordinator serves 300 000 random bytes as the weights. Transfers run at once on the
 // calling thread, or wait until the test runs them.
 class ModelCacheTest : public ::testing::Test {
-protected:
+  protected:
     ModelCacheTest() {
         std::mt19937 random(11);
         for (char& c : weights_) c = static_cast<char>(random());
@@ -32,7 +32,9 @@ protected:
         cache_ = std::make_unique<ModelCache>(ModelCache::Dependencies{
             .rootDirectory = folder_.root / "models",
             .session = std::make_shared<http::Session>(),
-            .registry = ModelCacheRegistry(HubSettings{hubURL.empty() ? folder_.server().baseURL() : hubURL, "hf_secret"}, {spec_}),
+            .registry = ModelCacheRegistry(
+                HubSettings{hubURL.empty() ? folder_.server().baseURL() : hubURL, "hf_secret"},
+                {spec_}),
             .now = clock_.function(),
             .startTask = [this, immediate](Task::Body body) -> TaskHandle {
                 ++started_;
@@ -47,7 +49,8 @@ protected:
     }
     std::vector<State> drainStates() {
         std::vector<State> states;
-        for (auto& change : cache_->stateStream().drain()) states.push_back(std::move(change.state));
+        for (auto& change : cache_->stateStream().drain())
+            states.push_back(std::move(change.state));
         return states;
     }
     std::vector<dev::RecordedRequest> downloads() { return folder_.server().requests(); }
@@ -62,10 +65,13 @@ protected:
     }
 
     testing::TestFolder folder_{"models-cache"};
-    const std::filesystem::path modelDir_ = folder_.root / "models" / "whisper-cpp-swift--whisper-large-v3-turbo-q4--1";
-    const std::filesystem::path final_ = modelDir_ / "ggml-test.bin", partial_ = modelDir_ / "ggml-test.bin.partial";
+    const std::filesystem::path modelDir_ =
+        folder_.root / "models" / "whisper-cpp-swift--whisper-large-v3-turbo-q4--1";
+    const std::filesystem::path final_ = modelDir_ / "ggml-test.bin",
+                                partial_ = modelDir_ / "ggml-test.bin.partial";
     std::string weights_ = std::string(300000, '\0');
-    ModelSpec spec_{whisperModelIdentifier(), folder_.url("/audio/weights.bin"), "ggml-test.bin", 999, std::nullopt};
+    ModelSpec spec_{whisperModelIdentifier(), folder_.url("/audio/weights.bin"), "ggml-test.bin",
+                    999, std::nullopt};
     testing::FakeClock clock_;
     int started_ = 0;
     std::vector<Task::Body> held_;
@@ -134,11 +140,13 @@ TEST_F(ModelCacheTest, HttpErrorsKeepThePartialFile) {
     EXPECT_EQ(readFile(partial_), weights_);
     std::filesystem::remove(partial_);
 
-    folder_.server().enqueueReply("/audio/weights.bin", dev::ScriptedReply{.status = 500, .body = "{}"});
+    folder_.server().enqueueReply("/audio/weights.bin",
+                                  dev::ScriptedReply{.status = 500, .body = "{}"});
     EXPECT_EQ(failure<CacheError>().description(), "HTTP 500 from model download");
     spec_.downloadURL = folder_.url("/audio/absent.bin");
     EXPECT_EQ(failure<CacheError>().description(), "HTTP 404 from model download");
-    EXPECT_EQ(cache_->state(spec_.identifier), (State{State::Failed{{}, "HTTP 404 from model download"}}));
+    EXPECT_EQ(cache_->state(spec_.identifier),
+              (State{State::Failed{{}, "HTTP 404 from model download"}}));
     EXPECT_FALSE(std::filesystem::exists(final_));
 }
 
@@ -154,21 +162,25 @@ TEST_F(ModelCacheTest, TheDigestDecidesWhetherAFileIsKept) {
     folder_.server().setAudioFaults(dev::AudioFaults{.replaceBody = wrong});
     auto mismatch = failure<CacheError>();
     EXPECT_EQ(mismatch.kind(), CacheError::Kind::sha256Mismatch);
-    EXPECT_TRUE(mismatch.description().starts_with("SHA-256 mismatch (expected " + digest + ", got ")) << mismatch.description();
+    EXPECT_TRUE(
+        mismatch.description().starts_with("SHA-256 mismatch (expected " + digest + ", got "))
+        << mismatch.description();
     EXPECT_FALSE(std::filesystem::exists(final_));
     EXPECT_FALSE(std::filesystem::exists(partial_));  // the next attempt starts from zero
 }
 
 TEST_F(ModelCacheTest, AFullDiskOrAnUnwritableFolderIsAnIOErrorWithNothingAtTheFinalPath) {
     std::filesystem::create_directories(modelDir_);
-    std::filesystem::create_symlink("/dev/full", partial_);  // every write: "No space left on device"
+    std::filesystem::create_symlink("/dev/full",
+                                    partial_);  // every write: "No space left on device"
     cache();
     EXPECT_EQ(failure<CacheError>().description(), "I/O error at " + partial_.string());
     EXPECT_FALSE(std::filesystem::exists(final_));
     std::filesystem::remove(partial_);
 
     if (::geteuid() != 0) {  // mode bits don't bind root
-        std::filesystem::permissions(modelDir_, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        std::filesystem::permissions(
+            modelDir_, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
         EXPECT_EQ(failure<CacheError>().description(), "I/O error at " + partial_.string());
         std::filesystem::permissions(modelDir_, std::filesystem::perms::owner_all);
     }
@@ -208,14 +220,18 @@ TEST_F(ModelCacheTest, RemoveAndRemoveAllReportTheBytesFreed) {
 
 TEST_F(ModelCacheTest, DestroyingTheCacheCancelsItsTransfer) {
     // The server holds its answer; only the cancellation can end the transfer soon.
-    folder_.server().enqueueReply("/audio/weights.bin", dev::ScriptedReply{.status = 200, .body = weights_, .delaySeconds = 60});
+    folder_.server().enqueueReply(
+        "/audio/weights.bin",
+        dev::ScriptedReply{.status = 200, .body = weights_, .delaySeconds = 60});
     auto owned = std::make_unique<ModelCache>(ModelCache::Dependencies{
         .rootDirectory = folder_.root / "models",
         .session = std::make_shared<http::Session>(),
         .registry = ModelCacheRegistry(HubSettings{}, {spec_}),
     });
     auto pending = owned->startCaching(spec_);
-    ASSERT_TRUE(folder_.server().waitUntil([](const dev::DevCoordinator& s) { return !s.requests().empty(); }, std::chrono::seconds(20)));
+    ASSERT_TRUE(folder_.server().waitUntil(
+        [](const dev::DevCoordinator& s) { return !s.requests().empty(); },
+        std::chrono::seconds(20)));
     owned.reset();
     EXPECT_THROW(pending.wait(), CacheError);
     EXPECT_TRUE(std::filesystem::exists(partial_));
@@ -230,16 +246,26 @@ TEST(HubSettings, FromTheEnvironmentAndInTheRegistry) {
     };
     const Row rows[] = {
         {{{"HUGGINGFACEHUB_API_TOKEN", "c"}}, "https://huggingface.co", "c"},
-        {{{"REGISTRY_URL", "http://mirror.local/"}, {"MODEL_REGISTRY_URL", "http://other"}, {"HF_TOKEN", "a"}, {"HUGGING_FACE_HUB_TOKEN", "b"}},
-         "http://mirror.local", "a"},
-        {{{"REGISTRY_URL", ""}, {"MODEL_REGISTRY_URL", "http://other"}, {"HF_TOKEN", ""}, {"HUGGING_FACE_HUB_TOKEN", "b"}, {"HUGGINGFACEHUB_API_TOKEN", "c"}},
-         "http://other", "b"},
+        {{{"REGISTRY_URL", "http://mirror.local/"},
+          {"MODEL_REGISTRY_URL", "http://other"},
+          {"HF_TOKEN", "a"},
+          {"HUGGING_FACE_HUB_TOKEN", "b"}},
+         "http://mirror.local",
+         "a"},
+        {{{"REGISTRY_URL", ""},
+          {"MODEL_REGISTRY_URL", "http://other"},
+          {"HF_TOKEN", ""},
+          {"HUGGING_FACE_HUB_TOKEN", "b"},
+          {"HUGGINGFACEHUB_API_TOKEN", "c"}},
+         "http://other",
+         "b"},
     };
     for (const auto& row : rows) {
-        auto settings = HubSettings::fromEnvironment([&](const char* name) -> std::optional<std::string> {
-            auto found = row.environment.find(name);
-            return found == row.environment.end() ? std::nullopt : std::optional(found->second);
-        });
+        auto settings =
+            HubSettings::fromEnvironment([&](const char* name) -> std::optional<std::string> {
+                auto found = row.environment.find(name);
+                return found == row.environment.end() ? std::nullopt : std::optional(found->second);
+            });
         EXPECT_EQ(settings.baseURL, row.baseURL);
         EXPECT_EQ(settings.token, row.token);
     }
@@ -248,8 +274,9 @@ TEST(HubSettings, FromTheEnvironmentAndInTheRegistry) {
     EXPECT_FALSE(hub.isHubURL("http://huggingface.co/x"));
 
     ModelCacheRegistry registry(HubSettings{"https://hub.example", std::nullopt});
-    EXPECT_EQ(registry.spec(whisperModelIdentifier())->downloadURL,
-              "https://hub.example/ggerganov/whisper.cpp/resolve/main/ggml-large-v3-turbo-q5_0.bin");
+    EXPECT_EQ(
+        registry.spec(whisperModelIdentifier())->downloadURL,
+        "https://hub.example/ggerganov/whisper.cpp/resolve/main/ggml-large-v3-turbo-q5_0.bin");
     EXPECT_EQ(ModelCache::defaultRootDirectory().parent_path().filename(), "VarnixCompute");
     ::setenv("CORVANE_MODEL_DIR", "/srv/weights", 1);
     EXPECT_EQ(ModelCache::defaultRootDirectory(), "/srv/weights");

@@ -23,7 +23,8 @@ void writeFile(const std::filesystem::path& path, const std::string& content) {
 
 TestFolder::TestFolder(const std::string& prefix)
     : root(std::filesystem::temp_directory_path() /
-           (prefix + "-" + std::to_string(::getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
+           (prefix + "-" + std::to_string(::getpid()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
     std::filesystem::remove_all(root);
     std::filesystem::create_directories(served);
     server_.emplace(dev::DevCoordinator::Options{.audioDir = served});

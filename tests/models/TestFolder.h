@@ -15,7 +15,7 @@ std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
 class TestFolder {
-public:
+  public:
     explicit TestFolder(const std::string& prefix);
     ~TestFolder();
 
@@ -24,7 +24,7 @@ public:
     dev::DevCoordinator& server() { return *server_; }
     std::string url(const std::string& path) const { return server_->baseURL() + path; }
 
-private:
+  private:
     std::optional<dev::DevCoordinator> server_;
 };
 

@@ -25,21 +25,29 @@ TEST(ParakeetHandlerTest, ShardsBadInputAndARemovedSet) {
         clock.advance(1);
         return helloWorldAudio();
     };
-    auto make = [&] { return ParakeetHandler(cache.directory(), ChipTier::t2, cache.runtime(), {decode, clock.function()}); };
+    auto make = [&] {
+        return ParakeetHandler(cache.directory(), ChipTier::t2, cache.runtime(),
+                               {decode, clock.function()});
+    };
     std::vector<std::string> stages;
     auto handle = [&](ParakeetHandler& h, ModelCategory category = ModelCategory::transcription) {
-        return h.handle({"job-1", "s-1", category, {}, "/shard.wav", {}, {}},
-                        [&](ModelHandlerStage stage, double seconds) { stages.push_back(std::string(rawValue(stage)) + "=" + std::to_string(seconds)); },
-                        {});
+        return h.handle(
+            {"job-1", "s-1", category, {}, "/shard.wav", {}, {}},
+            [&](ModelHandlerStage stage, double seconds) {
+                stages.push_back(std::string(rawValue(stage)) + "=" + std::to_string(seconds));
+            },
+            {});
     };
 
     auto handler = make();
     auto result = handle(handler);
-    EXPECT_EQ(std::get<TranscriptResult>(result.output.value), (TranscriptResult{"hello world", std::nullopt, {}}));
+    EXPECT_EQ(std::get<TranscriptResult>(result.output.value),
+              (TranscriptResult{"hello world", std::nullopt, {}}));
     EXPECT_EQ(stages, (std::vector<std::string>{"decode=1.000000", "inference=0.000000"}));
     EXPECT_DOUBLE_EQ(result.wallTimeSeconds, 1.0);
-    EXPECT_EQ(modelErrorOf([&] { handle(handler, ModelCategory::llm); }),
-              R"(invalidInput(reason: "ParakeetHandler only handles .transcription jobs, got llm"))");
+    EXPECT_EQ(
+        modelErrorOf([&] { handle(handler, ModelCategory::llm); }),
+        R"(invalidInput(reason: "ParakeetHandler only handles .transcription jobs, got llm"))");
 
     // Whole on disk, but nothing can run it: never servable, and can't be installed.
     ParakeetCache noRuntime(cache.directory(), nullptr);
@@ -57,18 +65,26 @@ TEST(HandlerSwapTest, RefusalsLeaveTheBoxAndLookupsNeverSeeATornHandler) {
     ScratchFolder folder;
     auto box = std::make_shared<HandlerBox>();
     auto loader = [&](std::shared_ptr<const ParakeetRuntime> runtime) {
-        return HandlerLoader({box, modelCacheAt(folder / "cache"),
-                              [] { return ChipTier::t1; }, {},
-                              std::make_shared<const ParakeetCache>(folder / "models/parakeet-tdt-0.6b-v2", runtime), {}});
+        return HandlerLoader(
+            {box,
+             modelCacheAt(folder / "cache"),
+             [] { return ChipTier::t1; },
+             {},
+             std::make_shared<const ParakeetCache>(folder / "models/parakeet-tdt-0.6b-v2", runtime),
+             {}});
     };
     auto load = loader(scriptedParakeetRuntime());
-    const auto invalid = [](const std::string& reason) { return "invalidInput(reason: \"" + reason + "\")"; };
+    const auto invalid = [](const std::string& reason) {
+        return "invalidInput(reason: \"" + reason + "\")";
+    };
     EXPECT_EQ(modelErrorOf([&] { load(parakeetModelIdentifier()); }),
-              invalid("handlerLoader: Parakeet weights not installed \u2014 cannot swap to parakeet-tdt-0.6b-v2"));
+              invalid("handlerLoader: Parakeet weights not installed \u2014 cannot swap to "
+                      "parakeet-tdt-0.6b-v2"));
     installScriptedParakeet(folder);
     // Whole on disk, but nothing can run it: a real build, where only the test runtime exists.
     EXPECT_EQ(modelErrorOf([&] { loader(nullptr)(parakeetModelIdentifier()); }),
-              invalid("handlerLoader: no runtime on this computer can run Parakeet \u2014 cannot swap to parakeet-tdt-0.6b-v2"));
+              invalid("handlerLoader: no runtime on this computer can run Parakeet \u2014 cannot "
+                      "swap to parakeet-tdt-0.6b-v2"));
     EXPECT_EQ(box->current(), nullptr);
 
     load({"speech-engine-native", "any-model-string", "9"});  // only the backend decides
@@ -100,7 +116,8 @@ TEST(HandlerSwapTest, RefusalsLeaveTheBoxAndLookupsNeverSeeATornHandler) {
         std::size_t at = 0;
         for (const ModelHandler* handler : mine) {
             while (at < generations.size() && generations[at].get() != handler) ++at;
-            ASSERT_LT(at, generations.size()) << "a reader saw a handler no swap installed, or saw them out of order";
+            ASSERT_LT(at, generations.size())
+                << "a reader saw a handler no swap installed, or saw them out of order";
         }
     }
 }

@@ -49,7 +49,8 @@ TEST(TaskAndSleep, ATaskMayDropItsOwnLastHandle) {
                 std::lock_guard inner(mutex);
                 mine = std::move(self);
             }
-            mine.reset();  // destroys the Task on its own thread: detaches instead of joining itself
+            mine.reset();  // destroys the Task on its own thread: detaches instead of joining
+                           // itself
             done = true;
         });
     }
@@ -87,7 +88,10 @@ TEST(Executors, TimersRunInDueOrderAndStopWhenTheirHandleGoes) {
     testing::FakeClock clock;
     testing::ManualExecutor executor(&clock);
     std::vector<std::string> ran;
-    auto every2 = executor.scheduleRepeating(2, [&] { ran.push_back("2s@" + std::to_string(static_cast<int>(unixSeconds(clock.now()) - 1'780'000'000))); });
+    auto every2 = executor.scheduleRepeating(2, [&] {
+        ran.push_back("2s@" +
+                      std::to_string(static_cast<int>(unixSeconds(clock.now()) - 1'780'000'000)));
+    });
     auto once3 = executor.scheduleOnce(3, [&] { ran.push_back("once"); });
     executor.post([&] { ran.push_back("posted"); });
     executor.advance(5);
@@ -113,10 +117,11 @@ TEST(Executors, TimersRunInDueOrderAndStopWhenTheirHandleGoes) {
 }
 
 class AtomicFileTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
-        dir = fs::temp_directory_path() / ("corvane-atomic-" + std::to_string(::getpid()) + "-" +
-                                           ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        dir = fs::temp_directory_path() /
+              ("corvane-atomic-" + std::to_string(::getpid()) + "-" +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir);
         fs::create_directories(dir);
     }
@@ -140,7 +145,8 @@ TEST_F(AtomicFileTest, ReplacesWholeKeepsPermissionsAndLeavesNoTempFiles) {
 }
 
 TEST_F(AtomicFileTest, AFailedWriteLeavesTheOldFileWhole) {
-    if (::geteuid() == 0) GTEST_SKIP() << "root ignores directory permissions, so the failure cannot be provoked";
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "root ignores directory permissions, so the failure cannot be provoked";
     auto path = dir / "config.yaml";
     writeFileAtomically(path, "old contents\n");
     fs::permissions(dir, fs::perms::owner_read | fs::perms::owner_exec);

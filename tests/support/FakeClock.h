@@ -8,7 +8,7 @@
 namespace corvane::testing {
 
 class FakeClock {
-public:
+  public:
     explicit FakeClock(Date start = dateFromUnixSeconds(1'780'000'000)) : now_(start) {}
 
     Date now() const {
@@ -27,7 +27,7 @@ public:
         return [this] { return now(); };
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     Date now_;  // guarded by mutex_
 };

@@ -7,7 +7,8 @@ void FakeWorkerHTTP::queuePoll(PollScript script) {
     pollScripts_.push_back(std::move(script));
 }
 
-void FakeWorkerHTTP::queueClaims(std::vector<ShardClaim> claims, std::optional<std::int64_t> suggested,
+void FakeWorkerHTTP::queueClaims(std::vector<ShardClaim> claims,
+                                 std::optional<std::int64_t> suggested,
                                  std::optional<CoordinatorStrategySuggestion> strategy) {
     queuePoll([claims = std::move(claims), suggested, strategy](std::int64_t) {
         return PollBatchOutcome{claims, suggested, strategy};
@@ -31,13 +32,15 @@ void FakeWorkerHTTP::onSubmitFail(CallScript script) {
     failScript_ = std::move(script);
 }
 
-std::optional<ShardClaim> FakeWorkerHTTP::poll(const WorkerCapabilities& capabilities, std::stop_token stop) {
+std::optional<ShardClaim> FakeWorkerHTTP::poll(const WorkerCapabilities& capabilities,
+                                               std::stop_token stop) {
     auto outcome = pollBatch(capabilities, 1, stop);
     if (outcome.items.empty()) return std::nullopt;
     return outcome.items.front();
 }
 
-PollBatchOutcome FakeWorkerHTTP::pollBatch(const WorkerCapabilities& capabilities, std::int64_t maxShards, std::stop_token) {
+PollBatchOutcome FakeWorkerHTTP::pollBatch(const WorkerCapabilities& capabilities,
+                                           std::int64_t maxShards, std::stop_token) {
     PollScript script;
     {
         std::lock_guard lock(mutex_);
@@ -52,7 +55,8 @@ PollBatchOutcome FakeWorkerHTTP::pollBatch(const WorkerCapabilities& capabilitie
     return script ? script(maxShards) : PollBatchOutcome{};
 }
 
-void FakeWorkerHTTP::heartbeat(const std::string& jobId, const std::optional<std::string>& shardId, std::stop_token) {
+void FakeWorkerHTTP::heartbeat(const std::string& jobId, const std::optional<std::string>& shardId,
+                               std::stop_token) {
     Report report{jobId, shardId};
     CallScript script;
     {
@@ -64,7 +68,8 @@ void FakeWorkerHTTP::heartbeat(const std::string& jobId, const std::optional<std
     if (script) script(report);
 }
 
-void FakeWorkerHTTP::submitResult(const std::string& jobId, const std::optional<std::string>& shardId,
+void FakeWorkerHTTP::submitResult(const std::string& jobId,
+                                  const std::optional<std::string>& shardId,
                                   const SubmitResultBody& body, std::stop_token) {
     Result result{{jobId, shardId}, body};
     CallScript script;
@@ -119,7 +124,8 @@ void FakeWorkerHTTP::notifyChanged() {
     changed_.notify_all();
 }
 
-bool FakeWorkerHTTP::waitUntil(const std::function<bool(const FakeWorkerHTTP&)>& predicate, std::chrono::seconds limit) const {
+bool FakeWorkerHTTP::waitUntil(const std::function<bool(const FakeWorkerHTTP&)>& predicate,
+                               std::chrono::seconds limit) const {
     auto deadline = std::chrono::steady_clock::now() + limit;
     while (true) {
         std::uint64_t seen;
@@ -133,7 +139,8 @@ bool FakeWorkerHTTP::waitUntil(const std::function<bool(const FakeWorkerHTTP&)>&
     }
 }
 
-ShardClaim makeClaim(std::string jobID, std::optional<std::string> shardID, std::optional<ModelIdentifier> model) {
+ShardClaim makeClaim(std::string jobID, std::optional<std::string> shardID,
+                     std::optional<ModelIdentifier> model) {
     ShardClaim claim;
     claim.jobID = std::move(jobID);
     claim.jobType = "transcription";

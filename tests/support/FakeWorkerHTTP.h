@@ -15,7 +15,7 @@
 namespace corvane::testing {
 
 class FakeWorkerHTTP final : public WorkerHTTPClientProtocol {
-public:
+  public:
     struct Report {
         std::string jobID;
         std::optional<std::string> shardID;
@@ -33,7 +33,8 @@ public:
 
     // Scripted answers are used in order; once they run out, polls find no work.
     void queuePoll(PollScript script);
-    void queueClaims(std::vector<ShardClaim> claims, std::optional<std::int64_t> suggestedMaxShards = std::nullopt,
+    void queueClaims(std::vector<ShardClaim> claims,
+                     std::optional<std::int64_t> suggestedMaxShards = std::nullopt,
                      std::optional<CoordinatorStrategySuggestion> strategy = std::nullopt);
     void queuePollError(WorkerHTTPError error);
     // Every heartbeat / result / failure report runs this first (it may throw).
@@ -41,13 +42,16 @@ public:
     void onSubmitResult(CallScript script);
     void onSubmitFail(CallScript script);
 
-    std::optional<ShardClaim> poll(const WorkerCapabilities& capabilities, std::stop_token stop) override;
-    PollBatchOutcome pollBatch(const WorkerCapabilities& capabilities, std::int64_t maxShards, std::stop_token stop) override;
-    void heartbeat(const std::string& jobId, const std::optional<std::string>& shardId, std::stop_token stop) override;
-    void submitResult(const std::string& jobId, const std::optional<std::string>& shardId, const SubmitResultBody& body,
-                      std::stop_token stop) override;
-    void submitFail(const std::string& jobId, const std::optional<std::string>& shardId, const FailReason& reason,
-                    std::stop_token stop) override;
+    std::optional<ShardClaim> poll(const WorkerCapabilities& capabilities,
+                                   std::stop_token stop) override;
+    PollBatchOutcome pollBatch(const WorkerCapabilities& capabilities, std::int64_t maxShards,
+                               std::stop_token stop) override;
+    void heartbeat(const std::string& jobId, const std::optional<std::string>& shardId,
+                   std::stop_token stop) override;
+    void submitResult(const std::string& jobId, const std::optional<std::string>& shardId,
+                      const SubmitResultBody& body, std::stop_token stop) override;
+    void submitFail(const std::string& jobId, const std::optional<std::string>& shardId,
+                    const FailReason& reason, std::stop_token stop) override;
 
     std::vector<std::int64_t> polls() const;
     std::vector<WorkerCapabilities> pollCapabilities() const;
@@ -59,7 +63,7 @@ public:
     bool waitUntil(const std::function<bool(const FakeWorkerHTTP&)>& predicate,
                    std::chrono::seconds limit = std::chrono::seconds(20)) const;
 
-private:
+  private:
     void notifyChanged();
 
     mutable std::mutex mutex_;

@@ -5,13 +5,13 @@
 namespace corvane::testing {
 
 class LogCapture::Sink final : public spdlog::sinks::base_sink<std::mutex> {
-public:
+  public:
     std::vector<std::string> lines() {
         std::lock_guard lock(mutex_);
         return lines_;
     }
 
-protected:
+  protected:
     void sink_it_(const spdlog::details::log_msg& msg) override {
         lines_.push_back(std::string(msg.logger_name.begin(), msg.logger_name.end()) + " " +
                          std::string(spdlog::level::to_string_view(msg.level).data()) + ": " +
@@ -19,7 +19,7 @@ protected:
     }
     void flush_() override {}
 
-private:
+  private:
     std::vector<std::string> lines_;
 };
 
@@ -27,13 +27,19 @@ LogCapture::LogCapture() : sink_(std::make_shared<Sink>()), previous_(log::sinks
     log::setSinks({sink_});
 }
 
-LogCapture::~LogCapture() { log::setSinks(previous_); }
+LogCapture::~LogCapture() {
+    log::setSinks(previous_);
+}
 
-std::vector<std::string> LogCapture::lines() const { return sink_->lines(); }
+std::vector<std::string> LogCapture::lines() const {
+    return sink_->lines();
+}
 
 bool LogCapture::contains(const std::string& fragment) const {
     auto all = lines();
-    return std::any_of(all.begin(), all.end(), [&](const std::string& line) { return line.find(fragment) != std::string::npos; });
+    return std::any_of(all.begin(), all.end(), [&](const std::string& line) {
+        return line.find(fragment) != std::string::npos;
+    });
 }
 
 }  // namespace corvane::testing

@@ -13,7 +13,7 @@
 namespace corvane::testing {
 
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -23,7 +23,7 @@ public:
     std::vector<std::string> lines() const;
     bool contains(const std::string& fragment) const;
 
-private:
+  private:
     class Sink;
     std::shared_ptr<Sink> sink_;
     std::vector<spdlog::sink_ptr> previous_;

@@ -10,7 +10,7 @@
 namespace corvane::testing {
 
 class ManualExecutor final : public Executor {
-public:
+  public:
     explicit ManualExecutor(FakeClock* clock = nullptr)
         : clock_(clock), queue_(std::make_shared<TimerQueue>()) {}
 
@@ -51,7 +51,7 @@ public:
 
     size_t timerCount() const { return queue_->timerCount(); }
 
-private:
+  private:
     FakeClock* clock_;
     std::shared_ptr<TimerQueue> queue_;
     double elapsed_ = 0;

@@ -16,7 +16,7 @@
 namespace corvane::testing {
 
 class ManualSleeper final : public SleepProvider {
-public:
+  public:
     explicit ManualSleeper(FakeClock* clock = nullptr) : clock_(clock) {}
 
     bool sleep(double seconds, std::stop_token stop) override {
@@ -77,7 +77,7 @@ public:
         return countLocked(seconds);
     }
 
-private:
+  private:
     struct Pending {
         double seconds;
         bool released;

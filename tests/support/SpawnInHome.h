@@ -26,8 +26,8 @@ struct SpawnInHome {
         std::vector<std::string> env = environment;
         env.insert(env.end(), {"HOME=" + home.string(), "XDG_DATA_HOME=" + (home / "data").string(),
                                "XDG_CONFIG_HOME=" + (home / "config").string(),
-                               "XDG_STATE_HOME=" + (home / "state").string(), "TMPDIR=" + (home / "tmp").string(),
-                               "PATH=/usr/bin:/bin"});
+                               "XDG_STATE_HOME=" + (home / "state").string(),
+                               "TMPDIR=" + (home / "tmp").string(), "PATH=/usr/bin:/bin"});
         std::vector<char*> envp;
         for (auto& entry : env) envp.push_back(entry.data());
         envp.push_back(nullptr);
@@ -38,10 +38,13 @@ struct SpawnInHome {
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (quietStderr) posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (quietStderr)
+            posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
         pid_t pid = -1;
-        const int failed = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+        const int failed =
+            posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         if (failed) throw std::runtime_error("could not start " + program);
         return pid;

@@ -24,7 +24,9 @@
 namespace corvane::testing {
 
 // The folder the build generated the random-weight model into.
-inline std::filesystem::path whisperTestModelDirectory() { return CORVANE_WHISPER_TEST_MODEL_DIR; }
+inline std::filesystem::path whisperTestModelDirectory() {
+    return CORVANE_WHISPER_TEST_MODEL_DIR;
+}
 inline std::filesystem::path whisperTestModelFile() {
     return whisperTestModelDirectory() / WhisperImpl::defaultModelFilename;
 }
@@ -33,7 +35,8 @@ inline std::filesystem::path whisperTestModelFile() {
 inline std::vector<float> sineSamples(double seconds, double hertz = 440, double amplitude = 0.3) {
     std::vector<float> samples(static_cast<std::size_t>(seconds * 16000));
     for (std::size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * hertz * static_cast<double>(i) / 16000));
+        samples[i] = static_cast<float>(
+            amplitude * std::sin(2 * std::numbers::pi * hertz * static_cast<double>(i) / 16000));
     }
     return samples;
 }
@@ -56,7 +59,9 @@ inline std::string wavBytes(std::span<const float> samples, std::uint32_t rate =
     u16(16);
     out += "data";
     u32(dataBytes);
-    for (float s : samples) u16(static_cast<std::uint16_t>(static_cast<std::int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))));
+    for (float s : samples)
+        u16(static_cast<std::uint16_t>(
+            static_cast<std::int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))));
     return out;
 }
 
@@ -79,8 +84,8 @@ struct ThreadKnobs {
     std::int64_t cpuCount = 2;
 
     WhisperThreadInputs inputs() {
-        return {[this] { return settings; }, [this] { return idleSeconds; }, [this] { return runtimePercent; },
-                [this] { return cpuCount; }};
+        return {[this] { return settings; }, [this] { return idleSeconds; },
+                [this] { return runtimePercent; }, [this] { return cpuCount; }};
     }
 };
 

@@ -28,8 +28,10 @@ TEST(RuntimeStateRecord, DecodesNestedRecordsIgnoresUnknownKeysRoundTripsAndRefu
     EXPECT_EQ(state.eligibility->claimedAt, "t");
     EXPECT_EQ(RuntimeState::decode(state.encode()), state);
     EXPECT_EQ(RuntimeState::parse(R"({"thermal": null})").thermal, std::nullopt);
-    for (const char* text : {R"({"eligibility": {"is_claimable": "yes"}})", R"({"thermal": {"effective_resource_percent": "62"}})",
-                             R"({"resource_policy": {"max_concurrent_jobs": 1.5}})", R"([])", R"({"worker_id": "w")"}) {
+    for (const char* text : {R"({"eligibility": {"is_claimable": "yes"}})",
+                             R"({"thermal": {"effective_resource_percent": "62"}})",
+                             R"({"resource_policy": {"max_concurrent_jobs": 1.5}})", R"([])",
+                             R"({"worker_id": "w")"}) {
         EXPECT_THROW(RuntimeState::parse(text), DecodingError) << text;
     }
 }
@@ -38,14 +40,17 @@ TEST(RuntimeStateDates, InternetDateTimesWithAndWithoutFractions) {
     EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T21:00:53Z"), kNov16);
     EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T21:00:53.123Z"), addSeconds(kNov16, 0.123));
     EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T22:30:53+01:30"), kNov16);
-    EXPECT_EQ(RuntimeStateDateParser::parse("2028-02-29T00:00:00Z"), dateFromUnixSeconds(1'835'395'200));
-    const char* refused[] = {"2026-11-16T21:00:53", "2026-02-30T00:00:00Z", "2026-11-16T24:00:00Z",
-                             "2026-11-16T21:00:53.Z", "2026-11-16T21:00:53Zjunk", "2026-11-16T21:00:53+0100"};
-    for (const char* text : refused) EXPECT_EQ(RuntimeStateDateParser::parse(text), std::nullopt) << text;
+    EXPECT_EQ(RuntimeStateDateParser::parse("2028-02-29T00:00:00Z"),
+              dateFromUnixSeconds(1'835'395'200));
+    const char* refused[] = {"2026-11-16T21:00:53",      "2026-02-30T00:00:00Z",
+                             "2026-11-16T24:00:00Z",     "2026-11-16T21:00:53.Z",
+                             "2026-11-16T21:00:53Zjunk", "2026-11-16T21:00:53+0100"};
+    for (const char* text : refused)
+        EXPECT_EQ(RuntimeStateDateParser::parse(text), std::nullopt) << text;
 }
 
 class RuntimeStateReaderTest : public ::testing::Test {
-protected:
+  protected:
     void write(const std::string& text, Date modified) {
         folder.write(".varnix-compute/worker-runtime-state.json", text);
         std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(modified));
@@ -75,7 +80,8 @@ TEST_F(RuntimeStateReaderTest, FreshnessDamagedFilesKeepingTheLastGoodRecordAndD
     ASSERT_EQ(good.workerID, "w-1");
     EXPECT_EQ(reader.lastReadAt(), kNov16);
 
-    for (const char* text : {R"({"eligibility": {"is_claimable": "yes"}, "worker_id": "w-2"})", R"({"worker_id": "w-2", "upd)", ""}) {
+    for (const char* text : {R"({"eligibility": {"is_claimable": "yes"}, "worker_id": "w-2"})",
+                             R"({"worker_id": "w-2", "upd)", ""}) {
         write(text, clock.now());
         executor.advance(2.0);
         EXPECT_EQ(reader.state(), good) << text;

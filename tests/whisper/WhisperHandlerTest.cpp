@@ -19,20 +19,25 @@ namespace {
 using Stage = std::pair<ModelHandlerStage, double>;
 
 class WhisperHandlerTest : public ::testing::Test {
-protected:
+  protected:
     std::unique_ptr<WhisperHandler> handler(WhisperHandler::Options options = {}) {
         options.impl.threadInputs = knobs.inputs();
         options.now = clock.function();
-        return std::make_unique<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1, std::move(options));
+        return std::make_unique<WhisperHandler>(whisperTestModelDirectory(), ChipTier::t1,
+                                                std::move(options));
     }
-    ClaimedJob job(const std::filesystem::path& input, ModelCategory category = ModelCategory::transcription) {
-        return {"job-1", "shard-7", category, whisperModelIdentifier(), input.string(), systemNow(), std::nullopt};
+    ClaimedJob job(const std::filesystem::path& input,
+                   ModelCategory category = ModelCategory::transcription) {
+        return {"job-1",        "shard-7",   category,    whisperModelIdentifier(),
+                input.string(), systemNow(), std::nullopt};
     }
     std::filesystem::path wav(const std::string& name, const std::vector<float>& samples) {
         return folder.write(name, wavBytes(samples));
     }
     StageObserver recorder() {
-        return [this](ModelHandlerStage stage, double seconds) { stages.emplace_back(stage, seconds); };
+        return [this](ModelHandlerStage stage, double seconds) {
+            stages.emplace_back(stage, seconds);
+        };
     }
 
     FakeClock clock;
@@ -52,10 +57,13 @@ TEST_F(WhisperHandlerTest, ShortLongAndSilentAudioAllBecomeTranscriptResults) {
     EXPECT_EQ(stages, (std::vector<Stage>{{decode, 0}, {inference, 0}}));
 
     // Each of the twenty 30 s windows of ten minutes says a few words of its own.
-    const std::string tenMinutes = h->handle(job(wav("ten-minutes.wav", sineSamples(600))), {}, {}).output.transcript()->text;
+    const std::string tenMinutes =
+        h->handle(job(wav("ten-minutes.wav", sineSamples(600))), {}, {}).output.transcript()->text;
     EXPECT_GE(std::ranges::count(tenMinutes, ' '), 40);
     // Whatever silence says, empty included, is a result.
-    EXPECT_NE(h->handle(job(wav("silence.wav", sineSamples(5, 440, 0))), {}, {}).output.transcript(), nullptr);
+    EXPECT_NE(
+        h->handle(job(wav("silence.wav", sineSamples(5, 440, 0))), {}, {}).output.transcript(),
+        nullptr);
 }
 
 TEST_F(WhisperHandlerTest, StagesAreTimedByTheInjectedClockAlsoWhenAShardFails) {
@@ -65,7 +73,8 @@ TEST_F(WhisperHandlerTest, StagesAreTimedByTheInjectedClockAlsoWhenAShardFails) 
         clock.advance(1.5);
         return AudioPipeline::decodeTo16kMonoPCM(path);
     };
-    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
+    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params,
+                            const float* samples, int count) {
         clock.advance(2.0);
         return ++run == 2 ? -6 : whisper_full_with_state(ctx, state, params, samples, count);
     };
@@ -82,12 +91,15 @@ TEST_F(WhisperHandlerTest, StagesAreTimedByTheInjectedClockAlsoWhenAShardFails) 
 
     // Not a transcription: refused before any stage.
     stages.clear();
-    EXPECT_EQ(modelErrorOf([&] { h->handle(job(input, ModelCategory::llm), recorder(), {}); }),
-              R"(invalidInput(reason: "WhisperHandler only handles .transcription jobs, got llm"))");
+    EXPECT_EQ(
+        modelErrorOf([&] { h->handle(job(input, ModelCategory::llm), recorder(), {}); }),
+        R"(invalidInput(reason: "WhisperHandler only handles .transcription jobs, got llm"))");
     EXPECT_TRUE(stages.empty());
 
     // The decoder's own error passes through, after the decode report.
-    EXPECT_THROW(h->handle(job(folder.write("notes.mp3", "just some text, not audio")), recorder(), {}), AudioDecodeError);
+    EXPECT_THROW(
+        h->handle(job(folder.write("notes.mp3", "just some text, not audio")), recorder(), {}),
+        AudioDecodeError);
     EXPECT_EQ(stages, (std::vector<Stage>{{decode, 1.5}}));
 }
 
@@ -95,7 +107,8 @@ TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
     std::atomic<bool> busy{false}, overlapped{false};
     std::atomic<int> runs{0};
     WhisperHandler::Options options;
-    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
+    options.impl.full = [&](whisper_context* ctx, whisper_state* state, whisper_full_params params,
+                            const float* samples, int count) {
         if (busy.exchange(true)) overlapped = true;
         const int status = whisper_full_with_state(ctx, state, params, samples, count);
         busy = false;
@@ -110,7 +123,8 @@ TEST_F(WhisperHandlerTest, ShardsInFlightTogetherTakeTurnsOnTheOneContext) {
     {
         std::vector<std::jthread> shards;
         for (std::size_t i = 0; i < texts.size(); ++i) {
-            shards.emplace_back([&, i] { texts[i] = h->handle(job(input), {}, {}).output.transcript()->text; });
+            shards.emplace_back(
+                [&, i] { texts[i] = h->handle(job(input), {}, {}).output.transcript()->text; });
         }
     }
     EXPECT_EQ(runs, 7);

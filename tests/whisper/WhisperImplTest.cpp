@@ -1,4 +1,5 @@
-// WhisperImpl on the generated model: threads, what reaches whisper_full, library and file failures.
+// WhisperImpl on the generated model: threads, what reaches whisper_full, library and file
+// failures.
 
 #include <gtest/gtest.h>
 
@@ -22,15 +23,20 @@ namespace {
 // Allocations made while it lives are not reported as leaks (under AddressSanitizer).
 struct LeakCheckPause {
 #if defined(__SANITIZE_ADDRESS__)
-    LeakCheckPause() { __lsan_disable(); }
-    ~LeakCheckPause() { __lsan_enable(); }
+    LeakCheckPause() {
+        __lsan_disable();
+    }
+    ~LeakCheckPause() {
+        __lsan_enable();
+    }
 #endif
 };
 
 class WhisperImplTest : public ::testing::Test {
-protected:
+  protected:
     std::unique_ptr<WhisperImpl> load(WhisperImpl::FullFunction full = {}) {
-        return std::make_unique<WhisperImpl>(whisperTestModelFile(), WhisperImpl::Options{knobs.inputs(), std::move(full)});
+        return std::make_unique<WhisperImpl>(whisperTestModelFile(),
+                                             WhisperImpl::Options{knobs.inputs(), std::move(full)});
     }
     ThreadKnobs knobs;
 };
@@ -47,13 +53,15 @@ TEST_F(WhisperImplTest, ModeCeilingAndRuntimePercentDecideTheThreadsAndAreLogged
     } rows[] = {
         {{5, 50, 100}, 299, {}, 8, "in_use", 50, 50, 4},
         {{5, 50, 100}, 300, {}, 8, "away", 100, 100, 8},  // at the threshold it is away
-        {{-3, 50, 100}, {}, {}, 8, "away", 100, 100, 8},  // no threshold (or a negative one): always away
+        {{-3, 50, 100}, {}, {}, 8, "away", 100, 100, 8},  // no threshold (or a negative one):
+                                                          // always away
         {{5, 50, 100}, {}, {}, 8, "in_use", 50, 50, 4},   // no idle reading: not idle
         {{5, 50, 100}, 600, 25, 10, "away", 100, 25, 3},  // the daemon's percentage wins
-        {{5, 49.5, 100}, 1, {}, 8, "in_use", 50, 50, 4},  // ceilings are rounded half away from zero
-        {{0, 50, 150}, {}, {}, 8, "away", 150, 150, 8},   // threads: never more than the processors,
-        {{0, 50, 74}, {}, {}, 2, "away", 74, 74, 1},      // rounded to the nearest,
-        {{0, 50, 0}, {}, {}, 0, "away", 0, 0, 1},         // and at least one
+        {{5, 49.5, 100}, 1, {}, 8, "in_use", 50, 50, 4},  // ceilings are rounded half away from
+                                                          // zero
+        {{0, 50, 150}, {}, {}, 8, "away", 150, 150, 8},  // threads: never more than the processors,
+        {{0, 50, 74}, {}, {}, 2, "away", 74, 74, 1},     // rounded to the nearest,
+        {{0, 50, 0}, {}, {}, 0, "away", 0, 0, 1},        // and at least one
     };
     for (const auto& row : rows) {
         knobs.settings = row.settings;
@@ -62,24 +70,29 @@ TEST_F(WhisperImplTest, ModeCeilingAndRuntimePercentDecideTheThreadsAndAreLogged
         knobs.cpuCount = row.cpus;
         LogCapture logs;
         const WhisperThreadSelection s = impl->currentThreadCount();
-        EXPECT_EQ(s.resourceMode, row.mode) << row.settings.idleMinutes << " min, " << row.idleSeconds.value_or(-1) << " s";
-        EXPECT_EQ(std::tie(s.userPercent, s.effectivePercent, s.threads), std::tie(row.user, row.effective, row.threads));
+        EXPECT_EQ(s.resourceMode, row.mode)
+            << row.settings.idleMinutes << " min, " << row.idleSeconds.value_or(-1) << " s";
+        EXPECT_EQ(std::tie(s.userPercent, s.effectivePercent, s.threads),
+                  std::tie(row.user, row.effective, row.threads));
 
         // Two lines tied by one nonce.
         const auto lines = logs.lines();
         ASSERT_EQ(lines.size(), 2u);
         const std::string head = "WhisperHandler info: whisper_thread_select nonce=";
         const std::string nonce = lines[0].substr(head.size(), 8);
-        EXPECT_EQ(lines[0], head + nonce + " threads=" + std::to_string(row.threads) + " effective_percent=" +
-                                std::to_string(row.effective) + " user_percent=" + std::to_string(row.user));
-        EXPECT_EQ(lines[1], head + nonce + " cpu_count=" + std::to_string(row.cpus) + " resource_mode=" + row.mode);
+        EXPECT_EQ(lines[0], head + nonce + " threads=" + std::to_string(row.threads) +
+                                " effective_percent=" + std::to_string(row.effective) +
+                                " user_percent=" + std::to_string(row.user));
+        EXPECT_EQ(lines[1], head + nonce + " cpu_count=" + std::to_string(row.cpus) +
+                                " resource_mode=" + row.mode);
     }
 }
 
 TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16kAudio) {
     whisper_full_params seen{};
     const float* seenSamples = nullptr;
-    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
+    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params,
+                         const float* samples, int count) {
         seen = params;
         seenSamples = samples;
         return whisper_full_with_state(ctx, state, params, samples, count);
@@ -96,12 +109,20 @@ TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16k
     EXPECT_FALSE(seen.detect_language || seen.translate || seen.no_timestamps);
 
     // The generic entry takes only 16 kHz audio.
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::ImagePrompt{"a cat", {}}}); }),
+    EXPECT_EQ(modelErrorOf([&] {
+                  impl->run({ModelInput::ImagePrompt{"a cat", {}}});
+              }),
               R"(invalidInput(reason: "WhisperImpl requires .audio input"))");
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{sineSamples(1), 44100}}); }),
+    EXPECT_EQ(modelErrorOf([&] {
+                  impl->run({ModelInput::Audio{sineSamples(1), 44100}});
+              }),
               R"(invalidInput(reason: "WhisperImpl requires 16 kHz input, got 44100"))");
-    EXPECT_EQ(modelErrorOf([&] { impl->run({ModelInput::Audio{{}, 16000}}); }), R"(invalidInput(reason: "empty PCM input"))");
-    const std::string text = impl->run({ModelInput::Audio{sineSamples(4), 16000}}).transcript()->text;
+    EXPECT_EQ(modelErrorOf([&] {
+                  impl->run({ModelInput::Audio{{}, 16000}});
+              }),
+              R"(invalidInput(reason: "empty PCM input"))");
+    const std::string text =
+        impl->run({ModelInput::Audio{sineSamples(4), 16000}}).transcript()->text;
     ASSERT_FALSE(text.empty());
     EXPECT_NE(text.front(), ' ');  // segments are joined and trimmed
 }
@@ -109,14 +130,17 @@ TEST_F(WhisperImplTest, WhisperGetsTheSamplesUncopiedInEnglishAndRunTakesOnly16k
 TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServesOn) {
     int call = 0;
     std::stop_source stopping;
-    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params, const float* samples, int count) {
-        if (++call == 1) params.abort_callback = [](void*) { return true; };  // the encoder then fails
-        if (call == 2) throw std::out_of_range("map::at");                    // C++ through the C interface
-        if (call == 4) stopping.request_stop();                               // the worker stops mid-run
+    auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params,
+                         const float* samples, int count) {
+        if (++call == 1)
+            params.abort_callback = [](void*) { return true; };  // the encoder then fails
+        if (call == 2) throw std::out_of_range("map::at");       // C++ through the C interface
+        if (call == 4) stopping.request_stop();                  // the worker stops mid-run
         return whisper_full_with_state(ctx, state, params, samples, count);
     });
     const std::vector<float> pcm = sineSamples(2);
-    EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: inferenceFailed(status: -6))");
+    EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }),
+              "backendCrashed(underlying: inferenceFailed(status: -6))");
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: map::at)");
     EXPECT_FALSE(impl->transcribe(pcm).empty());
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm, stopping.get_token()); }),
@@ -142,7 +166,8 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
         {"", "not a ggml model (bad magic)"},
         {model.substr(0, 30), "file ends inside the header"},
         {model.substr(0, 100'000), "file ends inside the vocabulary"},
-        {model.substr(0, model.size() - 10), "file ends inside tensor decoder.ln.bias"},  // whisper.cpp would take it
+        {model.substr(0, model.size() - 10),
+         "file ends inside tensor decoder.ln.bias"},  // whisper.cpp would take it
         {nineDims, "tensor with 9 dimensions"},
         {withHeaderField(3, 0), "n_audio_head of 0 is out of range"},
         {withHeaderField(7, 3), "a width does not divide by its heads"},
@@ -153,7 +178,10 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
         const auto path = folder.write("model.bin", bytes);
         EXPECT_EQ(WhisperModelFile::problem(path), problem);
         LogCapture logs;
-        EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, {knobs.inputs(), {}}); }), "backendCrashed(underlying: contextInitFailed)");
+        EXPECT_EQ(modelErrorOf([&] {
+                      WhisperImpl(path, {knobs.inputs(), {}});
+                  }),
+                  "backendCrashed(underlying: contextInitFailed)");
         EXPECT_TRUE(logs.contains("is not a whole whisper model: " + problem)) << problem;
     }
 
@@ -165,10 +193,16 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
     LogCapture logs;
     {
         [[maybe_unused]] LeakCheckPause pause;
-        EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, {knobs.inputs(), {}}); }), "backendCrashed(underlying: contextInitFailed)");
+        EXPECT_EQ(modelErrorOf([&] {
+                      WhisperImpl(path, {knobs.inputs(), {}});
+                  }),
+                  "backendCrashed(underlying: contextInitFailed)");
     }
-    EXPECT_TRUE(logs.contains("WhisperHandler error: whisper_init_from_file_with_params returned NULL for " + path.string()));
-    EXPECT_TRUE(logs.contains("whisper.cpp error: whisper_model_load: unknown tensor 'decoder.ln.bian'"));
+    EXPECT_TRUE(logs.contains(
+        "WhisperHandler error: whisper_init_from_file_with_params returned NULL for " +
+        path.string()));
+    EXPECT_TRUE(
+        logs.contains("whisper.cpp error: whisper_model_load: unknown tensor 'decoder.ln.bian'"));
 }
 
 }  // namespace

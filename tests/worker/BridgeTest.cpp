@@ -8,7 +8,7 @@ namespace corvane::testing {
 namespace {
 
 class Bridge : public WorkerFixture {
-public:
+  public:
     // Runs the main sequence until the bridge has applied an event satisfying `predicate`.
     bool applyUntil(const std::function<bool(const Event&)>& predicate) {
         return spinUntil([&] {
@@ -40,7 +40,8 @@ TEST_F(Bridge, KeepsTheNewest200EventsAndFollowsTheSnapshot) {
     bridge->stop();
     ASSERT_TRUE(applyUntil<Event::Stopped>());
     EXPECT_EQ(bridge->recentEvents().size(), WorkerControllerBridge::maxRecentEvents);
-    EXPECT_EQ(bridge->recentEvents().front().as<Event::Started>(), nullptr) << "the oldest fell off";
+    EXPECT_EQ(bridge->recentEvents().front().as<Event::Started>(), nullptr)
+        << "the oldest fell off";
     EXPECT_FALSE(bridge->isRunning());
     EXPECT_FALSE(bridge->hasActiveJob());
 }
@@ -76,11 +77,14 @@ TEST_F(Bridge, RepeatedMemoryGatingMakesOnePauseAndIdleEndsIt) {
 TEST_F(Bridge, StageTimingsAndHeartbeatsReachTheLogsAndTheSnapshot) {
     config.heartbeatInterval = 30.5;
     Gate& hold = newGate();
-    auto loader = [&](const ModelIdentifier& id, std::stop_token) { box.replace(std::make_shared<ScriptedHandler>(id, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
-        observe(ModelHandlerStage::inference, 2.0);
-        hold.wait();
-        return ScriptedHandler::transcript(job, "x");
-    })); };
+    auto loader = [&](const ModelIdentifier& id, std::stop_token) {
+        box.replace(std::make_shared<ScriptedHandler>(
+            id, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
+                observe(ModelHandlerStage::inference, 2.0);
+                hold.wait();
+                return ScriptedHandler::transcript(job, "x");
+            }));
+    };
     loader(kModelA, {});
     http->queueClaims({makeClaim("j", "s", kModelB)});
     start([&](WorkerController::Dependencies& d) { d.handlerLoader = loader; });
@@ -88,7 +92,8 @@ TEST_F(Bridge, StageTimingsAndHeartbeatsReachTheLogsAndTheSnapshot) {
     ASSERT_TRUE(applyUntil([&](const Event&) { return bridge->recentStageTimings().size() == 3; }));
     std::vector<Event::Stage> stages;
     for (const auto& t : bridge->recentStageTimings()) stages.push_back(t.stage);
-    EXPECT_EQ(stages, (std::vector<Event::Stage>{Event::Stage::modelSwap, Event::Stage::download, Event::Stage::inference}));
+    EXPECT_EQ(stages, (std::vector<Event::Stage>{Event::Stage::modelSwap, Event::Stage::download,
+                                                 Event::Stage::inference}));
     EXPECT_TRUE(bridge->hasActiveJob());
     ASSERT_TRUE(sleeper->releaseNext(30.5));
     ASSERT_TRUE(applyUntil<Event::Heartbeat>());

@@ -15,12 +15,13 @@ ShardClaim withOffsets(ShardClaim claim, double start, double end) {
 }
 
 TEST_F(Lifecycle, ResultBodyIsBuiltFromTheTranscriptTheClaimAndTheHandler) {
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
-        observe(ModelHandlerStage::decode, 1.5);
-        observe(ModelHandlerStage::decode, 0.5);
-        observe(ModelHandlerStage::inference, 4.0);
-        return ScriptedHandler::transcript(job, "  three  \n words\there ");
-    }));
+    box.replace(std::make_shared<ScriptedHandler>(
+        kModelA, [](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
+            observe(ModelHandlerStage::decode, 1.5);
+            observe(ModelHandlerStage::decode, 0.5);
+            observe(ModelHandlerStage::inference, 4.0);
+            return ScriptedHandler::transcript(job, "  three  \n words\there ");
+        }));
     http->queueClaims({withOffsets(makeClaim("j1", "s1"), 40.0, 10.0)});
     LogCapture logs;
     start();
@@ -48,28 +49,36 @@ TEST_F(Lifecycle, ResultBodyIsBuiltFromTheTranscriptTheClaimAndTheHandler) {
 }
 
 TEST_F(Lifecycle, PerformanceBlockCarriesStagesRoundTripsCacheAndStrategy) {
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
-        observe(ModelHandlerStage::decode, 1.5);
-        observe(ModelHandlerStage::decode, 0.5);
-        observe(ModelHandlerStage::inference, 2.0);
-        clock.advance(8);
-        return ScriptedHandler::transcript(job, "a b");
-    }));
+    box.replace(std::make_shared<ScriptedHandler>(
+        kModelA, [&](const ClaimedJob& job, const StageObserver& observe, std::stop_token) {
+            observe(ModelHandlerStage::decode, 1.5);
+            observe(ModelHandlerStage::decode, 0.5);
+            observe(ModelHandlerStage::inference, 2.0);
+            clock.advance(8);
+            return ScriptedHandler::transcript(job, "a b");
+        }));
     CoordinatorStrategySuggestion strategy{2, std::nullopt, std::nullopt, 7};
     // The claim's own poll takes 100 ms.
     http->queuePoll([&](std::int64_t) {
         clock.advance(0.1);
-        return PollBatchOutcome{{withOffsets(makeClaim("j1", "s1"), 10.0, 42.0)}, std::nullopt, strategy};
+        return PollBatchOutcome{
+            {withOffsets(makeClaim("j1", "s1"), 10.0, 42.0)}, std::nullopt, strategy};
     });
-    start([&](WorkerController::Dependencies& d) {
-        d.resourceAggregator = [](Date) { return ResourceAggregate{55.0, 2684354560ull, 4, 60.0, std::nullopt}; };
-        d.performanceMetadataProvider = [] {
-            WorkerPerformanceMetadata meta;
-            meta.threadLimit = 6;
-            meta.chip = "Test CPU";
-            return meta;
-        };
-    }, [](WorkerController& w) { w.recordModelLoaded(true, 1.25); });  // the load precedes the shard
+    start(
+        [&](WorkerController::Dependencies& d) {
+            d.resourceAggregator = [](Date) {
+                return ResourceAggregate{55.0, 2684354560ull, 4, 60.0, std::nullopt};
+            };
+            d.performanceMetadataProvider = [] {
+                WorkerPerformanceMetadata meta;
+                meta.threadLimit = 6;
+                meta.chip = "Test CPU";
+                return meta;
+            };
+        },
+        [](WorkerController& w) {
+            w.recordModelLoaded(true, 1.25);
+        });  // the load precedes the shard
     ASSERT_TRUE(awaitEvent<Event::ResultSubmitted>());
     auto perf = http->results().at(0).body.performance;
     ASSERT_TRUE(perf.has_value());
@@ -100,31 +109,44 @@ TEST_F(Lifecycle, EveryFailureEndsInOneReportWithItsCodeAndRetryability) {
         std::string expectedWire;
     };
     auto throwing = [](ModelError error) {
-        return [error](const ClaimedJob&, const StageObserver&, std::stop_token) -> JobResult { throw error; };
+        return [error](const ClaimedJob&, const StageObserver&, std::stop_token) -> JobResult {
+            throw error;
+        };
     };
     std::vector<Row> rows{
         {"no handler", [](Lifecycle&) {},
-         "code=handler_unavailable; retryable=true; message=no registered handler for model whisper-large-v3-turbo-q4"},
-        {"download", [](Lifecycle& t) {
+         "code=handler_unavailable; retryable=true; message=no registered handler for model "
+         "whisper-large-v3-turbo-q4"},
+        {"download",
+         [](Lifecycle& t) {
              t.box.replace(std::make_shared<ScriptedHandler>(kModelA));
              t.materialiseError = "Audio download failed with HTTP 404";
          },
          "code=ingestion_error; retryable=true; message=Audio download failed with HTTP 404"},
-        {"crash", [&](Lifecycle& t) {
-             t.box.replace(std::make_shared<ScriptedHandler>(kModelA, throwing(ModelError(ModelError::BackendCrashed{"boom"}))));
+        {"crash",
+         [&](Lifecycle& t) {
+             t.box.replace(std::make_shared<ScriptedHandler>(
+                 kModelA, throwing(ModelError(ModelError::BackendCrashed{"boom"}))));
          },
          "code=handler_error; retryable=true; message=backendCrashed(underlying: boom)"},
-        {"invalid input", [&](Lifecycle& t) {
-             t.box.replace(std::make_shared<ScriptedHandler>(kModelA, throwing(ModelError(ModelError::InvalidInput{"empty"}))));
+        {"invalid input",
+         [&](Lifecycle& t) {
+             t.box.replace(std::make_shared<ScriptedHandler>(
+                 kModelA, throwing(ModelError(ModelError::InvalidInput{"empty"}))));
          },
          "code=handler_error; retryable=false; message=invalidInput(reason: \"empty\")"},
-        {"image output", [](Lifecycle& t) {
-             t.box.replace(std::make_shared<ScriptedHandler>(kModelA, [](const ClaimedJob& job, const StageObserver&, std::stop_token) {
+        {"image output",
+         [](Lifecycle& t) {
+             t.box.replace(std::make_shared<ScriptedHandler>(kModelA, [](const ClaimedJob& job,
+                                                                         const StageObserver&,
+                                                                         std::stop_token) {
                  return JobResult{job.id, job.shardID, ModelOutput{ModelOutput::Image{}}, "x", 0};
              }));
          },
-         "code=handler_error; retryable=false; message=invalidInput(reason: \"non-transcript output not supported in Phase 1\")"},
-        {"submit 409", [](Lifecycle& t) {
+         "code=handler_error; retryable=false; message=invalidInput(reason: \"non-transcript "
+         "output not supported in Phase 1\")"},
+        {"submit 409",
+         [](Lifecycle& t) {
              t.box.replace(std::make_shared<ScriptedHandler>(kModelA));
              t.http->onSubmitResult([](const auto&) { throw WorkerHTTPError::jobCancelled(); });
          },
@@ -167,12 +189,16 @@ TEST_F(Lifecycle, ModelLoadFailureReportsWithoutDownloadingAndALoadedModelIsNotR
             throw std::runtime_error("weights missing");
         };
     });
-    ASSERT_TRUE(http->waitUntil([](const FakeWorkerHTTP& h) { return h.results().size() == 1 && h.failures().size() == 1; }));
+    ASSERT_TRUE(http->waitUntil([](const FakeWorkerHTTP& h) {
+        return h.results().size() == 1 && h.failures().size() == 1;
+    }));
     EXPECT_EQ(http->failures()[0].reason.wireString(),
-              "code=handler_load_failed; retryable=true; message=handler load failed for parakeet-tdt-0.6b-v2: weights missing");
+              "code=handler_load_failed; retryable=true; message=handler load failed for "
+              "parakeet-tdt-0.6b-v2: weights missing");
     EXPECT_EQ(downloads, 1) << "only the shard on the loaded model downloads";
     EXPECT_EQ(loads, 1);
-    EXPECT_TRUE(logs.contains("handler swap failed \u2014 failing shard as handler_load_failed: weights missing"));
+    EXPECT_TRUE(logs.contains(
+        "handler swap failed \u2014 failing shard as handler_load_failed: weights missing"));
 }
 
 TEST_F(Lifecycle, FailedSubmissionBecomesAReportAndAFailedReportAnError) {
@@ -182,7 +208,8 @@ TEST_F(Lifecycle, FailedSubmissionBecomesAReportAndAFailedReportAnError) {
     http->queueClaims({makeClaim("gone")});
     start();
     ASSERT_TRUE(awaitEvent<Event::ErrorOccurred>());
-    EXPECT_EQ(seen.back().as<Event::ErrorOccurred>()->description, "Job no longer belongs to this worker");
+    EXPECT_EQ(seen.back().as<Event::ErrorOccurred>()->description,
+              "Job no longer belongs to this worker");
     EXPECT_EQ(http->results().size(), 1u) << "a result is sent once, never again";
     EXPECT_EQ(http->failures().size(), 1u);
     EXPECT_EQ(countSeen<Event::FailSubmitted>(), 0);
@@ -191,10 +218,11 @@ TEST_F(Lifecycle, FailedSubmissionBecomesAReportAndAFailedReportAnError) {
 TEST_F(Lifecycle, HeartbeatsStartAfterOneIntervalAndSurviveFailures) {
     config.heartbeatInterval = 30.5;
     Gate& gate = newGate();
-    box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token) {
-        gate.wait();
-        return ScriptedHandler::transcript(job, "ok");
-    }));
+    box.replace(std::make_shared<ScriptedHandler>(
+        kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token) {
+            gate.wait();
+            return ScriptedHandler::transcript(job, "ok");
+        }));
     std::atomic<int> beats{0};
     http->onHeartbeat([&](const auto&) {
         if (++beats <= 10) throw WorkerHTTPError::httpError(503, std::nullopt);
@@ -211,7 +239,8 @@ TEST_F(Lifecycle, HeartbeatsStartAfterOneIntervalAndSurviveFailures) {
     EXPECT_EQ(controller->snapshot().lastHeartbeatAt, seen.back().as<Event::Heartbeat>()->at);
     gate.open();
     ASSERT_TRUE(awaitEvent<Event::ResultSubmitted>());
-    finish();  // the heartbeat may beat once more until the shard is put away; `beats` must outlive it
+    finish();  // the heartbeat may beat once more until the shard is put away; `beats` must outlive
+               // it
 }
 
 TEST_F(Lifecycle, StopRacingFinishingHandlersSendsExactlyOneTerminalReportPerShard) {
@@ -222,27 +251,31 @@ TEST_F(Lifecycle, StopRacingFinishingHandlersSendsExactlyOneTerminalReportPerSha
         config.maxShardsInFlightOverride = 4;
         Gate& gate = newGate();
         std::atomic<int> reached{0};
-        box.replace(std::make_shared<ScriptedHandler>(kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token) {
-            if (++reached == 4) gate.markReached();
-            gate.wait();
-            return ScriptedHandler::transcript(job, "x");
-        }));
+        box.replace(std::make_shared<ScriptedHandler>(
+            kModelA, [&](const ClaimedJob& job, const StageObserver&, std::stop_token) {
+                if (++reached == 4) gate.markReached();
+                gate.wait();
+                return ScriptedHandler::transcript(job, "x");
+            }));
         std::vector<ShardClaim> claims;
-        for (int i = 0; i < 4; ++i) claims.push_back(makeClaim("job" + std::to_string(i), "s" + std::to_string(i)));
+        for (int i = 0; i < 4; ++i)
+            claims.push_back(makeClaim("job" + std::to_string(i), "s" + std::to_string(i)));
         http->queueClaims(claims);
         start();
         ASSERT_TRUE(gate.waitReached());
         gate.open();
         sleeper->open();
         controller->stop();
-        ASSERT_TRUE(spinUntil([&] { return http->results().size() + http->failures().size() >= 4; }));
+        ASSERT_TRUE(
+            spinUntil([&] { return http->results().size() + http->failures().size() >= 4; }));
         finish();
         gates.clear();
         std::map<std::string, int> reports;
         for (const auto& r : http->results()) ++reports[*r.shardID];
         for (const auto& f : http->failures()) ++reports[*f.shardID];
         ASSERT_EQ(reports.size(), 4u);
-        for (const auto& [shard, count] : reports) EXPECT_EQ(count, 1) << shard << " in round " << round;
+        for (const auto& [shard, count] : reports)
+            EXPECT_EQ(count, 1) << shard << " in round " << round;
     }
 }
 

@@ -5,10 +5,10 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <deque>
 #include <set>
 #include <stop_token>
 #include <thread>
@@ -29,34 +29,37 @@ inline const ModelIdentifier kModelC{"other", "model-c", "1"};
 
 // A handler whose work the test scripts; by default it transcribes "hello world".
 class ScriptedHandler final : public ModelHandler {
-public:
+  public:
     using Run = std::function<JobResult(const ClaimedJob&, const StageObserver&, std::stop_token)>;
-    explicit ScriptedHandler(ModelIdentifier id, Run run = {}) : id_(std::move(id)), run_(std::move(run)) {}
+    explicit ScriptedHandler(ModelIdentifier id, Run run = {})
+        : id_(std::move(id)), run_(std::move(run)) {}
 
     ModelIdentifier modelIdentifier() const override { return id_; }
     std::string activeImplName() const override { return "scripted"; }
     std::optional<std::string> installedVersion() const override { return "1"; }
-    JobResult handle(const ClaimedJob& job, const StageObserver& observer, std::stop_token stop) override {
+    JobResult handle(const ClaimedJob& job, const StageObserver& observer,
+                     std::stop_token stop) override {
         ++calls;
         if (run_) return run_(job, observer, stop);
         return transcript(job, "hello world");
     }
 
-    static JobResult transcript(const ClaimedJob& job, std::string text, std::optional<std::string> language = std::nullopt) {
+    static JobResult transcript(const ClaimedJob& job, std::string text,
+                                std::optional<std::string> language = std::nullopt) {
         TranscriptResult t{std::move(text), std::move(language), {{0, 1, "x"}, {1, 2, "y"}}};
         return {job.id, job.shardID, ModelOutput{t}, "scripted-backend", 0.5};
     }
 
     std::atomic<int> calls{0};
 
-private:
+  private:
     ModelIdentifier id_;
     Run run_;
 };
 
 // A latch a scripted handler can wait on, released by the test.
 class Gate {
-public:
+  public:
     void open() {
         {
             std::lock_guard lock(mutex_);
@@ -85,7 +88,7 @@ public:
         return cv_.wait_for(lock, std::chrono::seconds(20), [&] { return reached_; });
     }
 
-private:
+  private:
     std::mutex mutex_;
     std::condition_variable_any cv_;
     bool open_ = false;
@@ -103,7 +106,7 @@ inline bool spinUntil(const std::function<bool()>& predicate) {
 }
 
 class WorkerFixture : public ::testing::Test {
-public:
+  public:
     static constexpr double kPoll = 30, kRecheck = 5, kHeartbeat = 1000;
 
     void TearDown() override { finish(); }
@@ -127,8 +130,13 @@ public:
         d.handlerLookup = [this](const ModelIdentifier&) { return box.current(); };
         d.materialiser = [this](const ShardClaim& claim, std::stop_token) {
             if (materialiseError) throw std::runtime_error(*materialiseError);
-            return ClaimedJob{claim.jobID, claim.shardID, ModelCategory::transcription, claim.modelOrDefault(),
-                              "/tmp/" + claim.key() + ".wav", clock.now(), std::nullopt};
+            return ClaimedJob{claim.jobID,
+                              claim.shardID,
+                              ModelCategory::transcription,
+                              claim.modelOrDefault(),
+                              "/tmp/" + claim.key() + ".wav",
+                              clock.now(),
+                              std::nullopt};
         };
         d.isEligible = [this] { return eligible(); };
         d.strategyHolder = std::make_shared<StrategySuggestionHolder>();

@@ -51,7 +51,7 @@ class DevCoordinator {
         std::filesystem::path audioDir{};
         std::string token = "dev-token";
         std::vector<ShardSpec> shards{};
-        std::optional<int> suggestedMaxShards{};  // sent as X-Suggested-Max-Shards on polls
+        std::optional<int> suggestedMaxShards{};       // sent as X-Suggested-Max-Shards on polls
         std::optional<std::string> enrollmentToken{};  // required of registrations when set
     };
 
@@ -131,12 +131,18 @@ class DevCoordinator {
                          const std::string& jobID, ReportKind kind);
     void handleAudio(const httplib::Request& request, httplib::Response& response,
                      const std::string& fileName);
-    void handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&);
-    void handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response, const std::string&);
-    void handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&);
-    void handleEarningsSummary(const httplib::Request& request, httplib::Response& response, const std::string&);
-    void handleNoHistory(const httplib::Request& request, httplib::Response& response, const std::string&);
-    void handleNoHourlyEarnings(const httplib::Request& request, httplib::Response& response, const std::string&);
+    void handleRegister(const httplib::Request& request, httplib::Response& response,
+                        const std::string&);
+    void handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response,
+                              const std::string&);
+    void handleDashboard(const httplib::Request& request, httplib::Response& response,
+                         const std::string&);
+    void handleEarningsSummary(const httplib::Request& request, httplib::Response& response,
+                               const std::string&);
+    void handleNoHistory(const httplib::Request& request, httplib::Response& response,
+                         const std::string&);
+    void handleNoHourlyEarnings(const httplib::Request& request, httplib::Response& response,
+                                const std::string&);
 
     const std::string host_;
     const std::filesystem::path audioDir_;

@@ -36,7 +36,8 @@ bool isString(const nlohmann::json& body, const char* key) {
 
 }  // namespace
 
-void DevCoordinator::handleDashboard(const httplib::Request& request, httplib::Response& response, const std::string&) {
+void DevCoordinator::handleDashboard(const httplib::Request& request, httplib::Response& response,
+                                     const std::string&) {
     WorkerDashboard dashboard;
     dashboard.workerId = request.get_header_value("X-Worker-ID");
     dashboard.trustTier = "new";
@@ -51,7 +52,8 @@ void DevCoordinator::handleDashboard(const httplib::Request& request, httplib::R
     answer(response, 200, dashboard.encode());
 }
 
-void DevCoordinator::handleEarningsSummary(const httplib::Request&, httplib::Response& response, const std::string&) {
+void DevCoordinator::handleEarningsSummary(const httplib::Request&, httplib::Response& response,
+                                           const std::string&) {
     EarningsSummary summary;
     {
         std::lock_guard lock(mutex_);
@@ -61,11 +63,13 @@ void DevCoordinator::handleEarningsSummary(const httplib::Request&, httplib::Res
 }
 
 // Daily earnings and the week's top jobs: lists, empty here.
-void DevCoordinator::handleNoHistory(const httplib::Request&, httplib::Response& response, const std::string&) {
+void DevCoordinator::handleNoHistory(const httplib::Request&, httplib::Response& response,
+                                     const std::string&) {
     answer(response, 200, nlohmann::json::array());
 }
 
-void DevCoordinator::handleNoHourlyEarnings(const httplib::Request&, httplib::Response& response, const std::string&) {
+void DevCoordinator::handleNoHourlyEarnings(const httplib::Request&, httplib::Response& response,
+                                            const std::string&) {
     answer(response, 200, {{"hours", std::vector<double>(24, 0.0)}});
 }
 
@@ -84,11 +88,13 @@ void DevCoordinator::setPayoutCycleInProgress(bool inProgress) {
     payoutCycleInProgress_ = inProgress;
 }
 
-void DevCoordinator::handlePutPayoutPrefs(const httplib::Request& request, httplib::Response& response,
-                                          const std::string&) {
-    const nlohmann::json body = nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
+void DevCoordinator::handlePutPayoutPrefs(const httplib::Request& request,
+                                          httplib::Response& response, const std::string&) {
+    const nlohmann::json body =
+        nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
     if (!body.is_object() || !isString(body, "method") || !isString(body, "schedule")) {
-        answer(response, 422, {{"detail", "The payout preferences need \"method\" and \"schedule\" strings"}});
+        answer(response, 422,
+               {{"detail", "The payout preferences need \"method\" and \"schedule\" strings"}});
         return;
     }
     const std::string method = body["method"].get<std::string>();
@@ -101,7 +107,9 @@ void DevCoordinator::handlePutPayoutPrefs(const httplib::Request& request, httpl
             return;
         }
         if (auto it = payoutSetupRequired_.find(method); it != payoutSetupRequired_.end()) {
-            answer(response, 400, {{"detail", "Set up " + method + " before choosing it"}, {"required_setup", it->second}});
+            answer(response, 400,
+                   {{"detail", "Set up " + method + " before choosing it"},
+                    {"required_setup", it->second}});
             return;
         }
         payoutPrefs_ = {method, schedule, nowISO8601()};
@@ -109,7 +117,10 @@ void DevCoordinator::handlePutPayoutPrefs(const httplib::Request& request, httpl
         noteChange();
     }
     log::get("DevCoordinator")->info("payout prefs set to {} {}", method, schedule);
-    answer(response, 200, {{"method", accepted.method}, {"schedule", accepted.schedule}, {"updated_at", accepted.updatedAt}});
+    answer(response, 200,
+           {{"method", accepted.method},
+            {"schedule", accepted.schedule},
+            {"updated_at", accepted.updatedAt}});
 }
 
 }  // namespace corvane::dev

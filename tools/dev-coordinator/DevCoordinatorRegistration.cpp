@@ -21,8 +21,10 @@ std::vector<RegistrationRecord> DevCoordinator::registrations() const {
     return registrations_;
 }
 
-void DevCoordinator::handleRegister(const httplib::Request& request, httplib::Response& response, const std::string&) {
-    const nlohmann::json body = nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
+void DevCoordinator::handleRegister(const httplib::Request& request, httplib::Response& response,
+                                    const std::string&) {
+    const nlohmann::json body =
+        nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
     if (!body.is_object() || !body.contains("worker_id") || !body["worker_id"].is_string() ||
         body["worker_id"].get<std::string>().empty()) {
         refuse(response, 422, "The registration needs a JSON object with a \"worker_id\" string");
@@ -30,15 +32,18 @@ void DevCoordinator::handleRegister(const httplib::Request& request, httplib::Re
     }
     const std::string workerID = body["worker_id"].get<std::string>();
     const bool sentToken = request.has_header("X-Enrollment-Token");
-    if (enrollmentToken_ && (!sentToken || request.get_header_value("X-Enrollment-Token") != *enrollmentToken_)) {
-        refuse(response, 401, sentToken ? "Invalid invitation code" : "An invitation code is required");
+    if (enrollmentToken_ &&
+        (!sentToken || request.get_header_value("X-Enrollment-Token") != *enrollmentToken_)) {
+        refuse(response, 401,
+               sentToken ? "Invalid invitation code" : "An invitation code is required");
         return;
     }
     {
         std::lock_guard lock(mutex_);
         for (const RegistrationRecord& known : registrations_) {
             if (known.workerID == workerID) {
-                refuse(response, 403, "Worker already registered; rotate the existing token instead");
+                refuse(response, 403,
+                       "Worker already registered; rotate the existing token instead");
                 return;
             }
         }
@@ -47,10 +52,11 @@ void DevCoordinator::handleRegister(const httplib::Request& request, httplib::Re
     }
     log::get("DevCoordinator")->info("registered worker {}", workerID);
     response.status = 200;
-    response.set_content(
-        nlohmann::json{{"worker_id", workerID}, {"worker_token", token_}, {"message", "Registered with the local coordinator"}}
-            .dump(),
-        "application/json");
+    response.set_content(nlohmann::json{{"worker_id", workerID},
+                                        {"worker_token", token_},
+                                        {"message", "Registered with the local coordinator"}}
+                             .dump(),
+                         "application/json");
 }
 
 }  // namespace corvane::dev

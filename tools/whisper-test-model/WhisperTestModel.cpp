@@ -24,7 +24,8 @@ std::uint16_t toHalf(float value) {
     const std::uint32_t sign = (bits >> 16) & 0x8000u;
     const std::int32_t exponent = static_cast<std::int32_t>((bits >> 23) & 0xff) - 127 + 15;
     std::uint32_t mantissa = bits & 0x7fffffu;
-    if (((bits >> 23) & 0xff) == 0xff) return static_cast<std::uint16_t>(sign | 0x7c00u | (mantissa ? 0x200u : 0));
+    if (((bits >> 23) & 0xff) == 0xff)
+        return static_cast<std::uint16_t>(sign | 0x7c00u | (mantissa ? 0x200u : 0));
     if (exponent >= 31) return static_cast<std::uint16_t>(sign | 0x7c00u);
     if (exponent <= 0) {
         if (exponent < -10) return static_cast<std::uint16_t>(sign);
@@ -43,14 +44,15 @@ std::uint16_t toHalf(float value) {
 }
 
 class Writer {
-public:
+  public:
     void u32(std::uint32_t value) { raw(&value, sizeof value); }
     void i32(std::int32_t value) { raw(&value, sizeof value); }
     void f32(float value) { raw(&value, sizeof value); }
     void text(const std::string& value) { bytes_.append(value); }
 
     // One tensor with ggml's dimension order (ne0 first, the fastest-moving index).
-    void tensor(const std::string& name, const std::vector<std::int32_t>& ne, bool f16, const std::vector<float>& values) {
+    void tensor(const std::string& name, const std::vector<std::int32_t>& ne, bool f16,
+                const std::vector<float>& values) {
         i32(static_cast<std::int32_t>(ne.size()));
         i32(static_cast<std::int32_t>(name.size()));
         i32(f16 ? kTypeF16 : kTypeF32);
@@ -59,7 +61,8 @@ public:
             i32(n);
             count *= static_cast<std::size_t>(n);
         }
-        if (values.size() != count) throw std::logic_error("whisper test model: wrong value count for " + name);
+        if (values.size() != count)
+            throw std::logic_error("whisper test model: wrong value count for " + name);
         text(name);
         for (float value : values) {
             if (f16) {
@@ -73,7 +76,7 @@ public:
 
     std::string take() { return std::move(bytes_); }
 
-private:
+  private:
     // The format is little-endian, as are the machines we build on.
     void raw(const void* data, std::size_t size) {
         static_assert(std::endian::native == std::endian::little);
@@ -85,7 +88,7 @@ private:
 
 // The weights of one model: uniform random numbers from one seeded generator.
 class Weights {
-public:
+  public:
     explicit Weights(std::uint32_t seed) : random_(seed) {}
 
     std::vector<float> uniform(std::size_t count, float scale) {
@@ -94,7 +97,9 @@ public:
         for (float& v : values) v = weight(random_);
         return values;
     }
-    static std::vector<float> filled(std::size_t count, float value) { return std::vector<float>(count, value); }
+    static std::vector<float> filled(std::size_t count, float value) {
+        return std::vector<float>(count, value);
+    }
 
     // A random unit vector of `width` components.
     std::vector<float> direction(std::int32_t width) {
@@ -105,7 +110,7 @@ public:
         return v;
     }
 
-private:
+  private:
     std::mt19937 random_;
 };
 
@@ -158,10 +163,12 @@ void writeNorm(Writer& out, const std::string& prefix, std::int32_t width) {
 void writeAttention(Writer& out, Weights& w, const std::string& prefix, std::int32_t width) {
     const float scale = 1.0f / std::sqrt(static_cast<float>(width));
     writeNorm(out, prefix + "_ln", width);
-    out.tensor(prefix + ".query.weight", {width, width}, true, w.uniform(area(width, width), scale));
+    out.tensor(prefix + ".query.weight", {width, width}, true,
+               w.uniform(area(width, width), scale));
     out.tensor(prefix + ".query.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
     out.tensor(prefix + ".key.weight", {width, width}, true, w.uniform(area(width, width), scale));
-    out.tensor(prefix + ".value.weight", {width, width}, true, w.uniform(area(width, width), scale));
+    out.tensor(prefix + ".value.weight", {width, width}, true,
+               w.uniform(area(width, width), scale));
     out.tensor(prefix + ".value.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
     out.tensor(prefix + ".out.weight", {width, width}, true, w.uniform(area(width, width), scale));
     out.tensor(prefix + ".out.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
@@ -170,9 +177,11 @@ void writeAttention(Writer& out, Weights& w, const std::string& prefix, std::int
 void writeMlp(Writer& out, Weights& w, const std::string& prefix, std::int32_t width) {
     const float scale = 1.0f / std::sqrt(static_cast<float>(width));
     writeNorm(out, prefix + ".mlp_ln", width);
-    out.tensor(prefix + ".mlp.0.weight", {width, 4 * width}, true, w.uniform(area(width, 4 * width), scale));
+    out.tensor(prefix + ".mlp.0.weight", {width, 4 * width}, true,
+               w.uniform(area(width, 4 * width), scale));
     out.tensor(prefix + ".mlp.0.bias", {4 * width}, false, w.uniform(area(4 * width, 1), 0.02f));
-    out.tensor(prefix + ".mlp.2.weight", {4 * width, width}, true, w.uniform(area(4 * width, width), scale / 2));
+    out.tensor(prefix + ".mlp.2.weight", {4 * width, width}, true,
+               w.uniform(area(4 * width, width), scale / 2));
     out.tensor(prefix + ".mlp.2.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
 }
 
@@ -194,7 +203,8 @@ void writeDecoderEmbeddings(Writer& out, Weights& w, const WhisperTestModelShape
     const std::int32_t firstTimestamp = multilingual ? 50364 : 50363;
     const std::int32_t lastTimestamp = shape.nVocab - 1;
     const float tokenScale = 2.5f;
-    const float positionScale = 12.0f * tokenScale;  // per component: about ten times a token's norm
+    const float positionScale =
+        12.0f * tokenScale;  // per component: about ten times a token's norm
     const float norm = positionScale * std::sqrt(static_cast<float>(width) / 3.0f);
 
     // Two orthonormal directions: end-of-text and timestamps.
@@ -225,25 +235,30 @@ void writeDecoderEmbeddings(Writer& out, Weights& w, const WhisperTestModelShape
     std::vector<float> tokens = w.uniform(area(width, shape.nVocab), tokenScale);
     const float strong = 4.0f * tokenScale * std::sqrt(static_cast<float>(width));
     auto setRow = [&](std::int32_t token, const std::vector<float>& direction, float length) {
-        for (std::int32_t i = 0; i < width; ++i) tokens[area(token, width) + i] = length * direction[i];
+        for (std::int32_t i = 0; i < width; ++i)
+            tokens[area(token, width) + i] = length * direction[i];
     };
     setRow(endOfText, end, strong);
     setRow(lastTimestamp, stamp, strong);
     // A window may only open with a timestamp of the first second; these take the slot then.
-    for (std::int32_t token = firstTimestamp; token <= firstTimestamp + 50; ++token) setRow(token, stamp, strong / 2);
+    for (std::int32_t token = firstTimestamp; token <= firstTimestamp + 50; ++token)
+        setRow(token, stamp, strong / 2);
     out.tensor("decoder.token_embedding.weight", {width, shape.nVocab}, true, tokens);
 }
 
 void validate(const WhisperTestModelShape& s) {
-    for (std::int32_t v : {s.nAudioCtx, s.nAudioState, s.nAudioHead, s.nAudioLayer, s.nTextCtx, s.nTextState,
-                           s.nTextHead, s.nTextLayer, s.nMels}) {
+    for (std::int32_t v : {s.nAudioCtx, s.nAudioState, s.nAudioHead, s.nAudioLayer, s.nTextCtx,
+                           s.nTextState, s.nTextHead, s.nTextLayer, s.nMels}) {
         if (v <= 0) throw std::invalid_argument("whisper test model: every size must be positive");
     }
     if (s.nAudioState % s.nAudioHead != 0 || s.nTextState % s.nTextHead != 0) {
-        throw std::invalid_argument("whisper test model: a width must be divisible by its head count");
+        throw std::invalid_argument(
+            "whisper test model: a width must be divisible by its head count");
     }
     // The English-only layout needs 50256 text tokens, 9 specials and 1501 timestamps.
-    if (s.nVocab < 51864) throw std::invalid_argument("whisper test model: the vocabulary needs at least 51864 tokens");
+    if (s.nVocab < 51864)
+        throw std::invalid_argument(
+            "whisper test model: the vocabulary needs at least 51864 tokens");
 }
 
 }  // namespace
@@ -252,9 +267,9 @@ std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
     validate(shape);
     Writer out;
     out.u32(kMagic);
-    for (std::int32_t v : {shape.nVocab, shape.nAudioCtx, shape.nAudioState, shape.nAudioHead, shape.nAudioLayer,
-                           shape.nTextCtx, shape.nTextState, shape.nTextHead, shape.nTextLayer, shape.nMels,
-                           kFtypeF16}) {
+    for (std::int32_t v : {shape.nVocab, shape.nAudioCtx, shape.nAudioState, shape.nAudioHead,
+                           shape.nAudioLayer, shape.nTextCtx, shape.nTextState, shape.nTextHead,
+                           shape.nTextLayer, shape.nMels, kFtypeF16}) {
         out.i32(v);
     }
     writeMelFilters(out, shape.nMels);
@@ -270,9 +285,11 @@ std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
 
     Weights w(shape.seed);
     const std::int32_t a = shape.nAudioState;
-    out.tensor("encoder.positional_embedding", {a, shape.nAudioCtx}, false, w.uniform(area(a, shape.nAudioCtx), 0.1f));
+    out.tensor("encoder.positional_embedding", {a, shape.nAudioCtx}, false,
+               w.uniform(area(a, shape.nAudioCtx), 0.1f));
     out.tensor("encoder.conv1.weight", {3, shape.nMels, a}, true,
-               w.uniform(area(3 * shape.nMels, a), 1.0f / std::sqrt(3.0f * static_cast<float>(shape.nMels))));
+               w.uniform(area(3 * shape.nMels, a),
+                         1.0f / std::sqrt(3.0f * static_cast<float>(shape.nMels))));
     out.tensor("encoder.conv1.bias", {1, a}, false, w.uniform(area(a, 1), 0.02f));
     out.tensor("encoder.conv2.weight", {3, a, a}, true,
                w.uniform(area(3 * a, a), 1.0f / std::sqrt(3.0f * static_cast<float>(a))));
