@@ -23,7 +23,7 @@
 #include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
-#include "CorvaneApp/dashboard/DemoHeadless.h"
+#include "CorvaneApp/demo/DemoHeadless.h"
 #include "CorvaneApp/eligibility/X11Display.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/platform/Paths.h"

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 #include "SpeechEngine/ASRError.h"
 #include "SpeechEngine/AudioConverterError.h"
 #include "SpeechEngine/AudioSampleSource.h"
@@ -158,7 +159,7 @@ ASRResult AsrManager::transcribeWithState(std::span<const float> samples,
     result.duration = static_cast<double>(count) / config_.sampleRate;
     result.processingTime = corvane::secondsBetween(started, now_());
     result.confidence = TranscriptAssembly::calculateConfidence(
-        hypothesis.ySequence.size(), TranscriptAssembly::trimmed(result.text).empty(),
+        hypothesis.ySequence.size(), corvane::trimAsciiWhitespace(result.text).empty(),
         hypothesis.tokenConfidences);
     return result;
 }

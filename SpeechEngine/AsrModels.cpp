@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 #include "SpeechEngine/AsrModelsError.h"
 #include "SpeechEngine/Cancellation.h"
 
@@ -11,10 +12,6 @@ namespace speech {
 namespace fs = std::filesystem;
 
 namespace {
-
-std::shared_ptr<spdlog::logger> logger() {
-    return corvane::log::get("AsrModels");
-}
 
 std::vector<std::string> networkNames(const AsrModelFiles& files) {
     std::vector<std::string> names{files.preprocessor};
@@ -59,9 +56,7 @@ bool AsrModels::modelsExist(const fs::path& directory, AsrModelVersion version) 
 }
 
 AsrModelVersion AsrModels::versionForPath(const fs::path& directory) {
-    std::string path = directory.string();
-    std::transform(path.begin(), path.end(), path.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string path = corvane::asciiLowercased(directory.string());
     for (auto version : {AsrModelVersion::tdtCtc110m, AsrModelVersion::v2, AsrModelVersion::v3,
                          AsrModelVersion::tdtJa}) {
         if (path.find(repoFor(version).folderName()) != std::string::npos) return version;
@@ -80,7 +75,7 @@ fs::path AsrModels::download(DownloadUtils& downloads, const fs::path& directory
         throw AsrModelsError::downloadFailed(
             ".ctcZhCn must be downloaded via its dedicated model class (e.g., CtcZhCnModels)");
     }
-    logger()->info("Downloading ASR models to: {}", directory.string());
+    corvane::log::get("AsrModels")->info("Downloading ASR models to: {}", directory.string());
     fs::path folder = modelFolder(directory, version);
     if (force) {
         std::error_code error;
@@ -89,13 +84,13 @@ fs::path AsrModels::download(DownloadUtils& downloads, const fs::path& directory
             throw AsrModelsError::downloadFailed("cannot delete " + folder.string() + ": " +
                                                  error.message());
     } else if (modelsExist(directory, version)) {
-        logger()->info("ASR models already present at: {}", folder.string());
+        corvane::log::get("AsrModels")->info("ASR models already present at: {}", folder.string());
         return folder;
     }
     auto names = networkNames(modelFiles(version));
     downloads.loadModels(repoFor(version), names, folder.parent_path(),
                          defaultConfiguration().computeUnits, progress, stop);
-    logger()->info("Successfully downloaded ASR models");
+    corvane::log::get("AsrModels")->info("Successfully downloaded ASR models");
     return folder;
 }
 
@@ -107,7 +102,7 @@ AsrModels AsrModels::load(DownloadUtils& downloads, const fs::path& directory,
             ".ctcZhCn must be loaded via its dedicated manager class (e.g., CtcZhCnManager)");
     }
     fs::path folder = modelFolder(directory, version);
-    logger()->info("Loading ASR models from: {}", folder.string());
+    corvane::log::get("AsrModels")->info("Loading ASR models from: {}", folder.string());
     ModelConfiguration config = configuration.value_or(defaultConfiguration());
     auto files = modelFiles(version);
     Repo repo = repoFor(version);
@@ -154,7 +149,8 @@ AsrModels AsrModels::load(DownloadUtils& downloads, const fs::path& directory,
     if (!result.decoder || !result.joint)
         throw AsrModelsError::loadingFailed("Failed to load decoder or joint model");
     for (const auto& [name, units] : unitsByName) {
-        logger()->info("Loaded {} with compute units: {}", name, speech::name(units));
+        corvane::log::get("AsrModels")
+            ->info("Loaded {} with compute units: {}", name, speech::name(units));
     }
     result.vocabulary =
         std::make_shared<const Vocabulary>(loadVocabulary(folder / files.vocabulary));
@@ -182,7 +178,8 @@ AsrModels AsrModels::loadWithAutoRecovery(DownloadUtils& downloads, const fs::pa
     } catch (const CancellationError&) {
         throw;
     } catch (const std::exception& error) {
-        logger()->error("Load failed, downloading the models again: {}", error.what());
+        corvane::log::get("AsrModels")
+            ->error("Load failed, downloading the models again: {}", error.what());
     }
     download(downloads, directory, true, version, {}, stop);
     return load(downloads, directory, std::nullopt, version, {}, stop);
@@ -199,7 +196,7 @@ AsrModels AsrModels::downloadAndLoad(DownloadUtils& downloads, const fs::path& d
 bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory,
                              AsrModelVersion version) {
     if (!modelsExist(directory, version)) {
-        logger()->error("Model validation failed: model files not found");
+        corvane::log::get("AsrModels")->error("Model validation failed: model files not found");
         return false;
     }
     try {
@@ -209,7 +206,7 @@ bool AsrModels::isModelValid(DownloadUtils& downloads, const fs::path& directory
             downloads.runtime().load(folder / name, defaultConfiguration());
         return true;
     } catch (const std::exception& error) {
-        logger()->error("Model validation failed: {}", error.what());
+        corvane::log::get("AsrModels")->error("Model validation failed: {}", error.what());
         return false;
     }
 }

@@ -9,6 +9,7 @@
 
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/Task.h"
+#include "CorvaneApp/platform/Text.h"
 #include "SpeechEngine/ASRError.h"
 #include "SpeechEngine/AsrManager.h"
 #include "SpeechEngine/Cancellation.h"
@@ -231,7 +232,7 @@ ASRResult ChunkProcessor::process(AsrManager& manager, corvane::Date startTime,
     result.text = manager.convertTokensToText(ids);
     result.tokenTimings = manager.createTokenTimings(ids, timestamps, confidences, durations);
     result.confidence = TranscriptAssembly::calculateConfidence(
-        ids.size(), TranscriptAssembly::trimmed(result.text).empty(), confidences);
+        ids.size(), corvane::trimAsciiWhitespace(result.text).empty(), confidences);
     result.duration = static_cast<double>(totalSamples_) / sampleRate;
     result.processingTime = corvane::secondsBetween(startTime, manager.now());
     return result;

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 #include "SpeechEngine/Cancellation.h"
 #include "SpeechEngine/HuggingFaceDownloadError.h"
 
@@ -20,6 +21,16 @@ namespace fs = std::filesystem;
 namespace http = corvane::http;
 
 namespace {
+
+using corvane::TemporaryFile;
+
+// A model folder may hold a directory where a file now belongs (a layout that changed upstream):
+// it goes, then the file takes its place.
+void placeFile(TemporaryFile& file, const fs::path& destination) {
+    std::error_code error;
+    if (fs::is_directory(fs::symlink_status(destination, error))) fs::remove_all(destination);
+    file.moveTo(destination);
+}
 
 constexpr int maxListingDepth = 16;  // a tree deeper than any model folder is a broken listing
 
@@ -39,9 +50,7 @@ std::string joined(const std::vector<std::string>& names) {
 bool looksLikeHTML(const std::string& body) {
     auto start = body.find_first_not_of(" \t\r\n");
     if (start == std::string::npos) return false;
-    std::string head = body.substr(start, 15);
-    std::transform(head.begin(), head.end(), head.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string head = corvane::asciiLowercased(body.substr(start, 15));
     return head.starts_with("<!doctype html") || head.starts_with("<html");
 }
 
@@ -227,7 +236,7 @@ DownloadUtils::DownloadedFile DownloadUtils::downloadWithProgress(
     const http::Request& request, const fs::path& temporaryFolder,
     const std::function<void(std::uint64_t, std::optional<std::uint64_t>)>& onProgress,
     std::stop_token stop) {
-    DownloadedFile result{TemporaryFile(temporaryFolder, "download"), 0, {}};
+    DownloadedFile result{TemporaryFile(temporaryFolder, ".download.partial-"), 0, {}};
     int writeError = 0;
     http::StreamCallbacks callbacks;
     callbacks.onData = [&](std::string_view chunk) {
@@ -283,8 +292,9 @@ void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory,
         }
         createDirectoryRobustly(destination.parent_path());
         if (entry.size == 0) {
-            TemporaryFile empty(destination.parent_path(), destination.filename().string());
-            empty.moveTo(destination);
+            TemporaryFile empty(destination.parent_path(),
+                                "." + destination.filename().string() + ".partial-");
+            placeFile(empty, destination);
             continue;
         }
         auto request = makeRequest(registry_.resolveModel(repo.remotePath(repoOwner_), entry.path));
@@ -299,7 +309,7 @@ void DownloadUtils::downloadRepo(const Repo& repo, const fs::path& directory,
         // A body shorter or longer than the listing says is a broken transfer, not a model file.
         if (downloaded.file.bytesWritten() != entry.size)
             throw HuggingFaceDownloadError::downloadFailed(relative);
-        downloaded.file.moveTo(destination);
+        placeFile(downloaded.file, destination);
         doneBytes += entry.size;
         report(0);
     }

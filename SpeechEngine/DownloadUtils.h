@@ -16,12 +16,12 @@
 
 #include "CorvaneApp/platform/Http.h"
 #include "CorvaneApp/platform/SleepProvider.h"
+#include "CorvaneApp/platform/TemporaryFile.h"
 #include "SpeechEngine/Environment.h"
 #include "SpeechEngine/ModelConfiguration.h"
 #include "SpeechEngine/ModelRegistry.h"
 #include "SpeechEngine/NeuralRuntime.h"
 #include "SpeechEngine/Repo.h"
-#include "SpeechEngine/TemporaryFile.h"
 
 namespace spdlog {
 class logger;
@@ -49,7 +49,7 @@ class DownloadUtils {
 
     // A finished transfer: the body in a temporary file next to its destination, and the reply.
     struct DownloadedFile {
-        TemporaryFile file;
+        corvane::TemporaryFile file;
         long status = 0;
         corvane::http::Headers headers;
     };

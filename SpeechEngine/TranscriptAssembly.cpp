@@ -4,16 +4,9 @@
 #include <numeric>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace speech::TranscriptAssembly {
-
-std::string trimmed(const std::string& text) {
-    constexpr const char* space = " \t\n\r\v\f";
-    auto first = text.find_first_not_of(space);
-    if (first == std::string::npos) return {};
-    auto last = text.find_last_not_of(space);
-    return text.substr(first, last - first + 1);
-}
 
 std::string convertTokensToText(std::span<const int> tokens, const Vocabulary& vocabulary) {
     std::string joined;
@@ -32,7 +25,7 @@ std::string convertTokensToText(std::span<const int> tokens, const Vocabulary& v
             text.push_back(joined[i++]);
         }
     }
-    return trimmed(text);
+    return std::string(corvane::trimAsciiWhitespace(text));
 }
 
 std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds,

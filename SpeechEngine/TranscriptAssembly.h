@@ -27,7 +27,4 @@ std::vector<TokenTiming> createTokenTimings(std::span<const int> tokenIds,
 float calculateConfidence(std::size_t tokenCount, bool isEmpty,
                           std::span<const float> tokenConfidences);
 
-// Trims white space and line ends from both ends.
-std::string trimmed(const std::string& text);
-
 }  // namespace speech::TranscriptAssembly

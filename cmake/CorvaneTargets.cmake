@@ -24,18 +24,36 @@ elseif(NOT CORVANE_SANITIZE STREQUAL "")
   message(FATAL_ERROR "CORVANE_SANITIZE must be empty, 'address' or 'thread'")
 endif()
 
-# corvane_library(NAME [SOURCES ...] DEPS ...): one static library per subsystem, headers found
-# from the repository root ("CorvaneApp/worker/WorkerController.h"). Without SOURCES, every .cpp
-# of the calling folder is taken.
+# corvane_library(NAME [SOURCES ...] [PUBLIC ...] [PRIVATE ...]): one static library per
+# subsystem. Without SOURCES, every .cpp below the calling folder is taken, sub-folders included.
+# PUBLIC lists what the library's own headers include; PRIVATE what only its sources use.
+#
+# Headers are named from the repository root ("CorvaneApp/worker/WorkerController.h"), but a
+# library does not get the whole repository as an include root: it gets a root of its own that
+# holds only its folder, and sees another subsystem's headers only through that subsystem's
+# target. Including a header of a library it does not link therefore fails to build, and the
+# layering of the subsystems holds by construction.
 function(corvane_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   if(NOT ARG_SOURCES)
-    file(GLOB ARG_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    file(GLOB_RECURSE ARG_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   endif()
   add_library(${name} STATIC ${ARG_SOURCES})
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set(root ${PROJECT_BINARY_DIR}/include-roots/${name})
+  get_filename_component(parent ${root}/${folder} DIRECTORY)
+  file(MAKE_DIRECTORY ${parent})
+  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${folder} SYMBOLIC)
+  target_include_directories(${name} PUBLIC ${root})
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
   corvane_compile_options(${name})
+endfunction()
+
+# corvane_program(TARGET): the flags of an executable of ours. Programs (the commands, tests,
+# benchmarks and tools) sit above every library, so they may name any header of the repository.
+function(corvane_program target)
+  corvane_compile_options(${target})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
 endfunction()
 
 # corvane_test(NAME SOURCES ... DEPS ... [CONCURRENCY]): one GoogleTest executable, its cases
@@ -44,7 +62,7 @@ function(corvane_test name)
   cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} corvane_test_support GTest::gmock GTest::gtest GTest::gtest_main)
-  corvane_compile_options(${name})
+  corvane_program(${name})
   # One label per suite: discovered tests get their properties through a command line that
   # flattens lists, so a second label would turn into a property name of its own.
   set(label ${name})

@@ -34,11 +34,6 @@ std::uint64_t directoryBytes(const std::filesystem::path& directory) {
     return total;
 }
 
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("AppDelegate");
-    return instance;
-}
-
 }  // namespace
 
 AppEnvironment AppEnvironment::system(std::string version) {
@@ -79,13 +74,12 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
     : main_(mainSequence),
       env_(std::move(environment)),
       gate_(EligibilityGate::create(mainSequence, true)),
-      userDefaults_(env_.dataMode == DataMode::dummy ? UserDefaults()
-                                                     : UserDefaults(env_.userDefaultsFile)),
+      userDefaults_(env_.userDefaultsFile),
       keychain_(std::make_shared<KeychainStore>(env_.credentials)),
       mirror_(std::make_shared<SettingsMirror>()) {
     configStore_ = std::make_unique<WorkerConfigStore>(
         main_, userDefaults_, backgroundRunner_,
-        WorkerConfigStore::Options{env_.configPath, env_.secondsSinceLastInput, env_.dataMode});
+        WorkerConfigStore::Options{env_.configPath, env_.secondsSinceLastInput});
     ModelCache::Dependencies cacheDependencies;
     cacheDependencies.rootDirectory = env_.modelRoot;
     cacheDependencies.session = env_.session;
@@ -115,7 +109,6 @@ void AppDelegate::launch() {
         std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
     sampler_->start(2.0);
     stateReader_->startPolling(2.0);
-    if (env_.dataMode == DataMode::dummy) return;
 
     WorkerConfigStore* store = configStore_.get();
     IdleEligibilityMonitor::Settings settings{[store] { return store->idleMinutes(); },
@@ -141,7 +134,7 @@ void AppDelegate::launch() {
     if (isWorkerEnrolled()) {
         buildAndStartWorkerIfPossible();
     } else {
-        logger()->info("launch: this computer is not enrolled yet");
+        log::get("AppDelegate")->info("launch: this computer is not enrolled yet");
     }
 }
 
@@ -174,30 +167,32 @@ void AppDelegate::setModelDownloadProgress(std::optional<ModelDownloadProgress> 
 }
 
 void AppDelegate::buildAndStartWorkerIfPossible() {
-    if (env_.dataMode == DataMode::dummy || terminated_) return;
+    if (terminated_) return;
     if (workerController_) {
         if (modelReady_) workerBridge_->start();
         return;
     }
     auto config = WorkerConfig::load(env_.configPath);
     if (!config) {
-        logger()->info("buildAndStartWorkerIfPossible: config not yet available");
+        log::get("AppDelegate")->info("buildAndStartWorkerIfPossible: config not yet available");
         return;
     }
     if (!http::resolveAbsolutePath(config->coordinatorURL, "/")) {
-        logger()->info("buildAndStartWorkerIfPossible: invalid coordinator URL {}",
-                       config->coordinatorURL);
+        log::get("AppDelegate")
+            ->info("buildAndStartWorkerIfPossible: invalid coordinator URL {}",
+                   config->coordinatorURL);
         return;
     }
     auto token = keychain_->pythonWorkerToken(config->coordinatorURL, config->workerID);
     if (!token) {
-        logger()->info(
-            "buildAndStartWorkerIfPossible: worker token not yet available for worker_id={}",
-            config->workerID);
+        log::get("AppDelegate")
+            ->info("buildAndStartWorkerIfPossible: worker token not yet available for worker_id={}",
+                   config->workerID);
         return;
     }
-    logger()->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
-                   config->workerID);
+    log::get("AppDelegate")
+        ->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
+               config->workerID);
     std::optional<std::string> quantization;
     {
         std::lock_guard lock(mirror_->mutex);
@@ -314,8 +309,9 @@ void AppDelegate::restartModelCacheTask() {
     if (!workerBridge_ || terminated_) return;
     auto spec = modelCache_->registry().spec(whisperModelIdentifier());
     if (!spec) {
-        logger()->error("no ModelSpec for {} \u2014 worker cannot start",
-                        whisperModelIdentifier().model);
+        log::get("AppDelegate")
+            ->error("no ModelSpec for {} \u2014 worker cannot start",
+                    whisperModelIdentifier().model);
         return;
     }
     modelRetryTimer_.cancel();
@@ -334,14 +330,16 @@ void AppDelegate::restartModelCacheTask() {
                                    options](std::stop_token stop) {
         auto started = systemNow();
         try {
-            logger()->info("restartModelCacheTask: ensuring cached model {}",
-                           spec.identifier.model);
+            log::get("AppDelegate")
+                ->info("restartModelCacheTask: ensuring cached model {}", spec.identifier.model);
             bool hit = cache->isCached(spec.identifier);
             auto path = cache->ensureCached(spec, stop);
-            logger()->info("restartModelCacheTask: model ready at {}", path.string());
+            log::get("AppDelegate")
+                ->info("restartModelCacheTask: model ready at {}", path.string());
             ChipTier tier = currentChipTier(*machine);
-            logger()->info("restartModelCacheTask: initialising WhisperHandler for chip tier {}",
-                           rawValue(tier));
+            log::get("AppDelegate")
+                ->info("restartModelCacheTask: initialising WhisperHandler for chip tier {}",
+                       rawValue(tier));
             auto handler = std::make_shared<WhisperHandler>(path.parent_path(), tier, options);
             double seconds = secondsBetween(started, systemNow());
             if (stop.stop_requested()) return;
@@ -350,7 +348,7 @@ void AppDelegate::restartModelCacheTask() {
             });
         } catch (const std::exception& error) {
             if (stop.stop_requested()) return;
-            logger()->error("Whisper model cache/init failed: {}", error.what());
+            log::get("AppDelegate")->error("Whisper model cache/init failed: {}", error.what());
             main.post([weak, text = std::string(error.what())] {
                 if (auto self = weak.lock()) self->modelFailedOnMain(text);
             });
@@ -362,14 +360,15 @@ void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool h
                                    double seconds) {
     if (!workerBridge_ || terminated_) return;
     handlerBox_->replace(std::move(handler));
-    logger()->info(
-        "restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; "
-        "starting worker bridge",
-        hit, seconds);
+    log::get("AppDelegate")
+        ->info(
+            "restartModelCacheTask: WhisperHandler initialised; cache_hit={} load_seconds={:f}; "
+            "starting worker bridge",
+            hit, seconds);
     modelReady_ = true;
     workerBridge_->recordModelLoaded(hit, seconds);
     workerBridge_->start();
-    logger()->info("restartModelCacheTask: worker bridge started");
+    log::get("AppDelegate")->info("restartModelCacheTask: worker bridge started");
     if (modelDownloadProgress_ &&
         modelDownloadProgress_->modelDisplayName == modelDisplayName(whisperModelIdentifier())) {
         modelDownloadProgress_.reset();
@@ -403,7 +402,8 @@ void AppDelegate::startParakeetInstallTask() {
     if (modelDownloadProgress_ && modelDownloadProgress_->modelDisplayName != parakeet &&
         !std::holds_alternative<ModelDownloadProgress::Failed>(modelDownloadProgress_->phase)) {
         const std::string other = modelDownloadProgress_->modelDisplayName;
-        logger()->info("startParakeetInstallTask: blocked \u2014 {} is already downloading", other);
+        log::get("AppDelegate")
+            ->info("startParakeetInstallTask: blocked \u2014 {} is already downloading", other);
         setModelDownloadProgress(ModelDownloadProgress{
             parakeet, ModelDownloadProgress::Failed{"Wait for " + other +
                                                     " to finish downloading, then try again."}});
@@ -439,10 +439,11 @@ void AppDelegate::startParakeetInstallTask() {
                 });
             };
             try {
-                logger()->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
+                log::get("AppDelegate")
+                    ->info("startParakeetInstallTask: downloading Parakeet TDT v2 weights");
                 cache->install(progress, stop);
                 if (stop.stop_requested()) return;
-                logger()->info("startParakeetInstallTask: Parakeet weights ready");
+                log::get("AppDelegate")->info("startParakeetInstallTask: Parakeet weights ready");
                 deliver([](AppDelegate& delegate) {
                     delegate.parakeetInstallTask_.reset();
                     delegate.modelDownloadProgress_.reset();
@@ -450,7 +451,7 @@ void AppDelegate::startParakeetInstallTask() {
                 });
             } catch (const std::exception& error) {
                 if (stop.stop_requested()) return;
-                logger()->error("startParakeetInstallTask failed: {}", error.what());
+                log::get("AppDelegate")->error("startParakeetInstallTask failed: {}", error.what());
                 deliver([parakeet, text = std::string(error.what())](AppDelegate& delegate) {
                     delegate.parakeetInstallTask_.reset();
                     delegate.setModelDownloadProgress(
@@ -488,17 +489,18 @@ std::uint64_t AppDelegate::requestModelRemove(const ModelIdentifier& identifier)
         try {
             freed = directoryBytes(directory);
             parakeetCache_->remove();
-            logger()->info("removeParakeetCache: removed {} bytes at {}", freed,
-                           directory.string());
+            log::get("AppDelegate")
+                ->info("removeParakeetCache: removed {} bytes at {}", freed, directory.string());
         } catch (const std::exception& error) {
-            logger()->error("removeParakeetCache failed: {}", error.what());
+            log::get("AppDelegate")->error("removeParakeetCache failed: {}", error.what());
             freed = 0;
         }
     } else {
         try {
             freed = modelCache_->remove(identifier);
         } catch (const std::exception& error) {
-            logger()->error("ModelCache.remove failed for {}: {}", identifier.model, error.what());
+            log::get("AppDelegate")
+                ->error("ModelCache.remove failed for {}: {}", identifier.model, error.what());
             return 0;
         }
     }

@@ -12,9 +12,7 @@
 #include <unordered_set>
 
 #include "CorvaneApp/app/WorkerStatusTracker.h"
-#include "CorvaneApp/config/BackgroundRunner.h"
 #include "CorvaneApp/config/CredentialBackend.h"
-#include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
@@ -29,6 +27,7 @@
 #include "CorvaneApp/models/ModelDownloadProgress.h"
 #include "CorvaneApp/models/ParakeetCache.h"
 #include "CorvaneApp/models/WhisperHandler.h"
+#include "CorvaneApp/platform/BackgroundRunner.h"
 #include "CorvaneApp/platform/Executor.h"
 #include "CorvaneApp/platform/Http.h"
 #include "CorvaneApp/worker/WorkerControllerBridge.h"
@@ -48,7 +47,6 @@ struct AppEnvironment {
     std::filesystem::path tempDirectory;  // downloaded shard audio
     std::filesystem::path userDefaultsFile;
     std::string version;
-    DataMode dataMode = DataMode::real;
     std::shared_ptr<CredentialBackend> credentials;
     std::shared_ptr<const http::Session> session;
     std::shared_ptr<MachineProbe> machine;
@@ -90,6 +88,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
     EligibilityGate& eligibilityGate() { return *gate_; }
     WorkerConfigStore& configStore() { return *configStore_; }
+    UserDefaults& userDefaults() { return userDefaults_; }
     const std::shared_ptr<WorkerControllerBridge>& workerBridge() const { return workerBridge_; }
     const AppEnvironment& environment() const { return env_; }
     const RuntimeStateReader& stateReader() const { return *stateReader_; }

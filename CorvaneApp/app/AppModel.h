@@ -1,61 +1,42 @@
 #pragma once
 // The one observable model behind every screen, the tray and the headless status line. It derives
-// the worker status from local sources every 2 seconds (no network on that path), fetches the
-// account from the coordinator every 60 seconds off the main sequence and keeps the last good
-// values when that fails, copies the resource sampler's series, and carries out the interface's
-// commands itself or hands them to the application through its request callbacks.
+// the worker status from local sources every 2 seconds (no network on that path), refreshes the
+// account every 60 seconds off the main sequence and keeps the last good values when that fails,
+// copies the resource sampler's series, and carries out the interface's commands itself or hands
+// them to the application through its request callbacks.
 //
-// Lives on the main sequence: every method is called there, and `observe` callbacks run there,
-// once per batch of changes.
+// Its values live in parts (account, earnings, resources, pause, models), each observable through
+// the one change notification, which names the parts that changed. Lives on the main sequence:
+// every method is called there, and observers are told there, once per batch of changes.
 
-#include <cmath>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
-#include <unordered_set>
-#include <vector>
+#include <utility>
 
+#include "CorvaneApp/app/AccountRefresher.h"
+#include "CorvaneApp/app/AccountState.h"
+#include "CorvaneApp/app/EarningsState.h"
+#include "CorvaneApp/app/MachineInfo.h"
+#include "CorvaneApp/app/ModelChanges.h"
+#include "CorvaneApp/app/ModelInstallState.h"
+#include "CorvaneApp/app/PauseControl.h"
+#include "CorvaneApp/app/ResourceHistory.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
-#include "CorvaneApp/config/BackgroundRunner.h"
-#include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/coordinator/CoordinatorAPI.h"
-#include "CorvaneApp/coordinator/ModelIdentifier.h"
 #include "CorvaneApp/eligibility/EligibilityGate.h"
-#include "CorvaneApp/eligibility/HeavyAppDetector.h"
 #include "CorvaneApp/eligibility/ResourceSampler.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
-#include "CorvaneApp/models/ModelDownloadProgress.h"
 #include "CorvaneApp/platform/Clock.h"
 #include "CorvaneApp/platform/Executor.h"
-#include "CorvaneApp/platform/Observers.h"
-#include "CorvaneApp/platform/SleepProvider.h"
 #include "CorvaneApp/worker/WorkerControllerEvent.h"
 
 namespace corvane {
 
 enum class AppPhase { notEnrolled, enrolled };
-
-// Dollar amounts as the screens show and sum them.
-inline double roundedToCents(double usd) {
-    return std::round(usd * 100) / 100;
-}
-
-enum class EarningsRange { day, week, month, quarter, all };
-std::string_view rawValue(EarningsRange range);
-// Days asked of the coordinator; absent for `all`, which asks for all time instead.
-std::optional<int> earningsRangeDays(EarningsRange range);
-
-struct EarningsRangeSnapshot {
-    std::vector<double> daily;
-    std::vector<DailyEarning> dailyRows;
-    std::vector<double> hourly;  // always 24 values
-    std::optional<Date> startDate;
-    bool operator==(const EarningsRangeSnapshot&) const = default;
-};
 
 struct LiveShardSnapshot {
     std::string shardID;
@@ -65,65 +46,44 @@ struct LiveShardSnapshot {
     bool operator==(const LiveShardSnapshot&) const = default;
 };
 
-// The coordinator's "yyyy-MM-dd HH:mm:ss" and internet date-times, as the account records carry
-// them. Absent for anything else.
-struct AppModelDateParser {
-    static std::optional<Date> parseCoordinatorTimestamp(std::string_view text);
-};
-
 class AppModel {
   public:
     static constexpr double localRefreshSeconds = 2.0;
     static constexpr double accountRefreshSeconds = 60.0;
-    static constexpr int dashboardAttempts = 3;
     static constexpr double runtimeStateMaxAgeSeconds = 900.0;
-
-    struct MachineInfo {
-        std::string name;
-        std::string modelDisplay;
-        std::string chipDisplay;
-        int totalCores = 1;
-        double totalRAM_GB = 0;
-        std::string region = "us-west · Pacific";
-        std::string workerID = "wk_local";
-        std::string appVersion = "0.2.0";
-        std::string buildNumber = "1";
-        std::string signedInAs;
-        bool operator==(const MachineInfo&) const = default;
-        // This computer as the system describes it; the worker id is left to the caller.
-        static MachineInfo current(std::string appVersion);
-    };
 
     using CoordinatorAPIFactory = std::function<std::shared_ptr<const CoordinatorAPIProtocol>()>;
 
+    // Whether this computer is enrolled, and how its enrolment ends; the defaults' texts are those
+    // of a real enrolment.
+    struct Enrollment {
+        // A client while enrolled (a real one needs the config file and the token), else null.
+        CoordinatorAPIFactory coordinatorAPIFactory;
+        // Removes what enrolment left; called once the worker has been asked to stop.
+        std::function<void()> clear;
+        std::string signOutLine = "signOut: stopping worker, removing config, clearing credentials";
+        std::optional<std::string> signOutCompleteLine =
+            "signOut complete — worker stopped, config removed, credentials cleared";
+    };
+
     struct Dependencies {
         std::shared_ptr<EligibilityGate> eligibilityGate;  // required
+        Enrollment enrollment;
         // The runtime-state file's last reading and when it was read; absent when there is none.
         std::function<std::optional<std::pair<RuntimeState, Date>>()> runtimeState;
         std::function<ResourceSampler::Snapshot()> samplerSnapshot;
         std::function<void()> sampleNow;
-        DataMode dataMode = DataMode::real;
         bool startBackgroundTasks = true;
-        // A client when this computer is enrolled (config file and token), else null.
-        CoordinatorAPIFactory coordinatorAPIFactory;
         // The published version, asked without credentials; absent: no version check.
-        std::function<AppVersion(std::stop_token)> fetchAppVersion;
+        AccountRefresher::FetchAppVersion fetchAppVersion;
         std::function<MachineInfo()> buildMachineInfo;
         std::string appVersion = "0.2.0";
-        // Removes the config file and the worker token: what signing out leaves behind is a
-        // computer that is not enrolled.
-        std::function<void()> clearEnrollment;
-        // Fills the model with the demo session (dummy mode), and a range of its earnings.
-        std::function<void(AppModel&)> loadDummyData;
-        std::function<std::optional<EarningsRangeSnapshot>(EarningsRange)> dummyEarningsSnapshot;
-        std::function<ActivityHistogramResponse(const std::string& workerID, int days)>
-            dummyActivityHistogram;
+        std::shared_ptr<StatusSource> statusSource;          // absent: derived from the sources
         std::shared_ptr<BackgroundRunner> backgroundRunner;  // absent: one task per job
         std::shared_ptr<SleepProvider> sleeper;              // absent: real waits
         NowFunction now = systemNow;
         std::shared_ptr<UnknownEligibilityReasonReporter> reasonReporter;  // absent: the log
-        // The frontmost application's load, for the pause under a heavy application, and the
-        // owner's setting for it; without a sampler (or in dummy mode) there is no such pause.
+        // The frontmost application's load and the owner's setting for its pause.
         std::shared_ptr<HeavyAppDetector::Sampling> heavyAppSampler;
         std::function<bool()> pauseOnHeavyApp;
     };
@@ -146,12 +106,16 @@ class AppModel {
     AppModel(const AppModel&) = delete;
     AppModel& operator=(const AppModel&) = delete;
 
-    // Called once per batch of changes to anything the model shows.
-    [[nodiscard]] Subscription observe(std::function<void()> onChange) {
-        return observers_.subscribe(std::move(onChange));
+    // Called once per batch of changes, with the parts that changed in it.
+    [[nodiscard]] Subscription observe(std::function<void(ModelParts)> onChange) {
+        return changes_.observe(std::move(onChange));
     }
 
+    // Edits made while a batch of it lives are told as one change.
+    ModelChanges& changes() { return changes_; }
+
     void setRequests(Requests requests) { requests_ = std::move(requests); }
+    const Requests& requests() const { return requests_; }
     // The worker's snapshot as the bridge last copied it; empty while no worker is built.
     void setWorkerSnapshotSource(std::function<std::optional<WorkerControllerSnapshot>()> source);
 
@@ -165,6 +129,7 @@ class AppModel {
     bool isPauseActionEnabled() const;
     void didCompleteOnboarding();
     void signOut();
+    // One refresh per selection; a newer selection drops an older one's late answer.
     void selectEarningsRange(EarningsRange range);
     void retryDownload();
     // Delivered on the main sequence; `error` says why there is no answer. A newer request
@@ -174,190 +139,86 @@ class AppModel {
                                                   std::optional<std::string> error)>
                                    done);
 
-    // --- What the application and the demo session feed in
-    void applyDashboard(const WorkerDashboard& dashboard);
-    void applyEarningsSummary(const EarningsSummary& summary);
-    void applyEarningsSnapshot(const EarningsRangeSnapshot& snapshot, EarningsRange range,
-                               bool updateCanonicalSeries);
-    void applyDerivedEarningsSummaryFallback(const std::vector<DailyEarning>& rows,
-                                             std::optional<Date> referenceDate);
-    void applyLatestAppVersion(const AppVersion& version);
-    void applySamplerSnapshot(const ResourceSampler::Snapshot& snapshot);
-    void setTopJobs(std::vector<JobRecord> jobs);
-    void setModelDownloadProgress(std::optional<ModelDownloadProgress> progress);
-    void setInstalledModelIDs(std::unordered_set<ModelIdentifier> identifiers);
-    void setTemporaryPauseStatusSubtitle(std::optional<std::string> subtitle);
-    void setMachine(MachineInfo machine);
-    void setRequestedPage(std::optional<std::string> page);
-    void setWorkerOverrides(std::optional<bool> isWorkerRunning, std::optional<bool> hasActiveJob);
-    void setCurrentDateOverride(std::optional<Date> date);
-    void setDummySessionSignedOut(bool signedOut);
-    void setStatusPresentation(const WorkerStatusPresentation& presentation);
-    void setLastRefreshAt(std::optional<Date> date);
+    // --- The parts, observable through `observe`
+    AccountState& account() { return account_; }
+    const AccountState& account() const { return account_; }
+    EarningsState& earnings() { return earnings_; }
+    const EarningsState& earnings() const { return earnings_; }
+    ResourceHistory& resources() { return resources_; }
+    const ResourceHistory& resources() const { return resources_; }
+    PauseControl& pauseControl() { return pause_; }
+    const PauseControl& pauseControl() const { return pause_; }
+    ModelInstallState& modelInstall() { return modelInstall_; }
+    const ModelInstallState& modelInstall() const { return modelInstall_; }
 
-    // --- Observable values
+    // --- Status, navigation and the machine
     AppPhase phase() const { return phase_; }
     const WorkerStatusPresentation& presentation() const { return presentation_; }
     WorkerStatus status() const { return presentation_.status; }
     const std::string& statusLabel() const { return presentation_.label; }
     const std::string& statusSub() const { return presentation_.sub; }
     const std::string& statusTooltip() const { return presentation_.tooltip; }
-    bool updateAvailable() const { return updateAvailable_; }
-    const std::optional<AppVersion>& latestAppVersion() const { return latestAppVersion_; }
-    const std::optional<std::string>& coordinatorWorkerStatus() const {
-        return coordinatorWorkerStatus_;
-    }
-    bool isManuallyPaused() const { return isManuallyPaused_; }
-    const std::optional<std::string>& temporaryPauseStatusSubtitle() const {
-        return temporaryPauseStatusSubtitle_;
-    }
-    DataMode dataMode() const { return deps_.dataMode; }
-    bool dummyDataLoaded() const { return dummyDataLoaded_; }
-    bool isDummySessionSignedOut() const { return isDummySessionSignedOut_; }
+    void setStatusPresentation(const WorkerStatusPresentation& presentation);
     const std::optional<std::string>& requestedPage() const { return requestedPage_; }
-    const ResourceSampler::Snapshot& resourceHistory() const { return history_; }
-    std::optional<double> liveCpuCorvanePercent() const { return liveCpuCorvane_; }
-    std::optional<double> liveCpuOtherPercent() const { return liveCpuOther_; }
-    std::optional<double> liveRamCorvanePercent() const { return liveRamCorvane_; }
-    std::optional<double> liveRamOtherPercent() const { return liveRamOther_; }
-    std::optional<double> todayEarnings() const { return todayEarnings_; }
-    std::optional<double> hourlyEstimate() const { return hourlyEstimate_; }
-    bool hourlyEstimateUsesRecentWindow() const { return hourlyEstimateUsesRecentWindow_; }
-    std::int64_t hourlyEstimateWindowMinutes() const { return hourlyEstimateWindowMinutes_; }
-    std::optional<double> monthEarnings() const { return monthEarnings_; }
-    std::optional<double> monthProjection() const { return monthProjection_; }
-    std::optional<double> lifetimeEarnings() const { return lifetimeEarnings_; }
-    std::optional<double> heldBalance() const { return heldBalance_; }
-    std::optional<double> availableBalance() const { return availableBalance_; }
-    std::optional<double> deltaVsYesterday() const { return deltaVsYesterday_; }
-    std::optional<std::int64_t> activeMinutesToday() const { return activeMinutesToday_; }
-    std::int64_t jobsCompletedToday() const { return jobsCompletedToday_; }
-    std::int64_t recentCompletedShards() const { return recentCompletedShards_; }
-    const std::vector<DailyEarning>& earningsLast30Rows() const { return earningsLast30Rows_; }
-    const std::vector<double>& earningsLast30() const { return earningsLast30_; }
-    const std::vector<double>& earningsHourly() const { return earningsHourly_; }
-    EarningsRange earningsVisibleRange() const { return earningsVisibleRange_; }
-    bool earningsRangeLoading() const { return earningsRangeLoading_; }
-    const std::vector<JobRecord>& topJobs() const { return topJobs_; }
-    const std::vector<WorkerDashboard::PayoutDisbursement>& payoutHistory() const {
-        return payoutHistory_;
-    }
-    const std::vector<WorkerDashboard::ActivityItem>& recentActivity() const {
-        return recentActivity_;
-    }
-    const std::optional<Date>& lastRefreshAt() const { return lastRefreshAt_; }
+    void setRequestedPage(std::optional<std::string> page);
     const MachineInfo& machine() const { return machine_; }
-    const std::optional<ModelDownloadProgress>& modelDownloadProgress() const {
-        return modelDownloadProgress_;
-    }
-    const std::unordered_set<ModelIdentifier>& installedModelIDs() const {
-        return installedModelIDs_;
-    }
+    void setMachine(MachineInfo machine);
+    // Demo and screenshot overrides of the worker's state and of the clock.
+    void setWorkerOverrides(std::optional<bool> isWorkerRunning, std::optional<bool> hasActiveJob);
+    void setCurrentDateOverride(std::optional<Date> date);
     bool hasAPI() const { return api_ != nullptr; }
-    bool isRefreshing() const { return refreshJob_ != nullptr; }
-    const HeavyAppDetector* heavyAppDetector() const { return heavyAppDetector_.get(); }
+    bool isRefreshing() const { return refresher_.isRefreshing(); }
+    const std::string& appVersion() const { return deps_.appVersion; }
 
     // --- Derived values
     bool isWorkerRunning() const;
     bool hasActiveJob() const;
-    bool coordinatorReportsBusy() const;
     Date currentDate() const;
     std::optional<WorkerControllerSnapshot> workerSnapshot() const;
     // The runtime-state file's reading when it is at most 900 seconds old.
     std::optional<RuntimeState> activeRuntimeState() const;
     std::optional<LiveShardSnapshot> liveShardSnapshot() const;
     std::optional<std::string> sidebarShardIndicator() const;
+    // The line under the status: a pause's own reason when someone other than the owner paused.
     std::string statusSubtitle() const;
     std::optional<std::string> inlineStatusExplanation() const;
-    std::optional<double> weekEarnings() const;
-    EarningsRangeSnapshot currentEarningsSnapshot() const;
-    int earningsChartTodayIndex() const;
     double todayProgress() const;
     double currentHourProgress() const;
-    std::vector<WorkerDashboard::ActivityItem> recentEstimatedActivity() const;
     std::optional<double> estimatedRecentUnpaidCompletedWork() const;
     std::string estimatedRecentUnpaidSummary() const;
-    std::string hourlyEstimateCaption() const;
-    std::string hourlyEstimateShortCaption() const;
-
-    // 24 values: padded with zeros in front, or the last 24 of a longer list.
-    static std::vector<double> normalizeHourly(std::vector<double> hours);
-    // Dotted integers compared position by position, missing positions as 0.
-    static bool isVersionNewer(std::string_view version, std::string_view current);
 
   private:
-    struct AccountRefresh;
-
     void syncEnrollmentState();
     void startRefreshLoop();
     void stopRefreshLoop();
-    void finishRefresh(const AccountRefresh& outcome);
-    void resetPauseControlState();
+    void finishRefresh(const AccountRefresher::Outcome& outcome);
     void resetLiveData();
-    void notifyIfChanged();
-    template <typename T>
-    void assign(T& field, T value);
+    WorkerStatusInputs statusInputs(bool preservePausedState) const;
 
     Executor& main_;
     Dependencies deps_;
     Requests requests_;
-    UnknownEligibilityReasonReporter& reporter_;
-    WorkerStatusTracker tracker_;
+    ModelChanges changes_;
+    AccountState account_{changes_};
+    EarningsState earnings_{changes_};
+    ResourceHistory resources_{changes_};
+    ModelInstallState modelInstall_{changes_};
+    PauseControl pause_;
+    AccountRefresher refresher_;
     std::function<std::optional<WorkerControllerSnapshot>()> workerSnapshotSource_;
-    ObserverList<> observers_;
-    bool changed_ = false;
-    int batchDepth_ = 0;
 
     AppPhase phase_ = AppPhase::notEnrolled;
     WorkerStatusPresentation presentation_ =
         WorkerStatusPresentation::defaultFor(WorkerStatus::idle);
-    bool updateAvailable_ = false;
-    std::optional<AppVersion> latestAppVersion_;
-    std::optional<std::string> coordinatorWorkerStatus_;
-    bool isManuallyPaused_ = false;
-    std::optional<std::string> temporaryPauseStatusSubtitle_;
-    std::shared_ptr<PauseHandle> manualPauseHandle_;
     bool shouldRunRefreshLoop_;
-    bool dummyDataLoaded_ = false;
-    bool isDummySessionSignedOut_ = false;
+    bool refreshLoopRunning_ = false;
     std::optional<std::string> requestedPage_;
-    ResourceSampler::Snapshot history_;
-    std::optional<double> liveCpuCorvane_, liveCpuOther_, liveRamCorvane_, liveRamOther_;
-    std::optional<double> todayEarnings_;
-    std::optional<double> hourlyEstimate_;
-    bool hourlyEstimateUsesRecentWindow_ = false;
-    std::int64_t hourlyEstimateWindowMinutes_ = 15;
-    std::optional<double> monthEarnings_, monthProjection_, lifetimeEarnings_, heldBalance_,
-        availableBalance_, deltaVsYesterday_;
-    std::optional<std::int64_t> activeMinutesToday_;
-    std::int64_t jobsCompletedToday_ = 0;
-    std::int64_t recentCompletedShards_ = 0;
-    std::vector<DailyEarning> earningsLast30Rows_;
-    std::vector<double> earningsLast30_;
-    std::vector<double> earningsHourly_ = std::vector<double>(24, 0.0);
-    bool earningsRangeLoading_ = false;
-    std::vector<JobRecord> topJobs_;
-    std::optional<Date> currentDateOverride_;
-    std::vector<WorkerDashboard::PayoutDisbursement> payoutHistory_;
-    std::vector<WorkerDashboard::ActivityItem> recentActivity_;
-    std::optional<Date> lastRefreshAt_;
     MachineInfo machine_;
     std::optional<bool> isWorkerRunningOverride_, hasActiveJobOverride_;
-    std::optional<ModelDownloadProgress> modelDownloadProgress_;
-    std::unordered_set<ModelIdentifier> installedModelIDs_;
+    std::optional<Date> currentDateOverride_;
     std::shared_ptr<const CoordinatorAPIProtocol> api_;
-    std::map<EarningsRange, EarningsRangeSnapshot> earningsRangeSnapshots_;
-    EarningsRange earningsVisibleRange_ = EarningsRange::month;
-    std::uint64_t earningsRangeRequestGeneration_ = 0;
-
-    std::unique_ptr<HeavyAppDetector> heavyAppDetector_;
-    std::unique_ptr<BackgroundJob> refreshJob_;
-    std::unique_ptr<BackgroundJob> earningsRangeJob_;
-    std::unique_ptr<BackgroundJob> histogramJob_;
     TimerHandle localTimer_;
     TimerHandle refreshTimer_;
-    bool refreshLoopRunning_ = false;
-    std::shared_ptr<AppModel*> alive_;  // background jobs post back only while it lives
 };
 
 }  // namespace corvane

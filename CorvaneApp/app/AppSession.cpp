@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include "CorvaneApp/app/DummyDataProvider.h"
 #include "CorvaneApp/app/SignOutCommand.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
@@ -45,6 +44,10 @@ void AppSession::launch() {
     const AppEnvironment& env = delegate->environment();
     AppModel::Dependencies deps;
     deps.eligibilityGate = delegate->eligibilityGate().shared_from_this();
+    deps.enrollment.coordinatorAPIFactory = [delegate] {
+        return coordinatorAPI(delegate->environment(), delegate->keychain());
+    };
+    deps.enrollment.clear = [this] { forgetEnrollment(); };
     deps.runtimeState = [delegate]() -> std::optional<std::pair<RuntimeState, Date>> {
         const auto& reader = delegate->stateReader();
         if (!reader.lastReadAt()) return std::nullopt;
@@ -56,10 +59,6 @@ void AppSession::launch() {
     deps.sampleNow = [delegate] {
         if (delegate->sampler()) delegate->sampler()->sampleOnce();
     };
-    deps.dataMode = env.dataMode;
-    deps.coordinatorAPIFactory = [delegate] {
-        return coordinatorAPI(delegate->environment(), delegate->keychain());
-    };
     deps.fetchAppVersion = [configPath = env.configPath,
                             session = env.session](std::stop_token stop) {
         auto config = WorkerConfig::load(configPath);
@@ -67,7 +66,8 @@ void AppSession::launch() {
             config ? config->coordinatorURL : CoordinatorAPI::defaultProductionURL, nullptr, stop);
     };
     deps.buildMachineInfo = [delegate] {
-        auto info = AppModel::MachineInfo::current(delegate->environment().version);
+        auto info =
+            MachineInfo::current(*delegate->environment().machine, delegate->environment().version);
         if (auto config = WorkerConfig::load(delegate->environment().configPath))
             info.workerID = config->workerID;
         return info;
@@ -75,18 +75,6 @@ void AppSession::launch() {
     deps.heavyAppSampler = HeavyAppDetector::SystemSampler::system();
     deps.pauseOnHeavyApp = [delegate] { return delegate->configStore().pauseOnHeavyApp(); };
     deps.appVersion = env.version;
-    deps.clearEnrollment = [this] { forgetEnrollment(); };
-    if (env.dataMode == DataMode::dummy) {
-        // The demo account reads as of launch, however long the session runs.
-        auto provider = std::make_shared<const DummyDataProvider>(systemNow());
-        deps.loadDummyData = [provider](AppModel& model) { provider->load(model); };
-        deps.dummyEarningsSnapshot = [provider](EarningsRange range) {
-            return std::optional<EarningsRangeSnapshot>(provider->earningsSnapshot(range));
-        };
-        deps.dummyActivityHistogram = [provider](const std::string& workerID, int days) {
-            return provider->activityHistogram(workerID, days);
-        };
-    }
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
 
     std::weak_ptr<AppDelegate> weak = delegate_;
@@ -116,8 +104,6 @@ void AppSession::launch() {
     delegateSubscription_ = delegate_->observe([this] { syncModelDownload(); });
     // The model was made before it could hear of the worker; let it ask for it now.
     model_->refreshLocalState(false);
-    // The demo session has no refresh loop: its one "refresh" loads the sample account.
-    if (env.dataMode == DataMode::dummy) model_->refreshFromAPI();
     syncModelDownload();
 }
 
@@ -130,8 +116,9 @@ void AppSession::terminate() {
 // On each change the delegate announces: the installed set is read from disk only then.
 void AppSession::syncModelDownload() {
     if (!model_) return;
-    model_->setModelDownloadProgress(delegate_->modelDownloadProgress());
-    model_->setInstalledModelIDs(delegate_->installedModelIDs());
+    ModelChanges::Batch batch(model_->changes());
+    model_->modelInstall().setModelDownloadProgress(delegate_->modelDownloadProgress());
+    model_->modelInstall().setInstalledModelIDs(delegate_->installedModelIDs());
     model_->refreshStatus(true);
 }
 

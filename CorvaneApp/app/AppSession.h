@@ -8,32 +8,34 @@
 
 #include "CorvaneApp/app/AppDelegate.h"
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/Session.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 
 namespace corvane {
 
-class AppSession {
+class AppSession final : public Session {
   public:
     AppSession(Executor& mainSequence, AppEnvironment environment);
-    ~AppSession();
+    ~AppSession() override;
     AppSession(const AppSession&) = delete;
     AppSession& operator=(const AppSession&) = delete;
 
     // The delegate's launch, then the model (which asks for the worker when enrolled).
-    void launch();
-    void terminate();
+    void launch() override;
+    void terminate() override;
 
     AppDelegate& delegate() { return *delegate_; }
     // Present after launch().
-    AppModel& model() { return *model_; }
+    AppModel& model() override { return *model_; }
+    WorkerConfigStore& configStore() override { return delegate_->configStore(); }
+    UserDefaults& userDefaults() override { return delegate_->userDefaults(); }
 
     // The model as the status surfaces show it now, the delegate's model download included;
     // "Offline" before launch() and after terminate().
     WorkerStatusPresentation refreshedPresentation();
     // The line under the status: a pause's own reason when someone other than the owner paused.
     std::string statusSubtitle() const;
-    // What `corvane status` prints: the words, the job in hand and the worker's last error.
-    WorkerStatusRecord statusRecord();
+    WorkerStatusRecord statusRecord() override;
 
     // A client when the config file and the token both exist.
     static std::shared_ptr<const CoordinatorAPI> coordinatorAPI(const AppEnvironment& environment,

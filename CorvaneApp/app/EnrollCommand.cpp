@@ -8,6 +8,7 @@
 #include "CorvaneApp/app/OnboardingViewModel.h"
 #include "CorvaneApp/coordinator/Capabilities.h"
 #include "CorvaneApp/platform/AtomicFile.h"
+#include "CorvaneApp/platform/LoopExecutor.h"
 
 namespace corvane {
 
@@ -20,19 +21,22 @@ const char* const kEnrollUsage =
     "keyring is reachable), writes ~/.varnix-compute/config.yaml and prints the worker id.\n"
     "\n"
     "  --coordinator URL   the coordinator to register with\n"
-    "  --token-stdin       read the invitation (enrolment) token from the first line of standard\n"
+    "  --token-stdin       read the invitation (enrolment) token from the first line of "
+    "standard\n"
     "                      input, e.g.  corvane enroll --coordinator URL --token-stdin < "
     "token.txt\n"
     "  --token-file FILE   read the invitation token from FILE\n"
     "                      Without either, the computer registers without an invitation.\n"
     "                      The token is never accepted as an argument: arguments show in the\n"
     "                      process list and the shell history.\n"
-    "  --schedule WHEN     when the worker may run: always-on (default; whenever the computer is\n"
+    "  --schedule WHEN     when the worker may run: always-on (default; whenever the computer "
+    "is\n"
     "                      idle and on AC power), business-hours (9:00-17:00 every day), or a\n"
     "                      daily window such as 22:00-06:00\n"
     "  --help              show this text\n"
     "\n"
-    "Exit status: 0 enrolled, 1 enrolment failed (nothing is left half-written), 2 bad usage.\n";
+    "Exit status: 0 enrolled, 1 enrolment failed (nothing is left half-written), 2 bad "
+    "usage.\n";
 
 namespace {
 
@@ -153,7 +157,8 @@ void applySchedule(const std::string& schedule, OnboardingViewModel& model) {
                          : parseClock(std::string_view(schedule).substr(dash + 1));
     if (!start || !end) {
         throw UsageError(
-            "--schedule must be always-on, business-hours or a window such as 22:00-06:00, not \"" +
+            "--schedule must be always-on, business-hours or a window such as 22:00-06:00, not "
+            "\"" +
             schedule + "\"");
     }
     model.updateCustomStart(addSeconds(model.makeTime(start->first), start->second * 60.0));
@@ -167,6 +172,7 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
                      const EnrollDependencies& dependencies) {
     EnrollOptions options;
     std::optional<std::string> token;
+    LoopExecutor loop;
     std::optional<OnboardingViewModel> model;
     try {
         options = parse(arguments);
@@ -175,7 +181,9 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
             return 0;
         }
         token = readToken(options, input);
-        model.emplace(OnboardingViewModel::Dependencies{dependencies.registrationClient,
+        model.emplace(OnboardingViewModel::Dependencies{&loop,
+                                                        std::make_shared<TaskBackgroundRunner>(),
+                                                        dependencies.registrationClient,
                                                         dependencies.credentialStore,
                                                         dependencies.configPath,
                                                         dependencies.machineFacts(),
@@ -197,9 +205,17 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
         model->setShowAdvancedOptions(true);
         model->setEnrollmentToken(*token);
     }
+    // The view model answers on its main sequence: run it until the request has landed.
+    auto untilDone = [&] {
+        Subscription done = model->observe([&] {
+            if (!model->isWorking()) loop.quit();
+        });
+        if (model->isWorking()) loop.run();
+    };
     errors << "Registering this computer (" << model->machine().computerName << ") with "
            << options.coordinatorURL << " ...\n";
     model->connect();
+    untilDone();
     if (model->step() != OnboardingStep::configure) {
         const std::string message = model->errorMessage().value_or("registration failed");
         errors << "corvane enroll: " << message << "\n";
@@ -210,6 +226,7 @@ int runEnrollCommand(const std::vector<std::string>& arguments, std::istream& in
         return 1;
     }
     model->saveConfiguration();
+    untilDone();
     if (model->step() != OnboardingStep::done || !model->summary()) {
         errors << "corvane enroll: "
                << model->errorMessage().value_or("saving the enrolment failed") << "\n";

@@ -8,10 +8,10 @@
 #include <climits>
 #include <random>
 
-#include "CorvaneApp/eligibility/UnicodeTrim.h"
 #include "CorvaneApp/models/FileDigest.h"
 #include "CorvaneApp/models/MachineProbe.h"
 #include "CorvaneApp/platform/AtomicFile.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -89,12 +89,7 @@ std::optional<std::string> buildIdentityFrom(std::string_view version,
     return std::nullopt;
 }
 
-OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe,
-                                                    const Sources& sources) {
-    OnboardingMachineFacts facts;
-    const auto machineID = readFile(sources.machineIDFile);
-    facts.workerID =
-        workerIDForMachine(machineID ? std::optional<std::string_view>(*machineID) : std::nullopt);
+std::string OnboardingMachineFacts::readComputerName(const Sources& sources) {
     std::string host;
     if (sources.hostName) {
         host = *sources.hostName;
@@ -103,8 +98,17 @@ OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe,
         if (::gethostname(buffer, sizeof buffer - 1) == 0) host = buffer;
     }
     const auto machineInfo = readFile(sources.machineInfoFile);
-    facts.computerName = computerNameFrom(
+    return computerNameFrom(
         machineInfo ? std::optional<std::string_view>(*machineInfo) : std::nullopt, host);
+}
+
+OnboardingMachineFacts OnboardingMachineFacts::read(const MachineProbe& probe,
+                                                    const Sources& sources) {
+    OnboardingMachineFacts facts;
+    const auto machineID = readFile(sources.machineIDFile);
+    facts.workerID =
+        workerIDForMachine(machineID ? std::optional<std::string_view>(*machineID) : std::nullopt);
+    facts.computerName = readComputerName(sources);
     facts.chipDescription = chipDescriptionFrom(probe.cpuBrandString());
     facts.physicalMemoryBytes = probe.physicalMemoryBytes();
     std::optional<std::string> digest;

@@ -27,6 +27,8 @@ struct OnboardingMachineFacts {
         std::string version;  // the build's version, e.g. "0.1.0"
     };
     static OnboardingMachineFacts read(const MachineProbe& probe, const Sources& sources);
+    // The name the computer registers under, and the one every screen shows.
+    static std::string readComputerName(const Sources& sources);
 };
 
 // "wk_" and 16 hex digits derived from the machine id, so that a machine registers under the

@@ -3,16 +3,11 @@
 #include <ctime>
 
 #include "CorvaneApp/config/WorkerConfigWriter.h"
-#include "CorvaneApp/eligibility/UnicodeTrim.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
-
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("OnboardingViewModel");
-    return instance;
-}
 
 constexpr const char* kSaveFailedText =
     "Corvane could not save your worker credentials locally. Check keyring and home-folder "
@@ -22,7 +17,8 @@ constexpr const char* kSaveFailedText =
 }  // namespace
 
 OnboardingViewModel::OnboardingViewModel(Dependencies dependencies)
-    : deps_(std::move(dependencies)) {
+    : deps_(std::move(dependencies)), alive_(std::make_shared<OnboardingViewModel*>(this)) {
+    if (!deps_.backgroundRunner) deps_.backgroundRunner = std::make_shared<TaskBackgroundRunner>();
     coordinatorURL_ = deps_.defaultCoordinatorURL;
     configuration_.preset = OnboardingSchedulePreset::alwaysOn;
     configuration_.schedule = {false, makeTime(9), makeTime(17)};
@@ -40,14 +36,47 @@ const std::vector<std::string>& OnboardingViewModel::availableModels() {
     return models;
 }
 
+OnboardingViewModel::~OnboardingViewModel() {
+    alive_.reset();
+    job_.reset();
+}
+
+std::function<void(std::function<void(OnboardingViewModel&)>)> OnboardingViewModel::poster() {
+    return [main = deps_.mainSequence, alive = std::weak_ptr<OnboardingViewModel*>(alive_)](
+               std::function<void(OnboardingViewModel&)> work) {
+        main->post([alive, work = std::move(work)] {
+            if (auto self = alive.lock()) work(**self);
+        });
+    };
+}
+
 void OnboardingViewModel::advance() {
-    if (step_ == OnboardingStep::welcome) step_ = OnboardingStep::connect;
+    if (step_ != OnboardingStep::welcome) return;
+    step_ = OnboardingStep::connect;
+    changed();
 }
 
 void OnboardingViewModel::goBack() {
+    if (isWorking_) return;
     errorMessage_.reset();
     if (step_ != OnboardingStep::welcome)
         step_ = static_cast<OnboardingStep>(static_cast<int>(step_) - 1);
+    changed();
+}
+
+void OnboardingViewModel::setCoordinatorURL(std::string url) {
+    coordinatorURL_ = std::move(url);
+    changed();
+}
+
+void OnboardingViewModel::setEnrollmentToken(std::string token) {
+    enrollmentToken_ = std::move(token);
+    changed();
+}
+
+void OnboardingViewModel::setShowAdvancedOptions(bool show) {
+    showAdvancedOptions_ = show;
+    changed();
 }
 
 WorkerRegistrationRequest OnboardingViewModel::registrationRequest() const {
@@ -65,6 +94,7 @@ WorkerRegistrationRequest OnboardingViewModel::registrationRequest() const {
 }
 
 void OnboardingViewModel::connect() {
+    if (isWorking_) return;
     errorMessage_.reset();
     isWorking_ = true;
     // A code typed while Advanced is closed is not sent: the owner can't see what would go out.
@@ -73,16 +103,39 @@ void OnboardingViewModel::connect() {
         if (std::string code = trimWhitespaceAndNewlines(enrollmentToken_); !code.empty())
             token = std::move(code);
     }
-    const bool sentToken = token.has_value();
-    const std::string url = trimWhitespaceAndNewlines(coordinatorURL_);
-    try {
-        registrationResponse_ =
-            deps_.registrationClient->registerWorker(url, token, registrationRequest());
-        registeredCoordinatorURL_ = url;
+    std::string url = trimWhitespaceAndNewlines(coordinatorURL_);
+    changed();
+    job_ = deps_.backgroundRunner->run([deliver = poster(), client = deps_.registrationClient,
+                                        url = std::move(url), token = std::move(token),
+                                        request = registrationRequest()](std::stop_token) {
+        std::optional<WorkerRegistrationResponse> response;
+        std::optional<CoordinatorRegistrationError> error;
+        std::optional<std::string> otherError;
+        try {
+            response = client->registerWorker(url, token, request);
+        } catch (const CoordinatorRegistrationError& failure) {
+            error = failure;
+        } catch (const std::exception& failure) {
+            otherError = failure.what();
+        }
+        deliver([=](OnboardingViewModel& self) {
+            self.finishConnect(response, url, error, otherError, token.has_value());
+        });
+    });
+}
+
+void OnboardingViewModel::finishConnect(std::optional<WorkerRegistrationResponse> response,
+                                        std::string url,
+                                        std::optional<CoordinatorRegistrationError> error,
+                                        std::optional<std::string> otherError, bool sentToken) {
+    isWorking_ = false;
+    if (response) {
+        registrationResponse_ = std::move(response);
+        registeredCoordinatorURL_ = std::move(url);
         step_ = OnboardingStep::configure;
-    } catch (const CoordinatorRegistrationError& error) {
+    } else if (error) {
         using Kind = CoordinatorRegistrationError::Kind;
-        switch (error.kind()) {
+        switch (error->kind()) {
             case Kind::invalidInvitation:
                 showAdvancedOptions_ = true;
                 errorMessage_ =
@@ -97,43 +150,72 @@ void OnboardingViewModel::connect() {
                           "there, and try again.";
                 break;
             default:
-                errorMessage_ = error.errorDescription();
+                errorMessage_ = error->errorDescription();
                 break;
         }
-    } catch (const std::exception& error) {
-        errorMessage_ = error.what();
+    } else {
+        errorMessage_ = otherError;
     }
-    isWorking_ = false;
+    changed();
 }
 
 void OnboardingViewModel::saveConfiguration() {
+    if (isWorking_) return;
     if (!registrationResponse_) {
         errorMessage_ = "Complete the connection step before saving.";
+        changed();
         return;
     }
     errorMessage_.reset();
     isWorking_ = true;
+    changed();
     const WorkerRegistrationResponse& response = *registrationResponse_;
-    std::optional<WorkerTokenKeychainRef> stored;
-    try {
-        stored = deps_.credentialStore->storeWorkerToken(
-            response.workerToken, registeredCoordinatorURL_, response.workerID);
-        if (deps_.flushPendingSettings) deps_.flushPendingSettings();
-        WorkerConfigWriter writer{registeredCoordinatorURL_, response.workerID, *stored,
-                                  configuration_, deps_.now};
-        writer.write(deps_.configPath);
-    } catch (const std::exception& error) {
-        // The texts of these errors name paths, never the token.
-        logger()->error("saving the enrolment failed: {}", error.what());
-        // A credential without its config.yaml would be a half-enrolled machine.
-        if (stored) deps_.credentialStore->removeWorkerToken(*stored);
-        errorMessage_ = kSaveFailedText;
-        isWorking_ = false;
-        return;
-    }
-    summary_ = OnboardingSummary{response.workerID, registeredCoordinatorURL_};
-    step_ = OnboardingStep::done;
+    job_ = deps_.backgroundRunner->run([deliver = poster(), store = deps_.credentialStore,
+                                        token = response.workerToken,
+                                        url = registeredCoordinatorURL_,
+                                        workerID = response.workerID](std::stop_token) {
+        try {
+            auto stored = store->storeWorkerToken(token, url, workerID);
+            deliver([stored](OnboardingViewModel& self) { self.keepCredential(stored); });
+        } catch (const std::exception& error) {
+            // The texts of these errors name paths, never the token.
+            log::get("OnboardingViewModel")->error("saving the enrolment failed: {}", error.what());
+            deliver([](OnboardingViewModel& self) { self.finishSave(kSaveFailedText); });
+        }
+    });
+}
+
+// The credential is kept: settings changed meanwhile are written (on the main sequence, where
+// the settings live), then config.yaml.
+void OnboardingViewModel::keepCredential(WorkerTokenKeychainRef stored) {
+    if (deps_.flushPendingSettings) deps_.flushPendingSettings();
+    job_ = deps_.backgroundRunner->run([deliver = poster(), store = deps_.credentialStore,
+                                        writer =
+                                            WorkerConfigWriter{registeredCoordinatorURL_,
+                                                               registrationResponse_->workerID,
+                                                               stored, configuration_, deps_.now},
+                                        path = deps_.configPath, stored](std::stop_token) {
+        std::optional<std::string> failure;
+        try {
+            writer.write(path);
+        } catch (const std::exception& error) {
+            log::get("OnboardingViewModel")->error("saving the enrolment failed: {}", error.what());
+            // A credential without its config.yaml would be a half-enrolled machine.
+            store->removeWorkerToken(stored);
+            failure = kSaveFailedText;
+        }
+        deliver([failure](OnboardingViewModel& self) { self.finishSave(failure); });
+    });
+}
+
+void OnboardingViewModel::finishSave(std::optional<std::string> failure) {
     isWorking_ = false;
+    errorMessage_ = std::move(failure);
+    if (!errorMessage_) {
+        summary_ = OnboardingSummary{registrationResponse_->workerID, registeredCoordinatorURL_};
+        step_ = OnboardingStep::done;
+    }
+    changed();
 }
 
 void OnboardingViewModel::finish() {
@@ -157,6 +239,7 @@ void OnboardingViewModel::applySchedulePreset(OnboardingSchedulePreset preset) {
         lastCustomSchedule_ = configuration_.schedule;
     }
     configuration_.preset = preset;
+    changed();
     switch (preset) {
         case OnboardingSchedulePreset::alwaysOn:
             configuration_.schedule = {false, makeTime(9), makeTime(17)};

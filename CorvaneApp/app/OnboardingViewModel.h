@@ -14,8 +14,12 @@
 #include "CorvaneApp/app/OnboardingCredentialStore.h"
 #include "CorvaneApp/app/OnboardingMachineFacts.h"
 #include "CorvaneApp/config/OnboardingConfiguration.h"
+#include "CorvaneApp/coordinator/CoordinatorAPI.h"
 #include "CorvaneApp/coordinator/CoordinatorRegistrationClient.h"
+#include "CorvaneApp/platform/BackgroundRunner.h"
 #include "CorvaneApp/platform/Clock.h"
+#include "CorvaneApp/platform/Executor.h"
+#include "CorvaneApp/platform/Observers.h"
 
 namespace corvane {
 
@@ -27,12 +31,14 @@ struct OnboardingSummary {
     bool operator==(const OnboardingSummary&) const = default;
 };
 
-// The coordinator a new installation offers first.
-inline constexpr const char* kDefaultCoordinatorURL = "https://coordinator.varnix.dev";
-
+// The four steps of enrolment as a window shows them. Lives on the main sequence; registration
+// and the save run on the background runner, with `isWorking` set meanwhile, and land back on the
+// main sequence. Observers are told after every change.
 class OnboardingViewModel {
   public:
     struct Dependencies {
+        Executor* mainSequence = nullptr;                    // required
+        std::shared_ptr<BackgroundRunner> backgroundRunner;  // absent: one task per job
         std::shared_ptr<CoordinatorRegistering> registrationClient;
         std::shared_ptr<OnboardingCredentialStore> credentialStore;
         std::filesystem::path configPath;  // ~/.varnix-compute/config.yaml
@@ -41,10 +47,19 @@ class OnboardingViewModel {
         std::function<void()> flushPendingSettings;
         std::function<void()> onFinish;  // optional
         NowFunction now = systemNow;
-        std::string defaultCoordinatorURL = kDefaultCoordinatorURL;
+        // The coordinator a new installation offers first.
+        std::string defaultCoordinatorURL = CoordinatorAPI::defaultProductionURL;
     };
 
     explicit OnboardingViewModel(Dependencies dependencies);
+    // Waits for registration or a save still under way (each has its own time-out).
+    ~OnboardingViewModel();
+    OnboardingViewModel(const OnboardingViewModel&) = delete;
+    OnboardingViewModel& operator=(const OnboardingViewModel&) = delete;
+
+    [[nodiscard]] Subscription observe(std::function<void()> onChange) {
+        return observers_.subscribe(std::move(onChange));
+    }
 
     // What the build can run, sent at registration.
     static const std::vector<std::string>& availableHandlers();
@@ -53,11 +68,12 @@ class OnboardingViewModel {
     OnboardingStep step() const { return step_; }
     void advance();  // welcome -> connect, the user's own step
     void goBack();
-    // Registers; on success moves to `configure`, else leaves the words in errorMessage().
+    // Registers; on success moves to `configure`, else leaves the words in errorMessage(). Does
+    // nothing while a request is under way.
     void connect();
     // Stores the credential and writes config.yaml; on success moves to `done`. Either both are
     // in place afterwards or neither is (a credential stored for a config that could not be
-    // written is taken back).
+    // written is taken back). Does nothing while a request is under way.
     void saveConfiguration();
     void finish();  // the `done` step's button
 
@@ -68,11 +84,11 @@ class OnboardingViewModel {
     Date makeTime(int hour) const;
 
     const std::string& coordinatorURL() const { return coordinatorURL_; }
-    void setCoordinatorURL(std::string url) { coordinatorURL_ = std::move(url); }
+    void setCoordinatorURL(std::string url);
     const std::string& enrollmentToken() const { return enrollmentToken_; }
-    void setEnrollmentToken(std::string token) { enrollmentToken_ = std::move(token); }
+    void setEnrollmentToken(std::string token);
     bool showAdvancedOptions() const { return showAdvancedOptions_; }
-    void setShowAdvancedOptions(bool show) { showAdvancedOptions_ = show; }
+    void setShowAdvancedOptions(bool show);
     bool isWorking() const { return isWorking_; }
     const std::optional<std::string>& errorMessage() const { return errorMessage_; }
     const OnboardingConfiguration& configuration() const { return configuration_; }
@@ -84,7 +100,19 @@ class OnboardingViewModel {
     WorkerRegistrationRequest registrationRequest() const;
 
   private:
+    void finishConnect(std::optional<WorkerRegistrationResponse> response, std::string url,
+                       std::optional<CoordinatorRegistrationError> error,
+                       std::optional<std::string> otherError, bool sentToken);
+    void keepCredential(WorkerTokenKeychainRef stored);
+    void finishSave(std::optional<std::string> failure);
+    // Runs `work` on the main sequence while this model lives.
+    std::function<void(std::function<void(OnboardingViewModel&)>)> poster();
+    void changed() { observers_.notify(); }
+
     Dependencies deps_;
+    ObserverList<> observers_;
+    std::unique_ptr<BackgroundJob> job_;
+    std::shared_ptr<OnboardingViewModel*> alive_;
     OnboardingStep step_ = OnboardingStep::welcome;
     std::string coordinatorURL_;
     std::string enrollmentToken_;

@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -46,15 +47,9 @@ bool isBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
 }
 
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
-
 std::optional<std::string> normalised(const std::optional<std::string>& text) {
     auto trimmed = corvaneTrimmed(text);
-    return trimmed ? std::optional(lowered(*trimmed)) : std::nullopt;
+    return trimmed ? std::optional(asciiLowercased(*trimmed)) : std::nullopt;
 }
 
 bool oneOf(std::string_view value, std::initializer_list<std::string_view> options) {
@@ -132,7 +127,7 @@ std::optional<std::string> cleanedInlineExplanation(std::string_view label,
                                                     const std::optional<std::string>& sub) {
     auto trimmedSub = corvaneTrimmed(sub);
     if (!trimmedSub) return std::nullopt;
-    auto normalisedSub = lowered(*trimmedSub);
+    auto normalisedSub = asciiLowercased(*trimmedSub);
     if (normalisedSub == normalised(std::string(label)).value_or("")) return std::nullopt;
     if (normalisedSub == "online · waiting for work") return "Waiting for work";
     if (auto rest = afterPausedPrefix(*trimmedSub)) return rest;

@@ -6,6 +6,7 @@
 #include "CorvaneApp/coordinator/JsonCoding.h"
 #include "CorvaneApp/platform/AtomicFile.h"
 #include "CorvaneApp/platform/Paths.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 
@@ -13,7 +14,16 @@ bool WorkerStatusTracker::withinGrace(Date now) const {
     return lastObservedBusyAt_ && secondsBetween(*lastObservedBusyAt_, now) <= graceSeconds;
 }
 
-WorkerStatusPresentation WorkerStatusTracker::refresh(const WorkerStatusInputs& inputs, Date now) {
+WorkerStatusPresentation WorkerStatusTracker::ownerResumed(const WorkerStatusInputs& inputs) {
+    awaitingResume_ = inputs.workerRunning;
+    const auto status = inputs.paused          ? WorkerStatus::paused
+                        : inputs.workerRunning ? WorkerStatus::idle
+                                               : WorkerStatus::offline;
+    return WorkerStatusPresentation::defaultFor(status);
+}
+
+WorkerStatusPresentation WorkerStatusTracker::presentation(const WorkerStatusInputs& inputs,
+                                                           Date now) {
     using P = WorkerStatusPresentation;
     const auto earning = P::defaultFor(WorkerStatus::earning);
     if (!inputs.enrolled) {
@@ -46,11 +56,11 @@ WorkerStatusPresentation WorkerStatusTracker::refresh(const WorkerStatusInputs& 
         }
     }
     if (inputs.eligibility) {
-        auto fromState = presentationFor(*inputs.eligibility, reporter_);
+        auto fromState = presentationFor(*inputs.eligibility, *reporter_);
         if (withinGrace(now) && fromState.status == WorkerStatus::idle) return earning;
         if (awaitingResume_) {
-            std::string word = corvaneTrimmed(inputs.eligibility->reason).value_or("");
-            for (auto& c : word) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            const std::string word =
+                asciiLowercased(corvaneTrimmed(inputs.eligibility->reason).value_or(""));
             if (word == "paused") return P::defaultFor(WorkerStatus::idle);
         }
         awaitingResume_ = false;

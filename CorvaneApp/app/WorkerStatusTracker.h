@@ -5,6 +5,7 @@
 // Also the small status file a running instance keeps for `corvane status`.
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -24,28 +25,50 @@ struct WorkerStatusInputs {
     std::optional<EligibilityState> eligibility;  // from the runtime-state file
 };
 
-class WorkerStatusTracker {
+// Where the app model's status words come from. A real session derives them from its sources
+// (WorkerStatusTracker); the sample session holds words of its own.
+class StatusSource {
+  public:
+    virtual ~StatusSource() = default;
+    // The words for these inputs now; absent keeps the words on show.
+    virtual std::optional<WorkerStatusPresentation> refresh(const WorkerStatusInputs& inputs,
+                                                            Date now) = 0;
+    // The owner took their pause.
+    virtual void ownerPaused() = 0;
+    // The words just after the owner lifted their pause; `inputs.paused` says whether another
+    // pause still holds.
+    virtual WorkerStatusPresentation ownerResumed(const WorkerStatusInputs& inputs) = 0;
+    // A new session (sign-out, sign-in) starts from nothing.
+    virtual void reset() = 0;
+};
+
+class WorkerStatusTracker final : public StatusSource {
   public:
     static constexpr double graceSeconds = 15.0;
 
-    explicit WorkerStatusTracker(UnknownEligibilityReasonReporter& reporter)
-        : reporter_(reporter) {}
-    WorkerStatusPresentation refresh(const WorkerStatusInputs& inputs, Date now);
-
-    // Set just after the owner resumes a running worker: the state file may still say "paused"
-    // for a few seconds, and that stale word shows as idle until a fresher source speaks.
-    void setAwaitingFreshEligibilityAfterManualResume(bool awaiting) { awaitingResume_ = awaiting; }
-    bool awaitingFreshEligibilityAfterManualResume() const { return awaitingResume_; }
-    const std::optional<Date>& lastObservedBusyAt() const { return lastObservedBusyAt_; }
-    void reset() {
+    explicit WorkerStatusTracker(std::shared_ptr<UnknownEligibilityReasonReporter> reporter)
+        : reporter_(std::move(reporter)) {}
+    std::optional<WorkerStatusPresentation> refresh(const WorkerStatusInputs& inputs,
+                                                    Date now) override {
+        return presentation(inputs, now);
+    }
+    WorkerStatusPresentation presentation(const WorkerStatusInputs& inputs, Date now);
+    void ownerPaused() override { awaitingResume_ = false; }
+    // Just after the owner resumes a running worker the state file may still say "paused" for a
+    // few seconds; that stale word shows as idle until a fresher source speaks.
+    WorkerStatusPresentation ownerResumed(const WorkerStatusInputs& inputs) override;
+    void reset() override {
         awaitingResume_ = false;
         lastObservedBusyAt_.reset();
     }
 
+    bool awaitingFreshEligibilityAfterManualResume() const { return awaitingResume_; }
+    const std::optional<Date>& lastObservedBusyAt() const { return lastObservedBusyAt_; }
+
   private:
     bool withinGrace(Date now) const;
 
-    UnknownEligibilityReasonReporter& reporter_;
+    std::shared_ptr<UnknownEligibilityReasonReporter> reporter_;
     std::optional<Date> lastObservedBusyAt_;
     bool awaitingResume_ = false;
 };

@@ -103,13 +103,6 @@ std::string_view trimSpacesAndTabs(std::string_view text) {
     return text.substr(begin, end - begin + 1);
 }
 
-std::string_view trimWhitespace(std::string_view text) {
-    size_t begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string_view::npos) return {};
-    size_t end = text.find_last_not_of(" \t\r\n");
-    return text.substr(begin, end - begin + 1);
-}
-
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }

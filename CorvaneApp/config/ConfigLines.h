@@ -46,8 +46,6 @@ bool endsSection(std::string_view line);
 int leadingSpaces(std::string_view line);
 
 std::string_view trimSpacesAndTabs(std::string_view text);
-// Spaces, tabs, CR and LF.
-std::string_view trimWhitespace(std::string_view text);
 bool startsWith(std::string_view text, std::string_view prefix);
 // ASCII lower case; other bytes unchanged.
 std::string lowercased(std::string_view text);

@@ -16,10 +16,6 @@ namespace {
 
 using nlohmann::json;
 
-auto logger() {
-    return log::get("KeychainStore");
-}
-
 // The file's items; absent with `status` set when it exists but can't be used. Error texts name
 // the file only: its contents are secrets.
 struct Items {
@@ -32,15 +28,17 @@ Items load(const std::filesystem::path& path) {
     if (::stat(path.c_str(), &info) != 0) return {};
     if ((info.st_mode & 077) != 0) {
         // Someone widened the mode; narrow it again before reading secrets out of it.
-        logger()->error("credential file {} was readable by others; restricting it to its owner",
-                        path.string());
+        log::get("KeychainStore")
+            ->error("credential file {} was readable by others; restricting it to its owner",
+                    path.string());
         ::chmod(path.c_str(), 0600);
     }
     auto text = readFile(path);
     if (!text) return {json::array(), EIO};
     auto parsed = json::parse(*text, nullptr, false);
     if (!parsed.is_object() || !parsed.contains("items") || !parsed["items"].is_array()) {
-        logger()->error("credential file {} is damaged and can't be read", path.string());
+        log::get("KeychainStore")
+            ->error("credential file {} is damaged and can't be read", path.string());
         return {json::array(), EBADMSG};
     }
     return {parsed["items"], 0};
@@ -56,11 +54,12 @@ int save(const std::filesystem::path& path, const json& items) {
         writeFileAtomically(path, document.dump(2) + "\n", 0600);
         return 0;
     } catch (const std::system_error& error) {
-        logger()->error("credential file {} could not be written: {}", path.string(),
-                        error.code().message());
+        log::get("KeychainStore")
+            ->error("credential file {} could not be written: {}", path.string(),
+                    error.code().message());
         return error.code().value() ? error.code().value() : EIO;
     } catch (const std::exception&) {
-        logger()->error("credential file {} could not be written", path.string());
+        log::get("KeychainStore")->error("credential file {} could not be written", path.string());
         return EIO;
     }
 }
@@ -155,7 +154,7 @@ int FileCredentialBackend::write(const std::string& service, const std::string& 
         std::error_code error;
         std::filesystem::rename(path_, aside, error);
         if (error) return error.value();
-        logger()->error("moved the damaged credential file to {}", aside);
+        log::get("KeychainStore")->error("moved the damaged credential file to {}", aside);
         items = {};
     } else if (items.status != 0) {
         return items.status;

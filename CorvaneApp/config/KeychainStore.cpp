@@ -11,10 +11,6 @@
 namespace corvane {
 namespace {
 
-auto logger() {
-    return log::get("KeychainStore");
-}
-
 bool isValidUTF8(std::string_view text) {
     static constexpr uint32_t kMinimum[] = {0, 0x80, 0x800, 0x10000};
     size_t i = 0;
@@ -167,13 +163,15 @@ std::optional<std::string> KeychainStore::read(std::string_view account) {
 std::optional<std::string> KeychainStore::read(std::string_view service, std::string_view account) {
     auto result = backend_->read(std::string(service), std::string(account));
     if (result.status != 0 || !result.data) {
-        logger()->info("Keychain read miss/failure for service={} account={} status={}", service,
-                       account, result.status);
+        log::get("KeychainStore")
+            ->info("Keychain read miss/failure for service={} account={} status={}", service,
+                   account, result.status);
         return std::nullopt;
     }
     if (!isValidUTF8(*result.data)) {
-        logger()->error("Keychain read returned undecodable data for service={} account={}",
-                        service, account);
+        log::get("KeychainStore")
+            ->error("Keychain read returned undecodable data for service={} account={}", service,
+                    account);
         return std::nullopt;
     }
     return result.data;
@@ -209,11 +207,11 @@ void KeychainStore::deleteAll() {
 std::shared_ptr<CredentialBackend> chooseCredentialBackend() {
     auto probe = SecretServiceBackend::probe(displayAvailable());
     if (probe.usable) {
-        logger()->info("Credential store: Secret Service ({})", probe.reason);
+        log::get("KeychainStore")->info("Credential store: Secret Service ({})", probe.reason);
         return std::make_shared<SecretServiceBackend>();
     }
     auto file = std::make_shared<FileCredentialBackend>(FileCredentialBackend::defaultPath());
-    logger()->info("Credential store: {} ({})", file->description(), probe.reason);
+    log::get("KeychainStore")->info("Credential store: {} ({})", file->description(), probe.reason);
     return file;
 }
 

@@ -14,10 +14,6 @@ namespace {
 constexpr int kProbeTimeoutMs = 2000;
 constexpr const char* kSecretsName = "org.freedesktop.secrets";
 
-auto logger() {
-    return log::get("KeychainStore");
-}
-
 const SecretSchema* schema() {
     static const SecretSchema kSchema = [] {
         SecretSchema value{};
@@ -48,7 +44,7 @@ using VariantPtr = std::unique_ptr<GVariant, VariantDeleter>;
 int failure(const char* what, GError* raw) {
     ErrorPtr error(raw);
     if (!error) return 0;
-    logger()->error("Secret Service {} failed: {}", what, error->message);
+    log::get("KeychainStore")->error("Secret Service {} failed: {}", what, error->message);
     return EIO;
 }
 

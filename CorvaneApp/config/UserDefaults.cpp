@@ -7,14 +7,6 @@
 #include "CorvaneApp/platform/Paths.h"
 
 namespace corvane {
-namespace {
-
-auto logger() {
-    return log::get("UserDefaults");
-}
-
-}  // namespace
-
 UserDefaults::UserDefaults() = default;
 
 UserDefaults::UserDefaults(std::filesystem::path file) : file_(std::move(file)) {
@@ -28,9 +20,10 @@ UserDefaults::UserDefaults(std::filesystem::path file) : file_(std::move(file)) 
     auto aside = file_->string() + ".corrupt";
     std::error_code error;
     std::filesystem::rename(*file_, aside, error);
-    logger()->error("{} is not a JSON object; moved it to {} and started with no preferences",
-                    file_->string(),
-                    error ? std::string("(move failed: ") + error.message() + ")" : aside);
+    log::get("UserDefaults")
+        ->error("{} is not a JSON object; moved it to {} and started with no preferences",
+                file_->string(),
+                error ? std::string("(move failed: ") + error.message() + ")" : aside);
 }
 
 std::filesystem::path UserDefaults::defaultFile() {
@@ -91,7 +84,7 @@ void UserDefaults::setBool(std::string_view key, bool value) {
 void UserDefaults::setNumber(std::string_view key, double value) {
     // JSON has no infinity or NaN; such a value is no preference worth keeping.
     if (!std::isfinite(value)) {
-        logger()->error("UserDefaults refused a non-finite number for {}", key);
+        log::get("UserDefaults")->error("UserDefaults refused a non-finite number for {}", key);
         return;
     }
     set(key, value);
@@ -128,7 +121,7 @@ void UserDefaults::persistLocked() {
         lastWriteSucceeded_ = true;
     } catch (const std::exception& error) {
         lastWriteSucceeded_ = false;
-        logger()->error("UserDefaults write failed: {}", error.what());
+        log::get("UserDefaults")->error("UserDefaults write failed: {}", error.what());
     }
 }
 

@@ -17,10 +17,6 @@ namespace cl = configlines;
 
 namespace {
 
-auto logger() {
-    return log::get("WorkerConfigStore");
-}
-
 // A number read from the file: kept only when it converts and lies in range.
 void readNumber(std::string_view section, std::string_view key, std::string_view yaml,
                 SettingRange range, double& slot) {
@@ -28,11 +24,13 @@ void readNumber(std::string_view section, std::string_view key, std::string_view
     if (!text) return;
     auto value = cl::toNumber(*text);
     if (!value) {
-        logger()->error("config.yaml: {}.{} = '{}' is not a number; using the default {}", section,
-                        key, *text, slot);
+        log::get("WorkerConfigStore")
+            ->error("config.yaml: {}.{} = '{}' is not a number; using the default {}", section, key,
+                    *text, slot);
     } else if (*value < range.min || *value > range.max) {
-        logger()->error("config.yaml: {}.{} = {} is outside {} to {}; using the default {}",
-                        section, key, *text, range.min, range.max, slot);
+        log::get("WorkerConfigStore")
+            ->error("config.yaml: {}.{} = {} is outside {} to {}; using the default {}", section,
+                    key, *text, range.min, range.max, slot);
     } else {
         slot = *value;
     }
@@ -44,8 +42,9 @@ void readBool(std::string_view section, std::string_view key, std::string_view y
     if (auto value = cl::toBool(*text)) {
         slot = *value;
     } else {
-        logger()->error("config.yaml: {}.{} = '{}' is not true or false; using the default {}",
-                        section, key, *text, slot);
+        log::get("WorkerConfigStore")
+            ->error("config.yaml: {}.{} = '{}' is not true or false; using the default {}", section,
+                    key, *text, slot);
     }
 }
 
@@ -53,7 +52,8 @@ void readBool(std::string_view section, std::string_view key, std::string_view y
 // setting finite and in range, so a value that isn't is a bug that must not reach the file.
 std::string wholeNumber(double value) {
     if (!std::isfinite(value) || std::fabs(value) >= 9.2e18) {
-        logger()->critical("refusing to write the non-representable setting value {}", value);
+        log::get("WorkerConfigStore")
+            ->critical("refusing to write the non-representable setting value {}", value);
         std::abort();
     }
     return std::to_string(static_cast<std::int64_t>(value));
@@ -131,7 +131,8 @@ template void WorkerConfigStore::assign<std::string>(Field, std::string&, std::s
 
 void WorkerConfigStore::setNumber(Field field, double& slot, double value, SettingRange range) {
     if (std::isnan(value)) {
-        logger()->error("WorkerConfigStore refused NaN for {}", fieldName(field));
+        log::get("WorkerConfigStore")
+            ->error("WorkerConfigStore refused NaN for {}", fieldName(field));
         return;
     }
     assign(field, slot, std::clamp(value, range.min, range.max));
@@ -163,14 +164,16 @@ void WorkerConfigStore::setPauseOnHeavyApp(bool value) {
 }
 void WorkerConfigStore::setPayoutMethod(std::string value) {
     if (value.find_first_of("\r\n") != std::string::npos) {
-        logger()->error("WorkerConfigStore refused a payout method with a line break");
+        log::get("WorkerConfigStore")
+            ->error("WorkerConfigStore refused a payout method with a line break");
         return;
     }
     assign(Field::payoutMethod, settings_.payoutMethod, std::move(value));
 }
 void WorkerConfigStore::setPayoutSchedule(std::string value) {
     if (value.find_first_of("\r\n") != std::string::npos) {
-        logger()->error("WorkerConfigStore refused a payout schedule with a line break");
+        log::get("WorkerConfigStore")
+            ->error("WorkerConfigStore refused a payout schedule with a line break");
         return;
     }
     assign(Field::payoutSchedule, settings_.payoutSchedule, std::move(value));
@@ -230,16 +233,18 @@ void WorkerConfigStore::scheduleSave() {
 
 void WorkerConfigStore::saveNow() {
     if (sessionDataMode_ == DataMode::dummy) {
-        logger()->info(
-            "WorkerConfigStore saveNow skipped — demo mode keeps config changes in memory only");
+        log::get("WorkerConfigStore")
+            ->info(
+                "WorkerConfigStore saveNow skipped — demo mode keeps config changes in memory "
+                "only");
         return;
     }
     bool payoutTouched =
         dirtyFields_.count("payoutMethod") > 0 || dirtyFields_.count("payoutSchedule") > 0;
     auto base = configfile::read(configURL_);
     if (!base) {
-        logger()->info(
-            "WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)");
+        log::get("WorkerConfigStore")
+            ->info("WorkerConfigStore saveNow skipped — no config.yaml yet (worker not enrolled)");
         return;
     }
     std::string text;
@@ -247,14 +252,14 @@ void WorkerConfigStore::saveNow() {
         text = buildYAML(*base);
         writeAtomic(text, configURL_);
     } catch (const std::exception& error) {
-        logger()->error("WorkerConfigStore save failed: {}", error.what());
+        log::get("WorkerConfigStore")->error("WorkerConfigStore save failed: {}", error.what());
         return;
     }
     rawYAML_ = std::move(text);
     dirtyFields_.clear();
     ++saveCount_;
     notify(Field::saveCount);
-    logger()->info("WorkerConfigStore saved to {}", configURL_.string());
+    log::get("WorkerConfigStore")->info("WorkerConfigStore saved to {}", configURL_.string());
     if (payoutTouched) enqueueCurrentPayoutPrefsSyncIfNeeded();
 }
 
@@ -320,7 +325,8 @@ void WorkerConfigStore::reload() {
     auto text = configfile::read(configURL_);
     if (!text) {
         clearPayoutSyncState();
-        logger()->info("config.yaml not found at {} — using defaults", configURL_.string());
+        log::get("WorkerConfigStore")
+            ->info("config.yaml not found at {} — using defaults", configURL_.string());
         rawYAML_.clear();
         resetToDefaults();
         return;
@@ -329,7 +335,7 @@ void WorkerConfigStore::reload() {
     if (*text != rawYAML_) clearPayoutSyncState();
     rawYAML_ = *text;
     applyParsed(*text);
-    logger()->debug("WorkerConfigStore reloaded from {}", configURL_.string());
+    log::get("WorkerConfigStore")->debug("WorkerConfigStore reloaded from {}", configURL_.string());
 }
 
 WorkerSettings WorkerConfigStore::parseSettings(std::string_view yaml) {

@@ -17,14 +17,14 @@
 #include <variant>
 #include <vector>
 
-#include "CorvaneApp/config/BackgroundRunner.h"
 #include "CorvaneApp/config/DataMode.h"
-#include "CorvaneApp/config/Observers.h"
 #include "CorvaneApp/config/PayoutPrefsSync.h"
 #include "CorvaneApp/config/ScheduleGrid.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/config/WorkerSettings.h"
+#include "CorvaneApp/platform/BackgroundRunner.h"
 #include "CorvaneApp/platform/Executor.h"
+#include "CorvaneApp/platform/Observers.h"
 
 namespace corvane {
 

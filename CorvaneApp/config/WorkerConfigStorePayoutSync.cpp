@@ -9,10 +9,6 @@
 namespace corvane {
 namespace {
 
-auto logger() {
-    return log::get("WorkerConfigStore");
-}
-
 constexpr std::string_view kMethodKeyPrefix = "worker-config-store.payout-prefs.method.";
 constexpr std::string_view kScheduleKeyPrefix = "worker-config-store.payout-prefs.schedule.";
 constexpr std::string_view kCycleConflictBanner =
@@ -79,7 +75,8 @@ void WorkerConfigStore::enqueueCurrentPayoutPrefsSyncIfNeeded() {
 void WorkerConfigStore::startQueuedPayoutPrefsSyncIfNeeded() {
     if (payoutPrefsSyncJob_ || !queuedPayoutPrefsSync_) return;
     if (!payoutPrefsHooks_.push) {
-        logger()->info("payout prefs sync skipped — coordinator API unavailable");
+        log::get("WorkerConfigStore")
+            ->info("payout prefs sync skipped — coordinator API unavailable");
         return;
     }
     auto request = *queuedPayoutPrefsSync_;
@@ -110,7 +107,7 @@ void WorkerConfigStore::retryPendingPayoutPrefsSyncIfNeeded() {
 void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request,
                                          const SyncOutcome& outcome) {
     if (payoutPrefsSyncCancelled_ || outcome.kind == SyncOutcome::Kind::cancelled) {
-        logger()->info("WorkerConfigStore payout prefs sync cancelled");
+        log::get("WorkerConfigStore")->info("WorkerConfigStore payout prefs sync cancelled");
         endPayoutSync();
         return;
     }
@@ -118,11 +115,13 @@ void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request,
         case SyncOutcome::Kind::success:
             storeLastSyncedPayoutPrefs(request.payload, request.defaultsNamespace);
             if (queuedPayoutPrefsSync_ == request) queuedPayoutPrefsSync_.reset();
-            logger()->info("WorkerConfigStore synced payout prefs to coordinator");
+            log::get("WorkerConfigStore")
+                ->info("WorkerConfigStore synced payout prefs to coordinator");
             endPayoutSync();
             return;
         case SyncOutcome::Kind::failed:
-            logger()->error("WorkerConfigStore payout prefs sync failed: {}", outcome.message);
+            log::get("WorkerConfigStore")
+                ->error("WorkerConfigStore payout prefs sync failed: {}", outcome.message);
             endPayoutSync(request);
             return;
         case SyncOutcome::Kind::refused:
@@ -132,19 +131,20 @@ void WorkerConfigStore::finishPayoutSync(const QueuedPayoutPrefsSync& request,
     const auto& refusal = *outcome.refusal;
     switch (refusal.kind()) {
         case PayoutPrefsSyncError::Kind::missingCredentials:
-            logger()->error(
-                "WorkerConfigStore payout prefs sync failed: missing coordinator credentials");
+            log::get("WorkerConfigStore")
+                ->error(
+                    "WorkerConfigStore payout prefs sync failed: missing coordinator credentials");
             endPayoutSync(request);
             return;
         case PayoutPrefsSyncError::Kind::setupRequired:
-            logger()->info("WorkerConfigStore payout prefs sync blocked: {}",
-                           refusal.requiredSetup());
+            log::get("WorkerConfigStore")
+                ->info("WorkerConfigStore payout prefs sync blocked: {}", refusal.requiredSetup());
             setRequiredSetup(refusal.requiredSetup());
             break;
         case PayoutPrefsSyncError::Kind::payoutCycleConflict:
-            logger()->info(
-                "WorkerConfigStore payout prefs sync blocked by payout cycle conflict: {}",
-                refusal.detail().value_or("queued payout already exists"));
+            log::get("WorkerConfigStore")
+                ->info("WorkerConfigStore payout prefs sync blocked by payout cycle conflict: {}",
+                       refusal.detail().value_or("queued payout already exists"));
             setBanner(std::string(kCycleConflictBanner));
             break;
     }
@@ -178,13 +178,14 @@ void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(
         try {
             if (fetch) baseline = fetch(stop);
         } catch (const std::exception& error) {
-            logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}",
-                            error.what());
+            log::get("WorkerConfigStore")
+                ->error("WorkerConfigStore payout prefs baseline fetch failed: {}", error.what());
         }
         bool cancelled = stop.stop_requested();
         return [this, rejected, baseline, cancelled] {
             if (cancelled || payoutPrefsSyncCancelled_) {
-                logger()->info("WorkerConfigStore payout prefs sync cancelled");
+                log::get("WorkerConfigStore")
+                    ->info("WorkerConfigStore payout prefs sync cancelled");
             } else if (currentPayoutPair() != rejected.payload) {
                 // Moved on while the baseline was fetched.
             } else if (baseline) {
@@ -195,9 +196,10 @@ void WorkerConfigStore::rollbackRejectedPayoutPrefsToLastSynced(
                 PayoutPrefsSyncPayload fallback{"ach", "weekly"};
                 storeLastSyncedPayoutPrefs(fallback, rejected.defaultsNamespace);
                 applyRolledBackPayoutPrefs(fallback, rejected);
-                logger()->info(
-                    "WorkerConfigStore payout prefs rollback fell back to app defaults after "
-                    "baseline fetch failed");
+                log::get("WorkerConfigStore")
+                    ->info(
+                        "WorkerConfigStore payout prefs rollback fell back to app defaults after "
+                        "baseline fetch failed");
             }
             endPayoutSync();
         };
@@ -219,9 +221,11 @@ void WorkerConfigStore::applyRolledBackPayoutPrefs(const PayoutPrefsSyncPayload&
         writeAtomic(text, configURL_);
         rawYAML_ = std::move(text);
         if (queuedPayoutPrefsSync_ == rejected) queuedPayoutPrefsSync_.reset();
-        logger()->info("WorkerConfigStore rolled back rejected payout prefs to last synced values");
+        log::get("WorkerConfigStore")
+            ->info("WorkerConfigStore rolled back rejected payout prefs to last synced values");
     } catch (const std::exception& error) {
-        logger()->error("WorkerConfigStore payout prefs rollback failed: {}", error.what());
+        log::get("WorkerConfigStore")
+            ->error("WorkerConfigStore payout prefs rollback failed: {}", error.what());
     }
 }
 
@@ -235,25 +239,26 @@ void WorkerConfigStore::refreshPayoutPrefsBaselineOnActivation() {
     if (lastSyncedPayoutPrefs(defaultsNamespace) || baselineJob_ ||
         !payoutPrefsHooks_.fetchBaseline)
         return;
-    baselineJob_ = startBackground(
-        [this, fetch = payoutPrefsHooks_.fetchBaseline, defaultsNamespace](std::stop_token stop) {
-            std::optional<PayoutPrefsSyncPayload> baseline;
-            try {
-                baseline = fetch(stop);
-            } catch (const std::exception& error) {
-                logger()->error("WorkerConfigStore payout prefs baseline fetch failed: {}",
-                                error.what());
-            }
-            if (stop.stop_requested()) baseline.reset();
-            return [this, baseline, defaultsNamespace] {
-                baselineJob_.reset();
-                if (!baseline) return;
-                storeLastSyncedPayoutPrefs(*baseline, defaultsNamespace);
-                logger()->info(
+    baselineJob_ = startBackground([this, fetch = payoutPrefsHooks_.fetchBaseline,
+                                    defaultsNamespace](std::stop_token stop) {
+        std::optional<PayoutPrefsSyncPayload> baseline;
+        try {
+            baseline = fetch(stop);
+        } catch (const std::exception& error) {
+            log::get("WorkerConfigStore")
+                ->error("WorkerConfigStore payout prefs baseline fetch failed: {}", error.what());
+        }
+        if (stop.stop_requested()) baseline.reset();
+        return [this, baseline, defaultsNamespace] {
+            baselineJob_.reset();
+            if (!baseline) return;
+            storeLastSyncedPayoutPrefs(*baseline, defaultsNamespace);
+            log::get("WorkerConfigStore")
+                ->info(
                     "WorkerConfigStore established payout prefs baseline from coordinator on "
                     "activation");
-            };
-        });
+        };
+    });
 }
 
 }  // namespace corvane

@@ -4,6 +4,7 @@
 
 #include "CorvaneApp/config/ConfigFile.h"
 #include "CorvaneApp/config/ConfigLines.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 
@@ -100,7 +101,7 @@ std::string WorkerConfigWriter::renderYAML() const {
 
 std::string WorkerConfigWriter::buildYAML(std::string_view base) const {
     validate();
-    if (cl::trimWhitespace(base).empty()) return renderYAML();
+    if (trimAsciiWhitespace(base).empty()) return renderYAML();
     auto [hasBom, body] = cl::splitBom(base);
     auto lines = cl::split(body);
     setOrInsertTopLevelScalar("coordinator_url", cl::singleQuoted(coordinatorURL), lines);

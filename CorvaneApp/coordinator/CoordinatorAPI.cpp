@@ -6,14 +6,10 @@
 #include <fstream>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
-
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("CoordinatorAPI");
-    return instance;
-}
 
 bool isSuccess(long status) {
     return status >= 200 && status <= 299;
@@ -42,11 +38,6 @@ std::optional<std::string> percentEncodeQueryAllowed(std::string_view text) {
     return http::percentEncode(text, "!$&'()*+,-./:;=?@_~");
 }
 
-std::string lowerCased(std::string text) {
-    for (auto& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
 std::string firstLine(const std::filesystem::path& path) {
     std::ifstream file(path);
     std::string line;
@@ -60,7 +51,7 @@ auto decodeBody(std::string_view what, const std::string& body, Decode decode) {
     try {
         return decode(parseJson(body));
     } catch (const std::exception& error) {
-        logger()->error("Decode error for {}: {}", what, error.what());
+        log::get("CoordinatorAPI")->error("Decode error for {}: {}", what, error.what());
         throw CoordinatorAPIError::decodingError(error.what());
     }
 }
@@ -144,19 +135,20 @@ std::string CoordinatorAPI::request(std::string_view path, std::string_view meth
     try {
         response = session_->send(wire, stop);
     } catch (const std::exception& error) {
-        logger()->error("Network error fetching {}: {}", path, error.what());
+        log::get("CoordinatorAPI")->error("Network error fetching {}: {}", path, error.what());
         throw CoordinatorAPIError::networkError(error.what());
     }
     if (response.status == 401) {
-        logger()->error("401 from {} — token rejected", path);
+        log::get("CoordinatorAPI")->error("401 from {} — token rejected", path);
         throw CoordinatorAPIError::unauthorized();
     }
     if (!isSuccess(response.status)) {
         auto payload = CoordinatorAPIErrorPayload::decode(response.body);
         if (payload.detail) {
-            logger()->error("HTTP {} from {}: {}", response.status, path, *payload.detail);
+            log::get("CoordinatorAPI")
+                ->error("HTTP {} from {}: {}", response.status, path, *payload.detail);
         } else {
-            logger()->error("HTTP {} from {}", response.status, path);
+            log::get("CoordinatorAPI")->error("HTTP {} from {}", response.status, path);
         }
         throw CoordinatorAPIError::httpError(response.status, payload.detail, payload.code,
                                              payload.field);
@@ -235,7 +227,7 @@ PayoutPreferences CoordinatorAPI::putPayoutPrefs(const std::string& method,
     try {
         body = PutPayoutPrefsRequest{method, schedule}.encode().dump();
     } catch (const std::exception& error) {  // text that isn't UTF-8
-        logger()->error("Encode error for {}: {}", path, error.what());
+        log::get("CoordinatorAPI")->error("Encode error for {}: {}", path, error.what());
         throw CoordinatorAPIError::encodingError(error.what());
     }
     const auto url = http::resolveAbsolutePath(baseURL_, path);
@@ -247,31 +239,33 @@ PayoutPreferences CoordinatorAPI::putPayoutPrefs(const std::string& method,
     try {
         response = session_->send(wire, stop);
     } catch (const std::exception& error) {
-        logger()->error("Network error syncing payout prefs: {}", error.what());
+        log::get("CoordinatorAPI")->error("Network error syncing payout prefs: {}", error.what());
         throw CoordinatorAPIError::networkError(error.what());
     }
     if (response.status == 401) {
-        logger()->error("401 from payout-prefs — token rejected");
+        log::get("CoordinatorAPI")->error("401 from payout-prefs — token rejected");
         throw CoordinatorAPIError::unauthorized();
     }
     if (!isSuccess(response.status)) {
         const auto refusal = CoordinatorAPIErrorBody::decode(response.body);
         if (response.status == 400 && refusal.requiredSetup) {
-            logger()->error("Payout prefs setup required: {}", *refusal.requiredSetup);
+            log::get("CoordinatorAPI")
+                ->error("Payout prefs setup required: {}", *refusal.requiredSetup);
             throw CoordinatorAPIError::payoutPrefsSetupRequired(*refusal.requiredSetup,
                                                                 refusal.detail);
         }
         if (response.status == 409 && refusal.detail &&
-            lowerCased(*refusal.detail).find("already queued for this cycle") !=
+            asciiLowercased(*refusal.detail).find("already queued for this cycle") !=
                 std::string::npos) {
-            logger()->error("Payout prefs cycle conflict: {}", *refusal.detail);
+            log::get("CoordinatorAPI")->error("Payout prefs cycle conflict: {}", *refusal.detail);
             throw CoordinatorAPIError::payoutCycleConflict(refusal.detail);
         }
         const auto payload = CoordinatorAPIErrorPayload::decode(response.body);
         if (payload.detail) {
-            logger()->error("HTTP {} from payout-prefs: {}", response.status, *payload.detail);
+            log::get("CoordinatorAPI")
+                ->error("HTTP {} from payout-prefs: {}", response.status, *payload.detail);
         } else {
-            logger()->error("HTTP {} from payout-prefs", response.status);
+            log::get("CoordinatorAPI")->error("HTTP {} from payout-prefs", response.status);
         }
         throw CoordinatorAPIError::httpError(response.status, payload.detail, payload.code,
                                              payload.field);

@@ -5,39 +5,21 @@
 #include <vector>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
 
 using Error = CoordinatorRegistrationError;
 
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("CoordinatorRegistrationClient");
-    return instance;
-}
-
-std::string_view trimmed(std::string_view text) {
-    auto blank = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
-std::string lowerCased(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
 bool isHTTPScheme(std::string_view scheme) {
-    const std::string lower = lowerCased(scheme);
+    const std::string lower = asciiLowercased(scheme);
     return lower == "http" || lower == "https";
 }
 
 // A message that tells a machine it is registered already and must rotate its token instead.
 bool asksForExistingToken(const std::string& message) {
-    const std::string lower = lowerCased(message);
+    const std::string lower = asciiLowercased(message);
     return lower.find("existing token") != std::string::npos ||
            lower.find("already registered") != std::string::npos ||
            lower.find("rotate") != std::string::npos;
@@ -62,7 +44,7 @@ CoordinatorRegistrationClient::CoordinatorRegistrationClient(
 
 std::optional<std::string> CoordinatorRegistrationClient::registrationURL(
     std::string_view coordinatorURL) {
-    const std::string_view text = trimmed(coordinatorURL);
+    const std::string_view text = trimAsciiWhitespace(coordinatorURL);
     const auto schemeEnd = text.find("://");
     if (schemeEnd == std::string_view::npos || schemeEnd == 0 ||
         !isHTTPScheme(text.substr(0, schemeEnd))) {
@@ -126,7 +108,7 @@ http::Request CoordinatorRegistrationClient::makeRequest(
     out.headers.add("Accept", "application/json");
     if (buildIdentity_) out.headers.add("X-Worker-Version", *buildIdentity_);
     if (enrollmentToken) {
-        const std::string_view token = trimmed(*enrollmentToken);
+        const std::string_view token = trimAsciiWhitespace(*enrollmentToken);
         if (!token.empty()) out.headers.add("X-Enrollment-Token", std::string(token));
     }
     try {
@@ -149,7 +131,8 @@ WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(
     try {
         response = session_->send(wire);
     } catch (const std::exception& error) {
-        logger()->error("registration request failed: {}", error.what());
+        log::get("CoordinatorRegistrationClient")
+            ->error("registration request failed: {}", error.what());
         throw Error::networkFailure(networkText);
     }
     const long status = response.status;
@@ -159,11 +142,12 @@ WorkerRegistrationResponse CoordinatorRegistrationClient::registerWorker(
         try {
             return WorkerRegistrationResponse::decode(parseJson(response.body));
         } catch (const std::exception& error) {
-            logger()->error("registration answer unreadable: {}", error.what());
+            log::get("CoordinatorRegistrationClient")
+                ->error("registration answer unreadable: {}", error.what());
             throw Error::networkFailure(networkText);
         }
     }
-    logger()->error("registration refused with HTTP {}", status);
+    log::get("CoordinatorRegistrationClient")->error("registration refused with HTTP {}", status);
     if (status == 401 || status == 403) {
         if (auto message = decodeErrorMessage(response.body);
             message && asksForExistingToken(*message)) {

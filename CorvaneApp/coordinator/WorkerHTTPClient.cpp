@@ -5,11 +5,6 @@
 namespace corvane {
 namespace {
 
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("WorkerHTTPClient");
-    return instance;
-}
-
 std::optional<std::int64_t> headerInteger(const http::Response& response, const char* name) {
     auto value = response.headers.find(name);
     return value ? parseDecimalInteger(*value) : std::nullopt;
@@ -84,7 +79,7 @@ http::Response WorkerHTTPClient::performRequest(const http::Request& request,
     try {
         return session_->send(request, stop);
     } catch (const http::TransportError& error) {
-        logger()->error("network error {}: {}", path, error.what());
+        log::get("WorkerHTTPClient")->error("network error {}: {}", path, error.what());
         throw WorkerHTTPError::network(error.what(),
                                        error.kind() == http::TransportError::Kind::cancelled);
     }
@@ -92,12 +87,12 @@ http::Response WorkerHTTPClient::performRequest(const http::Request& request,
 
 void WorkerHTTPClient::throwIfNotOK(const http::Response& response, const std::string& path) const {
     if (response.status == 401) {
-        logger()->error("401 from {} — token rejected", path);
+        log::get("WorkerHTTPClient")->error("401 from {} — token rejected", path);
         throw WorkerHTTPError::unauthorized();
     }
     if (response.status >= 200 && response.status <= 299) return;
     auto detail = decodeDetail(response.body);
-    logger()->error("HTTP {} from {}", response.status, path);
+    log::get("WorkerHTTPClient")->error("HTTP {} from {}", response.status, path);
     throw WorkerHTTPError::httpError(response.status, std::move(detail));
 }
 
@@ -146,7 +141,7 @@ std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capab
     try {
         return ShardClaim::decode(parseJson(response.body));
     } catch (const std::exception& error) {
-        logger()->error("poll decode failed: {}", error.what());
+        log::get("WorkerHTTPClient")->error("poll decode failed: {}", error.what());
         throw WorkerHTTPError::decodingError(error.what());
     }
 }
@@ -186,7 +181,7 @@ PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilit
     } catch (const DecodingError& error) {
         lastError = error.what();
     }
-    logger()->error("pollBatch decode failed: {}", lastError);
+    log::get("WorkerHTTPClient")->error("pollBatch decode failed: {}", lastError);
     throw WorkerHTTPError::decodingError(lastError);
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneApp/eligibility/UnicodeTrim.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 

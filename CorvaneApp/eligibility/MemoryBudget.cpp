@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "CorvaneApp/platform/Text.h"
+
 namespace corvane {
 
 double MemoryBudget::modelFootprint(std::optional<std::string_view> quantization) {
     if (!quantization) return 12.0;
-    std::string text(*quantization);
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string text = asciiLowercased(*quantization);
     if (text == "4bit" || text == "q4" || text == "q4_0" || text == "int4") return 3.0;
     if (text == "8bit" || text == "q8" || text == "q8_0" || text == "int8") return 6.0;
     return 12.0;  // "fp16", "f16", "float16" and anything unknown

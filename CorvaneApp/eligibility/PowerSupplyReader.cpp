@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "CorvaneApp/eligibility/ProcText.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -10,7 +11,7 @@ namespace {
 std::optional<std::string> attribute(const std::filesystem::path& supply, const char* name) {
     auto text = ProcText::readSmallFile(supply / name, 256);
     if (!text) return std::nullopt;
-    return std::string(ProcText::trimmed(*text));
+    return std::string(trimAsciiWhitespace(*text));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "CorvaneApp/eligibility/ProcText.h"
+#include "CorvaneApp/platform/Text.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -49,15 +50,8 @@ std::optional<std::string> readSmallFile(const std::filesystem::path& path, std:
     return text;
 }
 
-std::string_view trimmed(std::string_view text) {
-    auto isSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-    return text;
-}
-
 std::optional<std::uint64_t> parseUnsigned(std::string_view text) {
-    text = trimmed(text);
+    text = trimAsciiWhitespace(text);
     if (text.empty()) return std::nullopt;
     std::uint64_t value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -66,7 +60,7 @@ std::optional<std::uint64_t> parseUnsigned(std::string_view text) {
 }
 
 std::optional<double> parseDouble(std::string_view text) {
-    text = trimmed(text);
+    text = trimAsciiWhitespace(text);
     if (text.empty()) return std::nullopt;
     double value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -85,7 +79,7 @@ std::optional<std::uint64_t> meminfoKilobytes(std::string_view text, std::string
             line[key.size()] != ':') {
             continue;
         }
-        std::string_view value = trimmed(line.substr(key.size() + 1));
+        std::string_view value = trimAsciiWhitespace(line.substr(key.size() + 1));
         if (value.size() >= 2 && value.substr(value.size() - 2) == "kB") {
             value.remove_suffix(2);
         }

@@ -33,9 +33,6 @@ bool readInto(const char* path, Buffer<N>& buffer) {
 std::optional<std::string> readSmallFile(const std::filesystem::path& path,
                                          std::size_t limit = 64 * 1024);
 
-// `text` without leading and trailing ASCII white space.
-std::string_view trimmed(std::string_view text);
-
 // A decimal number taking the whole of `text` (after trimming); absent otherwise.
 std::optional<std::uint64_t> parseUnsigned(std::string_view text);
 std::optional<double> parseDouble(std::string_view text);

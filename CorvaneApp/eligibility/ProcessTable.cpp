@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "CorvaneApp/eligibility/ProcText.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -73,7 +74,7 @@ std::optional<ProcessTable::Process> ProcessTable::process(int processID) const 
     char path[512];
     ProcText::Buffer<1024> text;
     if (!pathOf(path, processID, "stat") || !ProcText::readInto(path, text)) return std::nullopt;
-    return parseStat(processID, ProcText::trimmed(text.view()));
+    return parseStat(processID, trimAsciiWhitespace(text.view()));
 }
 
 void ProcessTable::forEachProcessID(const std::function<bool(int)>& visit) const {

@@ -11,6 +11,7 @@
 
 #include "CorvaneApp/eligibility/ProcText.h"
 #include "CorvaneApp/eligibility/ProcessTable.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -50,7 +51,7 @@ std::optional<int> parentID(std::string_view line) {
     rest.remove_prefix(state);
     const auto space = rest.find(' ');
     if (space == std::string_view::npos) return std::nullopt;
-    rest = ProcText::trimmed(rest.substr(space));
+    rest = trimAsciiWhitespace(rest.substr(space));
     return parseID(rest.substr(0, rest.find(' ')));
 }
 

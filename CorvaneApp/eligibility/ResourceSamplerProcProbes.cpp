@@ -1,4 +1,5 @@
 #include "CorvaneApp/eligibility/ResourceSamplerProcProbes.h"
+#include "CorvaneApp/platform/Text.h"
 
 #include <unistd.h>
 
@@ -48,7 +49,7 @@ std::optional<CpuTickSet> ResourceSamplerProcProbes::parseCpuLine(std::string_vi
 }
 
 std::optional<int> ResourceSamplerProcProbes::countCpuList(std::string_view list) {
-    list = ProcText::trimmed(list);
+    list = trimAsciiWhitespace(list);
     if (list.empty()) return std::nullopt;
     int count = 0;
     while (!list.empty()) {

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "CorvaneApp/eligibility/ProcText.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -36,7 +37,7 @@ bool substreamRunning(const std::filesystem::path& substream) {
     if (!text) return false;
     std::string_view first = *text;
     first = first.substr(0, first.find('\n'));
-    return ProcText::trimmed(first) == "state: RUNNING";
+    return trimAsciiWhitespace(first) == "state: RUNNING";
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "CorvaneApp/eligibility/ProcText.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -42,7 +43,7 @@ std::optional<double> TerminalIdleSource::idleSeconds() {
 std::optional<double> TerminalIdleSource::secondsSinceBoot() const {
     auto text = ProcText::readSmallFile(uptimeFile_, 256);
     if (!text) return std::nullopt;
-    std::string_view line = ProcText::trimmed(*text);
+    std::string_view line = trimAsciiWhitespace(*text);
     auto uptime = ProcText::parseDouble(line.substr(0, line.find(' ')));
     if (!uptime || *uptime < 0) return std::nullopt;
     return *uptime;

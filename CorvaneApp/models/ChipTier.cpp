@@ -5,6 +5,7 @@
 
 #include "CorvaneApp/models/MachineProbe.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 
@@ -30,9 +31,7 @@ std::optional<ChipTier> chipTierFromRawValue(std::string_view raw) {
 }
 
 std::optional<ChipTier> tierForBrandString(std::string_view brand) {
-    std::string lower(brand);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string lower = asciiLowercased(brand);
     if (lower.find("apple m") == std::string::npos) return std::nullopt;
     // The leading blank keeps "promax"-like words from matching; the order makes Ultra beat Max
     // beat Pro when a brand names more than one.

@@ -10,28 +10,13 @@
 #include <utility>
 
 #include <curl/curl.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/TemporaryFile.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
-
-std::string lowercase(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
 
 // The path of an absolute URL, or absent when the text is not one that our HTTP stack can parse.
 std::optional<std::string> parsedURLPath(std::string_view text) {
@@ -84,13 +69,13 @@ std::optional<std::string> suggestedFilename(std::string_view disposition) {
     std::optional<std::string> plain;
     while (!disposition.empty()) {
         auto semicolon = disposition.find(';');
-        std::string_view part = trim(disposition.substr(0, semicolon));
+        std::string_view part = trimAsciiWhitespace(disposition.substr(0, semicolon));
         disposition = semicolon == std::string_view::npos ? std::string_view()
                                                           : disposition.substr(semicolon + 1);
         auto equals = part.find('=');
         if (equals == std::string_view::npos) continue;
-        std::string key = lowercase(trim(part.substr(0, equals)));
-        std::string_view value = trim(part.substr(equals + 1));
+        std::string key = asciiLowercased(trimAsciiWhitespace(part.substr(0, equals)));
+        std::string_view value = trimAsciiWhitespace(part.substr(equals + 1));
         if (key == "filename*") {
             auto quotes = value.find("''");
             if (quotes != std::string_view::npos) return percentDecoded(value.substr(quotes + 2));
@@ -115,49 +100,6 @@ std::string errnoText(int error) {
     return std::generic_category().message(error);
 }
 
-// The transfer's own file next to the destination; removed unless it was moved into place.
-class DownloadFile {
-  public:
-    explicit DownloadFile(const std::filesystem::path& directory) {
-        std::string pattern = (directory / "varnix-shard-XXXXXX.download").string();
-        fd_ = ::mkstemps(pattern.data(), static_cast<int>(std::strlen(".download")));
-        if (fd_ < 0)
-            throw ClaimMaterialiserError(
-                ClaimMaterialiserError::FileWriteFailed{pattern, errnoText(errno)});
-        path_ = pattern;
-    }
-    DownloadFile(const DownloadFile&) = delete;
-    DownloadFile& operator=(const DownloadFile&) = delete;
-    ~DownloadFile() {
-        closeFile();
-        if (!kept_) ::unlink(path_.c_str());
-    }
-
-    const std::filesystem::path& path() const { return path_; }
-
-    // Returns 0, or the errno of the failed write.
-    int append(std::string_view data) {
-        while (!data.empty()) {
-            ssize_t written = ::write(fd_, data.data(), data.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written <= 0) return written < 0 ? errno : EIO;
-            data.remove_prefix(static_cast<size_t>(written));
-        }
-        return 0;
-    }
-    int closeFile() {
-        if (fd_ < 0) return 0;
-        int result = ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno;
-        return result;
-    }
-    void keep() { kept_ = true; }
-
-  private:
-    std::filesystem::path path_;
-    int fd_ = -1;
-    bool kept_ = false;
-};
-
 }  // namespace
 
 ClaimMaterialiser::ClaimMaterialiser(std::shared_ptr<const http::Session> session,
@@ -174,8 +116,17 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
     std::filesystem::path finalPath;
     try {
         std::error_code ignored;
-        std::filesystem::create_directories(tempDirectory_, ignored);  // mkstemps names the failure
-        DownloadFile download(tempDirectory_);
+        std::filesystem::create_directories(tempDirectory_, ignored);  // the file names the failure
+        // The transfer's own file next to the destination; removed unless it was moved into place.
+        std::optional<TemporaryFile> created;
+        try {
+            created.emplace(tempDirectory_, "varnix-shard-", ".download");
+        } catch (const std::system_error& error) {
+            throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
+                (tempDirectory_ / "varnix-shard-XXXXXX.download").string(),
+                errnoText(error.code().value())});
+        }
+        TemporaryFile& download = *created;
 
         long status = 0;
         http::Headers headers;
@@ -187,8 +138,9 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
         };
         callbacks.onData = [&](std::string_view chunk) {
             if (status < 200 || status > 299) return false;  // an error page is not the audio
-            writeError = download.append(chunk);
-            return writeError == 0;
+            if (download.write(chunk)) return true;
+            writeError = errno;
+            return false;
         };
         http::Request request;
         request.url = claim.audioURL;
@@ -205,20 +157,23 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
         }
         if (status < 200 || status > 299)
             throw ClaimMaterialiserError(ClaimMaterialiserError::DownloadFailed{status});
-        if (int error = download.closeFile(); error != 0) {
+        try {
+            download.finish(false);
+        } catch (const std::system_error& error) {
             throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
-                download.path().string(), errnoText(error)});
+                download.path().string(), errnoText(error.code().value())});
         }
 
         finalPath = tempDirectory_ / (stem + "." + preferredExtension(headers, claim.audioURL));
         log::get("ClaimMaterialiser")
             ->info("Downloading shard audio {} -> {}", claim.jobID, finalPath.string());
-        std::filesystem::remove(finalPath, ignored);  // a failure here shows in the rename
-        if (::rename(download.path().c_str(), finalPath.c_str()) != 0) {
-            throw ClaimMaterialiserError(
-                ClaimMaterialiserError::FileWriteFailed{finalPath.string(), errnoText(errno)});
+        std::filesystem::remove(finalPath, ignored);  // a failure here shows in the move
+        try {
+            download.moveTo(finalPath, false);
+        } catch (const std::system_error& error) {
+            throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
+                finalPath.string(), errnoText(error.code().value())});
         }
-        download.keep();
     } catch (const ClaimMaterialiserError&) {
         throw;
     } catch (const std::exception& error) {
@@ -243,8 +198,8 @@ std::string preferredExtension(const http::Headers& responseHeaders, std::string
         }
     }
     if (auto contentType = responseHeaders.find("Content-Type")) {
-        std::string mime =
-            lowercase(trim(std::string_view(*contentType).substr(0, contentType->find(';'))));
+        std::string mime = asciiLowercased(
+            trimAsciiWhitespace(std::string_view(*contentType).substr(0, contentType->find(';'))));
         static constexpr std::array<std::pair<std::string_view, std::string_view>, 6> known{{
             {"audio/wav", "wav"},
             {"audio/x-wav", "wav"},

@@ -14,6 +14,7 @@
 #include "CorvaneApp/models/FileDigest.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/Paths.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 
@@ -38,12 +39,6 @@ struct ModelCache::Pending::Outcome {
 namespace {
 
 constexpr size_t bufferBytes = 65536;
-
-std::string lowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 std::string describe(const std::exception_ptr& error) {
     try {
@@ -360,7 +355,7 @@ std::filesystem::path ModelCache::download(const ModelSpec& spec, std::stop_toke
         } catch (const std::system_error& error) {
             throw ioError(partialPath, error.code().value());
         }
-        if (lowercase(*spec.sha256) != lowercase(actual)) {
+        if (asciiLowercased(*spec.sha256) != asciiLowercased(actual)) {
             std::filesystem::remove(partialPath, failure);  // the next attempt starts from zero
             throw CacheError::sha256Mismatch(*spec.sha256, actual);
         }

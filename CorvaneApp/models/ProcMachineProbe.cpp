@@ -1,4 +1,5 @@
 #include "CorvaneApp/models/ProcMachineProbe.h"
+#include "CorvaneApp/platform/Text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -12,13 +13,6 @@
 namespace corvane {
 namespace {
 
-std::string_view trim(std::string_view text) {
-    auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
 // "key : value" lines; a blank line ends one processor's block in cpuinfo.
 struct Field {
     std::string key;
@@ -31,11 +25,12 @@ std::vector<std::optional<Field>> readFields(const std::filesystem::path& path) 
     std::string line;
     while (std::getline(in, line)) {
         auto colon = line.find(':');
-        if (trim(line).empty()) {
+        if (trimAsciiWhitespace(line).empty()) {
             fields.emplace_back(std::nullopt);
         } else if (colon != std::string::npos) {
-            fields.emplace_back(Field{std::string(trim(std::string_view(line).substr(0, colon))),
-                                      std::string(trim(std::string_view(line).substr(colon + 1)))});
+            fields.emplace_back(
+                Field{std::string(trimAsciiWhitespace(std::string_view(line).substr(0, colon))),
+                      std::string(trimAsciiWhitespace(std::string_view(line).substr(colon + 1)))});
         }
     }
     return fields;
@@ -72,7 +67,8 @@ std::optional<std::uint64_t> ProcMachineProbe::physicalMemoryBytes() const {
         std::string_view value = field->value;
         auto kilobytes = parseNumber<std::uint64_t>(value.substr(0, value.find(' ')));
         if (!kilobytes || *kilobytes > UINT64_MAX / 1024) return std::nullopt;
-        std::string_view unit = trim(value.substr(std::min(value.size(), value.find(' '))));
+        std::string_view unit =
+            trimAsciiWhitespace(value.substr(std::min(value.size(), value.find(' '))));
         if (!unit.empty() && unit != "kB") return std::nullopt;
         return *kilobytes * 1024;
     }

@@ -12,6 +12,7 @@
 #include "CorvaneApp/models/WhisperLogRouting.h"
 #include "CorvaneApp/models/WhisperModelFile.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 
 namespace corvane {
 namespace {
@@ -30,13 +31,6 @@ std::string makeNonce() {
     std::string nonce(8, '0');
     for (char& c : nonce) c = kHex[digit(source)];
     return nonce;
-}
-
-std::string trimmed(const std::string& text) {
-    static constexpr const char* kSpace = " \t\n\r\v\f";
-    const auto first = text.find_first_not_of(kSpace);
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
 
 [[noreturn]] void throwBackendCrashed(const WhisperBackendError& error) {
@@ -177,7 +171,7 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
         if (const char* segment = whisper_full_get_segment_text_from_state(state_.get(), i))
             text += segment;
     }
-    return trimmed(text);
+    return std::string(trimAsciiWhitespace(text));
 }
 
 ModelOutput WhisperImpl::run(const ModelInput& input) {

@@ -4,6 +4,9 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace corvane {
 
@@ -44,6 +47,34 @@ inline std::tm localParts(Date date) {
 inline Date fromLocalParts(std::tm parts) {
     parts.tm_isdst = -1;
     return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+}
+
+// The local calendar day of `date` as "yyyy-MM-dd", the key the coordinator's daily rows carry.
+inline std::string localDayKey(Date date) {
+    const std::tm parts = localParts(date);
+    char text[16];
+    std::strftime(text, sizeof text, "%Y-%m-%d", &parts);
+    return text;
+}
+
+// A "yyyy-MM-dd" key as that day's local calendar fields (midnight); absent for anything else.
+inline std::optional<std::tm> parseLocalDayKey(std::string_view key) {
+    if (key.size() != 10) return std::nullopt;
+    std::tm parts{};
+    const std::string copy(key);
+    const char* end = strptime(copy.c_str(), "%Y-%m-%d", &parts);
+    if (!end || *end != '\0') return std::nullopt;
+    return parts;
+}
+
+// The number of days of the month that `parts` falls in.
+inline int daysInLocalMonth(const std::tm& parts) {
+    std::tm next{};
+    next.tm_year = parts.tm_year;
+    next.tm_mon = parts.tm_mon + 1;
+    next.tm_mday = 0;  // the last day of parts' month
+    next.tm_hour = 12;
+    return localParts(fromLocalParts(next)).tm_mday;
 }
 
 }  // namespace corvane

@@ -6,23 +6,10 @@
 
 #include <curl/curl.h>
 
+#include "CorvaneApp/platform/Text.h"
+
 namespace corvane::http {
 namespace {
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
 
 void initCurlOnce() {
     static const bool initialised = [] {
@@ -59,8 +46,8 @@ size_t onHeader(char* data, size_t size, size_t count, void* user) {
     }
     auto colon = line.find(':');
     if (colon != std::string_view::npos) {
-        transfer->response.headers.add(std::string(trim(line.substr(0, colon))),
-                                       std::string(trim(line.substr(colon + 1))));
+        transfer->response.headers.add(std::string(trimAsciiWhitespace(line.substr(0, colon))),
+                                       std::string(trimAsciiWhitespace(line.substr(colon + 1))));
     }
     return size * count;
 }
@@ -133,13 +120,13 @@ struct Session::Handle {
 
 void Headers::set(std::string name, std::string value) {
     std::erase_if(fields_,
-                  [&](const auto& field) { return equalsIgnoringCase(field.first, name); });
+                  [&](const auto& field) { return equalsIgnoringAsciiCase(field.first, name); });
     add(std::move(name), std::move(value));
 }
 
 std::optional<std::string> Headers::find(std::string_view name) const {
     for (const auto& [key, value] : fields_) {
-        if (equalsIgnoringCase(key, name)) return value;
+        if (equalsIgnoringAsciiCase(key, name)) return value;
     }
     return std::nullopt;
 }
@@ -225,7 +212,7 @@ Response Session::stream(const Request& request, const StreamCallbacks& callback
     for (const auto& [name, value] : request.headers.fields()) {
         std::string line = name + ": " + value;
         headerList = curl_slist_append(headerList, line.c_str());
-        hasContentType = hasContentType || equalsIgnoringCase(name, "Content-Type");
+        hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
     }
     if (request.method != "GET" && request.method != "HEAD" && !hasContentType) {
         headerList = curl_slist_append(headerList, "Content-Type:");  // curl would add a form type

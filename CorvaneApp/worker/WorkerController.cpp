@@ -11,11 +11,6 @@ namespace {
 using Event = WorkerControllerEvent;
 using Stage = WorkerControllerEvent::Stage;
 
-const std::shared_ptr<spdlog::logger>& logger() {
-    static const auto instance = log::get("WorkerController");
-    return instance;
-}
-
 const char* const kDiscardReason = "terminal state already submitted";
 
 FailReason shutdownReason() {
@@ -89,9 +84,10 @@ void WorkerController::start() {
     std::lock_guard lock(mutex_);
     if (runLoopTask_) return;
     if (deps_.buildIdentity) {
-        logger()->info("WorkerController.start build_identity={}", *deps_.buildIdentity);
+        log::get("WorkerController")
+            ->info("WorkerController.start build_identity={}", *deps_.buildIdentity);
     } else {
-        logger()->info("WorkerController.start");
+        log::get("WorkerController")->info("WorkerController.start");
     }
     isRunning_ = true;
     events_.push(Event::Started{});
@@ -174,7 +170,7 @@ std::size_t WorkerController::inFlightCount() const {
 }
 
 void WorkerController::recordModelLoaded(bool hit, double durationSeconds) {
-    logger()->info("model_loaded hit={} seconds={:f}", hit, durationSeconds);
+    log::get("WorkerController")->info("model_loaded hit={} seconds={:f}", hit, durationSeconds);
     std::lock_guard lock(mutex_);
     pendingCacheLoadObservation_ = ShardCacheObservation{hit, durationSeconds};
 }
@@ -221,7 +217,7 @@ WorkerController::TurnOutcome WorkerController::turn(LoopState& state, std::stop
         std::lock_guard lock(mutex_);
         if (!eligible) {
             if (!state.pauseReported) {
-                logger()->info("WorkerController.runLoop paused: ineligible");
+                log::get("WorkerController")->info("WorkerController.runLoop paused: ineligible");
                 events_.push(Event::Paused{"ineligible"});
                 state.pauseReported = true;
             }
@@ -229,7 +225,7 @@ WorkerController::TurnOutcome WorkerController::turn(LoopState& state, std::stop
             return {false, config.eligibilityRecheckInterval};
         }
         if (!state.wasEligible) {
-            logger()->info("WorkerController.runLoop resumed");
+            log::get("WorkerController")->info("WorkerController.runLoop resumed");
             events_.push(Event::Resumed{});
         }
         state.pauseReported = false;
@@ -242,7 +238,8 @@ WorkerController::TurnOutcome WorkerController::turn(LoopState& state, std::stop
 
     if (deps_.memoryGate) {
         if (auto reason = deps_.memoryGate->check(alreadyInFlight)) {
-            logger()->info("WorkerController.runLoop: ram-gated \u2014 {}", reason->description());
+            log::get("WorkerController")
+                ->info("WorkerController.runLoop: ram-gated \u2014 {}", reason->description());
             std::lock_guard lock(mutex_);
             events_.push(Event::RamGated{*reason});
             return {false, config.eligibilityRecheckInterval};
@@ -452,8 +449,9 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
                 description = describeStatic(error);
             } catch (...) {
             }
-            logger()->error("handler swap failed \u2014 failing shard as handler_load_failed: {}",
-                            description);
+            log::get("WorkerController")
+                ->error("handler swap failed \u2014 failing shard as handler_load_failed: {}",
+                        description);
             if (beginTerminalReport(key, claim.jobID)) {
                 reportFailure(
                     claim.jobID, claim.shardID,
@@ -467,7 +465,8 @@ void WorkerController::handleClaim(const ShardClaim& claim, std::stop_token stop
     std::shared_ptr<ModelHandler> handler =
         deps_.handlerLookup ? deps_.handlerLookup(model) : nullptr;
     if (!handler) {
-        logger()->info("no handler available \u2014 failing shard as retryable");
+        log::get("WorkerController")
+            ->info("no handler available \u2014 failing shard as retryable");
         if (beginTerminalReport(key, claim.jobID)) {
             reportFailure(
                 claim.jobID, claim.shardID,
@@ -618,8 +617,9 @@ WorkerController::SwapResult WorkerController::swapHandlerIfNeeded(const ModelId
         events_.push(Event::ModelSwap{key, from, target, seconds});
         events_.push(Event::StageTiming{key, Stage::modelSwap, seconds});
     }
-    logger()->info("handler swapped from={} to={} in {:f}s", from ? from->model : "none",
-                   target.model, seconds);
+    log::get("WorkerController")
+        ->info("handler swapped from={} to={} in {:f}s", from ? from->model : "none", target.model,
+               seconds);
     return SwapResult::swapped;
 }
 
@@ -677,7 +677,8 @@ void WorkerController::emitStageTiming(const std::string& key, Stage stage, doub
 }
 
 void WorkerController::emitStageTimingLocked(const std::string& key, Stage stage, double seconds) {
-    logger()->info("stage_timing shard={} stage={} seconds={:f}", key, rawValue(stage), seconds);
+    log::get("WorkerController")
+        ->info("stage_timing shard={} stage={} seconds={:f}", key, rawValue(stage), seconds);
     shardStageAccumulator_[key].add(stage, seconds);
     events_.push(Event::StageTiming{key, stage, seconds});
 }

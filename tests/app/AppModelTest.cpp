@@ -7,8 +7,9 @@
 #include <deque>
 
 #include "CorvaneApp/app/AppModel.h"
-#include "tests/config/ConfigManualRunner.h"
+#include "CorvaneApp/app/AppModelDateParser.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManualBackgroundRunner.h"
 #include "tests/support/ManualExecutor.h"
 
 namespace corvane {
@@ -100,20 +101,19 @@ class AppModelTest : public ::testing::Test {
         clock.set(dateFromUnixSeconds(1'780'300'800));  // 2026-06-01 08:00 UTC
     }
 
-    AppModel& makeModel(DataMode mode = DataMode::real) {
+    AppModel& makeModel() {
         AppModel::Dependencies deps;
         deps.eligibilityGate = gate;
         deps.runtimeState = [this]() -> std::optional<std::pair<RuntimeState, Date>> {
             if (!stateFile) return std::nullopt;
             return std::pair{*stateFile, clock.now()};
         };
-        deps.dataMode = mode;
-        deps.coordinatorAPIFactory = [this] { return enrolled ? api : nullptr; };
+        deps.enrollment.coordinatorAPIFactory = [this] { return enrolled ? api : nullptr; };
         deps.fetchAppVersion = [](std::stop_token) {
             return AppVersion{"0.3.0", {}, "https://d", {}};
         };
-        deps.buildMachineInfo = [] { return AppModel::MachineInfo{}; };
-        deps.clearEnrollment = [this] { enrolled = false; };
+        deps.buildMachineInfo = [] { return MachineInfo{}; };
+        deps.enrollment.clear = [this] { enrolled = false; };
         deps.backgroundRunner = runner;
         deps.sleeper = sleeper;
         deps.now = clock.function();
@@ -125,7 +125,7 @@ class AppModelTest : public ::testing::Test {
         requests.onSignedOut = [this] { ++signOuts; };
         model->setRequests(std::move(requests));
         model->setWorkerSnapshotSource([this] { return worker; });
-        subscription = model->observe([this] {
+        subscription = model->observe([this](ModelParts) {
             if (labels.empty() || labels.back() != model->statusLabel())
                 labels.push_back(model->statusLabel());
         });
@@ -167,23 +167,24 @@ TEST_F(AppModelTest, AScriptedDayOfWorkerEventsAndAccountReplies) {
     EXPECT_EQ(m.phase(), AppPhase::enrolled);
     EXPECT_EQ(workerStarts, 1);
     EXPECT_EQ(runner->pendingCount(), 1u) << "the first account refresh starts at once";
-    m.setModelDownloadProgress(
+    m.modelInstall().setModelDownloadProgress(
         ModelDownloadProgress{"Whisper large-v3 turbo", ModelDownloadProgress::Downloading{}});
     executor.advance(2);
     EXPECT_EQ(m.statusSub(), "Fetching weights — worker starts after download");
 
-    m.setModelDownloadProgress(std::nullopt);
+    m.modelInstall().setModelDownloadProgress(std::nullopt);
     worker = WorkerControllerSnapshot{};
     worker->isRunning = true;
     runRefresh();
-    EXPECT_EQ(m.heldBalance(), 5);
-    EXPECT_EQ(m.lifetimeEarnings(), 42.5);
-    EXPECT_EQ(m.todayEarnings(), 3.46) << "the summary overrides the rows' fallback, in cents";
-    EXPECT_EQ(m.earningsHourly().size(), 24u);
-    EXPECT_EQ(m.topJobs().size(), 1u);
-    EXPECT_EQ(m.lastRefreshAt(), clock.now());
-    EXPECT_EQ(m.latestAppVersion()->version, "0.3.0");
-    EXPECT_FALSE(m.updateAvailable()) << "no banner without an installer";
+    EXPECT_EQ(m.account().heldBalance(), 5);
+    EXPECT_EQ(m.account().lifetimeEarnings(), 42.5);
+    EXPECT_EQ(m.earnings().todayEarnings(), 3.46)
+        << "the summary overrides the rows' fallback, in cents";
+    EXPECT_EQ(m.earnings().earningsHourly().size(), 24u);
+    EXPECT_EQ(m.account().topJobs().size(), 1u);
+    EXPECT_EQ(m.account().lastRefreshAt(), clock.now());
+    EXPECT_EQ(m.account().latestAppVersion()->version, "0.3.0");
+    EXPECT_FALSE(m.account().updateAvailable()) << "no banner without an installer";
     EXPECT_EQ(m.statusLabel(), "Idle");
 
     worker->currentJobID = "job-1";  // shardClaimed
@@ -204,19 +205,19 @@ TEST_F(AppModelTest, AScriptedDayOfWorkerEventsAndAccountReplies) {
     runRefresh();
     EXPECT_EQ(sleeper->waits, (std::vector<double>{2, 4}));
     EXPECT_TRUE(logs.contains("API refresh succeeded (attempt 3)"));
-    EXPECT_EQ(m.heldBalance(), 6);
+    EXPECT_EQ(m.account().heldBalance(), 6);
     EXPECT_EQ(m.statusLabel(), "Earning") << "the coordinator says the worker is busy";
 
     // A lost network keeps every last good value and doesn't retry.
-    const auto refreshedAt = m.lastRefreshAt();
+    const auto refreshedAt = m.account().lastRefreshAt();
     api->dashboards = {
         []() -> WorkerDashboard { throw CoordinatorAPIError::networkError("offline"); }};
     api->dashboardCalls = 0;
     executor.advance(60);
     runRefresh();
     EXPECT_EQ(api->dashboardCalls, 1);
-    EXPECT_EQ(m.heldBalance(), 6);
-    EXPECT_EQ(m.lastRefreshAt(), refreshedAt);
+    EXPECT_EQ(m.account().heldBalance(), 6);
+    EXPECT_EQ(m.account().lastRefreshAt(), refreshedAt);
     EXPECT_TRUE(
         logs.contains("API refresh failed after retries: offline. Keeping last-good values."));
 
@@ -243,7 +244,7 @@ TEST_F(AppModelTest, AScriptedDayOfWorkerEventsAndAccountReplies) {
     runRefresh();
     EXPECT_EQ(signOuts, 1);
     EXPECT_FALSE(enrolled) << "config and token were cleared";
-    EXPECT_EQ(m.heldBalance(), std::nullopt);
+    EXPECT_EQ(m.account().heldBalance(), std::nullopt);
     executor.advance(2);
     EXPECT_EQ(m.phase(), AppPhase::notEnrolled);
 
@@ -267,8 +268,8 @@ TEST_F(AppModelTest, RefreshesNeverOverlapAndSupplementalFailuresLeaveDataStale)
         []() -> std::vector<JobRecord> { throw CoordinatorAPIError::unauthorized(); }};
     runRefresh();
     EXPECT_EQ(signOuts, 0) << "a 401 on a supplemental endpoint is only its own failure";
-    EXPECT_EQ(m.heldBalance(), 5) << "the dashboard's values still land";
-    EXPECT_EQ(m.lastRefreshAt(), std::nullopt) << "but the data stays marked stale";
+    EXPECT_EQ(m.account().heldBalance(), 5) << "the dashboard's values still land";
+    EXPECT_EQ(m.account().lastRefreshAt(), std::nullopt) << "but the data stays marked stale";
     EXPECT_EQ(runner->pendingCount(), 0u);
     executor.advance(59);
     EXPECT_EQ(runner->pendingCount(), 0u);
@@ -288,7 +289,7 @@ TEST_F(AppModelTest, RefreshesNeverOverlapAndSupplementalFailuresLeaveDataStale)
     executor.advance(60);
     runRefresh();
     EXPECT_EQ(sleeper->waits, (std::vector<double>{2, 4}));
-    EXPECT_EQ(m.heldBalance(), 5);
+    EXPECT_EQ(m.account().heldBalance(), 5);
 
     // A refresh still out when the owner signs out is dropped with its answer.
     executor.advance(60);
@@ -296,7 +297,29 @@ TEST_F(AppModelTest, RefreshesNeverOverlapAndSupplementalFailuresLeaveDataStale)
     m.signOut();
     EXPECT_TRUE(runner->nextIsCancelled());
     runRefresh();
-    EXPECT_EQ(m.heldBalance(), std::nullopt);
+    EXPECT_EQ(m.account().heldBalance(), std::nullopt);
+}
+
+// Screens re-render per part: a refresh that brings new balances and nothing else must name
+// exactly that part, once.
+TEST_F(AppModelTest, ARefreshThatChangesOnlyBalancesNotifiesTheAccountPartOnce) {
+    enrolled = true;
+    auto& m = makeModel();
+    runRefresh();
+    std::vector<ModelParts> notifications;
+    auto watch = m.observe([&](ModelParts parts) { notifications.push_back(parts); });
+    executor.advance(60);
+    EXPECT_TRUE(notifications.empty()) << "local refreshes changed nothing";
+    api->dashboards = {[] { return dashboardWith("idle", 9); }};
+    runRefresh();
+    EXPECT_EQ(notifications, std::vector<ModelParts>{{ModelPart::account}});
+    EXPECT_EQ(m.account().heldBalance(), 9);
+
+    notifications.clear();  // the same answers at the same moment: nothing to tell
+    api->dashboards = {[] { return dashboardWith("idle", 9); }};
+    m.refreshFromAPI();
+    runRefresh();
+    EXPECT_TRUE(notifications.empty());
 }
 
 // The frontmost application as the test sets it.
@@ -325,14 +348,14 @@ TEST_F(AppModelTest, AHeavyFrontApplicationPausesTheWorkerUntilTheOwnerSaysOther
     m.togglePause();
     executor.advance(window);
     EXPECT_EQ(gate->pauseReasons(), std::vector<std::string>{reason});
-    EXPECT_EQ(m.temporaryPauseStatusSubtitle(), reason);
+    EXPECT_EQ(m.pauseControl().temporaryPauseStatusSubtitle(), reason);
     EXPECT_EQ(m.statusSubtitle(), reason);
     EXPECT_FALSE(m.isPauseActionEnabled()) << "someone else's pause is not the owner's to lift";
 
     pauseOnHeavyApp = false;  // switched off in the settings: released at the next local refresh
     executor.advance(AppModel::localRefreshSeconds);
     EXPECT_FALSE(gate->isTemporarilyPaused());
-    EXPECT_EQ(m.temporaryPauseStatusSubtitle(), std::nullopt);
+    EXPECT_EQ(m.pauseControl().temporaryPauseStatusSubtitle(), std::nullopt);
 }
 
 TEST_F(AppModelTest, EarningsFiguresCaptionsAndRanges) {
@@ -341,48 +364,50 @@ TEST_F(AppModelTest, EarningsFiguresCaptionsAndRanges) {
     EarningsSummary summary;
     summary.recentHourlyUSD = 1.234;
     summary.recentCompletedShards = 0;
-    m.applyEarningsSummary(summary);
-    EXPECT_EQ(m.hourlyEstimate(), std::nullopt);
-    EXPECT_TRUE(m.hourlyEstimateUsesRecentWindow());
-    EXPECT_EQ(m.hourlyEstimateCaption(), "Waiting for the last 15 min of completed work");
+    m.earnings().applyEarningsSummary(summary);
+    EXPECT_EQ(m.earnings().hourlyEstimate(), std::nullopt);
+    EXPECT_TRUE(m.earnings().hourlyEstimateUsesRecentWindow());
+    EXPECT_EQ(m.earnings().hourlyEstimateCaption(),
+              "Waiting for the last 15 min of completed work");
     summary.recentCompletedShards = 2;
     summary.recentWindowMinutes = 0;
-    m.applyEarningsSummary(summary);
-    EXPECT_EQ(m.hourlyEstimate(), 1.23);
-    EXPECT_EQ(m.hourlyEstimateShortCaption(), "Last 1 min") << "the window is at least a minute";
+    m.earnings().applyEarningsSummary(summary);
+    EXPECT_EQ(m.earnings().hourlyEstimate(), 1.23);
+    EXPECT_EQ(m.earnings().hourlyEstimateShortCaption(), "Last 1 min")
+        << "the window is at least a minute";
     summary.recentHourlyUSD.reset();
     summary.todayHourlyUSD = 0.5;
     summary.todayWorkMinutes = -3;
-    m.applyEarningsSummary(summary);
-    EXPECT_EQ(m.hourlyEstimateCaption(), "Estimated from today's completed work");
-    EXPECT_EQ(m.activeMinutesToday(), 0);
+    m.earnings().applyEarningsSummary(summary);
+    EXPECT_EQ(m.earnings().hourlyEstimateCaption(), "Estimated from today's completed work");
+    EXPECT_EQ(m.earnings().activeMinutesToday(), 0);
 
     // Rows of May and June; "today" is 2026-06-01.
-    m.applyDerivedEarningsSummaryFallback(
-        {{"2026-05-30", 2}, {"2026-05-31", 1.005}, {"2026-06-01", 3.333}}, std::nullopt);
-    EXPECT_EQ(m.todayEarnings(), 3.33);
-    EXPECT_EQ(m.deltaVsYesterday(), 2.33);
-    EXPECT_EQ(m.monthEarnings(), 3.33);
-    EXPECT_EQ(m.monthProjection(), 99.99) << "3.333 x 30 days / day 1";
+    m.earnings().applyDerivedEarningsSummaryFallback(
+        {{"2026-05-30", 2}, {"2026-05-31", 1.005}, {"2026-06-01", 3.333}}, m.currentDate());
+    EXPECT_EQ(m.earnings().todayEarnings(), 3.33);
+    EXPECT_EQ(m.earnings().deltaVsYesterday(), 2.33);
+    EXPECT_EQ(m.earnings().monthEarnings(), 3.33);
+    EXPECT_EQ(m.earnings().monthProjection(), 99.99) << "3.333 x 30 days / day 1";
 
-    EXPECT_EQ(AppModel::normalizeHourly(std::vector<double>(23, 1)).front(), 0);
+    EXPECT_EQ(EarningsState::normalizeHourly(std::vector<double>(23, 1)).front(), 0);
     auto thirty = std::vector<double>(30, 0);
     thirty[6] = 7;
-    EXPECT_EQ(AppModel::normalizeHourly(thirty).front(), 7);
-    EXPECT_EQ(AppModel::normalizeHourly({}), std::vector<double>(24, 0));
+    EXPECT_EQ(EarningsState::normalizeHourly(thirty).front(), 7);
+    EXPECT_EQ(EarningsState::normalizeHourly({}), std::vector<double>(24, 0));
 
     // The week is picked, then the quarter; the week's late answer is dropped.
     runRefresh();
     m.selectEarningsRange(EarningsRange::week);
     m.selectEarningsRange(EarningsRange::quarter);
-    EXPECT_TRUE(m.earningsRangeLoading());
+    EXPECT_TRUE(m.earnings().earningsRangeLoading());
     ASSERT_TRUE(runner->runNext());
     executor.runUntilIdle();
-    EXPECT_EQ(m.earningsVisibleRange(), EarningsRange::month);
+    EXPECT_EQ(m.earnings().earningsVisibleRange(), EarningsRange::month);
     runRefresh();
-    EXPECT_EQ(m.earningsVisibleRange(), EarningsRange::quarter);
-    EXPECT_FALSE(m.earningsRangeLoading());
-    EXPECT_EQ(m.weekEarnings(), 1.0);
+    EXPECT_EQ(m.earnings().earningsVisibleRange(), EarningsRange::quarter);
+    EXPECT_FALSE(m.earnings().earningsRangeLoading());
+    EXPECT_EQ(m.earnings().weekEarnings(), 1.0);
 }
 
 TEST(AppModelDates, CoordinatorTimestampsInTheirAcceptedForms) {
@@ -404,9 +429,9 @@ TEST(AppModelDates, CoordinatorTimestampsInTheirAcceptedForms) {
     for (const auto& [text, expected] : rows) {
         EXPECT_EQ(AppModelDateParser::parseCoordinatorTimestamp(text), expected) << text;
     }
-    EXPECT_TRUE(AppModel::isVersionNewer("1.10", "1.9.9"));
-    EXPECT_FALSE(AppModel::isVersionNewer("1.2", "1.2.0"));
-    EXPECT_FALSE(AppModel::isVersionNewer("1.2", "1.10"));
+    EXPECT_TRUE(AccountState::isVersionNewer("1.10", "1.9.9"));
+    EXPECT_FALSE(AccountState::isVersionNewer("1.2", "1.2.0"));
+    EXPECT_FALSE(AccountState::isVersionNewer("1.2", "1.10"));
 }
 
 }  // namespace

@@ -177,14 +177,14 @@ TEST(WorkerStatusWords, InlineExplanations) {
 
 // A scripted stretch of a worker's life, two seconds a step.
 TEST(WorkerStatusTracker, SourcesDecideInOrderAndBusyHasAGraceWindow) {
-    UnknownEligibilityReasonReporter reporter([](const std::string&) {});
-    WorkerStatusTracker tracker(reporter);
+    WorkerStatusTracker tracker(
+        std::make_shared<UnknownEligibilityReasonReporter>([](const std::string&) {}));
     testing::FakeClock clock;
     WorkerStatusInputs in;
     std::vector<std::string> seen;
     auto step = [&](double seconds = 2.0) {
         clock.advance(seconds);
-        seen.push_back(tracker.refresh(in, clock.now()).label);
+        seen.push_back(tracker.presentation(in, clock.now()).label);
     };
     step();  // not enrolled
     in.enrolled = true;

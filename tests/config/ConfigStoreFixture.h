@@ -8,8 +8,8 @@
 
 #include "CorvaneApp/config/ConfigScanners.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
-#include "tests/config/ConfigManualRunner.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManualBackgroundRunner.h"
 #include "tests/support/ManualExecutor.h"
 #include "tests/support/ScratchFolder.h"
 

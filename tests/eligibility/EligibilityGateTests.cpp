@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "CorvaneApp/eligibility/UnicodeTrim.h"
+#include "CorvaneApp/platform/Text.h"
 #include "tests/support/ManualExecutor.h"
 
 namespace corvane {

@@ -3,6 +3,7 @@
 #include "CorvaneApp/app/OnboardingViewModel.h"
 #include "tests/enrol/EnrolTestSupport.h"
 #include "tests/support/FakeClock.h"
+#include "tests/support/ManualExecutor.h"
 
 namespace corvane::testing {
 namespace {
@@ -11,17 +12,30 @@ class Onboarding : public ::testing::Test {
   protected:
     ScratchFolder home;
     FakeClock clock;
+    ManualExecutor executor;
     std::shared_ptr<FakeRegistration> registration = std::make_shared<FakeRegistration>();
     std::shared_ptr<FakeCredentialStore> credentials = std::make_shared<FakeCredentialStore>();
     std::filesystem::path configPath = home.path() / ".varnix-compute" / "config.yaml";
     int flushed = 0;
 
-    OnboardingViewModel make() {
+    // Registration and saving answer on the main sequence; the test lets them land.
+    std::unique_ptr<OnboardingViewModel> make() {
         OnboardingMachineFacts machine{"wk_00112233aabbccdd", "build-box", "AMD Ryzen 7",
                                        17179869183ull, "0.1.0"};
-        return OnboardingViewModel({registration, credentials, configPath, machine,
-                                    [this] { ++flushed; }, [] {}, clock.function(),
-                                    "https://coordinator.test"});
+        return std::make_unique<OnboardingViewModel>(OnboardingViewModel::Dependencies{
+            &executor, std::make_shared<InlineBackgroundRunner>(), registration, credentials,
+            configPath, machine, [this] { ++flushed; }, [] {}, clock.function(),
+            "https://coordinator.test"});
+    }
+    void connect(OnboardingViewModel& model) {
+        model.connect();
+        EXPECT_TRUE(model.isWorking());
+        executor.runUntilIdle();
+        EXPECT_FALSE(model.isWorking());
+    }
+    void save(OnboardingViewModel& model) {
+        model.saveConfiguration();
+        executor.runUntilIdle();
     }
 };
 
@@ -29,15 +43,16 @@ TEST_F(Onboarding, AMissingCodeOpensAdvancedAndARefusalLeavesNothingToSave) {
     registration->answer = [](const FakeRegistration::Call&) -> WorkerRegistrationResponse {
         throw CoordinatorRegistrationError::invitationRequired();
     };
-    auto model = make();
+    auto owned = make();
+    auto& model = *owned;
     model.advance();
-    model.connect();
+    connect(model);
     EXPECT_EQ(model.errorMessage(),
               "This installation requires an invitation code. Open Advanced, enter it there, and "
               "try again.");
     EXPECT_TRUE(model.showAdvancedOptions());
     EXPECT_EQ(model.step(), OnboardingStep::connect) << "the step stays";
-    model.saveConfiguration();
+    save(model);
     EXPECT_EQ(model.errorMessage(), "Complete the connection step before saving.");
     EXPECT_FALSE(std::filesystem::exists(configPath));
     EXPECT_TRUE(credentials->tokens.empty());
@@ -45,26 +60,27 @@ TEST_F(Onboarding, AMissingCodeOpensAdvancedAndARefusalLeavesNothingToSave) {
 
 // A failure half-way leaves no half-enrolled machine; a retry needs no second registration.
 TEST_F(Onboarding, SavingStoresTheCredentialThenWritesTheConfigOrLeavesNothing) {
-    auto model = make();
+    auto owned = make();
+    auto& model = *owned;
     model.advance();
-    model.connect();
+    connect(model);
     const std::string failed =
         "Corvane could not save your worker credentials locally. Check keyring and home-folder "
         "permissions, then try "
         "again.";
     credentials->failuresLeft = 1;  // a locked keyring
-    model.saveConfiguration();
+    save(model);
     EXPECT_EQ(model.errorMessage(), failed);
     EXPECT_EQ(model.step(), OnboardingStep::configure);
     EXPECT_FALSE(std::filesystem::exists(configPath)) << "no config.yaml without a credential";
 
     home.write(".varnix-compute", "not a folder");  // the config can't be written
-    model.saveConfiguration();
+    save(model);
     EXPECT_EQ(model.errorMessage(), failed);
     EXPECT_TRUE(credentials->tokens.empty()) << "the credential stored for it was taken back";
 
     std::filesystem::remove(home.path() / ".varnix-compute");
-    model.saveConfiguration();
+    save(model);
     EXPECT_EQ(model.step(), OnboardingStep::done);
     EXPECT_EQ(registration->calls.size(), 1u) << "saving again reuses the one registration";
     EXPECT_EQ(model.summary(),

@@ -4,17 +4,11 @@
 #include <cctype>
 #include <charconv>
 
+#include "CorvaneApp/platform/Text.h"
+
 namespace corvane::dev {
 
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
 
 // Digits only: no sign, no blanks, within 64 bits.
 std::optional<std::uint64_t> decimal(std::string_view text) {
@@ -27,10 +21,8 @@ std::optional<std::uint64_t> decimal(std::string_view text) {
 
 bool startsWithUnit(std::string_view text) {
     constexpr std::string_view unit = "bytes=";
-    if (text.size() < unit.size()) return false;
-    return std::equal(unit.begin(), unit.end(), text.begin(), [](char a, char b) {
-        return a == std::tolower(static_cast<unsigned char>(b));
-    });
+    return text.size() >= unit.size() &&
+           corvane::equalsIgnoringAsciiCase(text.substr(0, unit.size()), unit);
 }
 
 }  // namespace
@@ -38,14 +30,14 @@ bool startsWithUnit(std::string_view text) {
 RangeRequest resolveRange(std::optional<std::string_view> header, std::uint64_t size) {
     using Kind = RangeRequest::Kind;
     if (!header) return {};
-    std::string_view text = trimmed(*header);
+    std::string_view text = trimAsciiWhitespace(*header);
     if (!startsWithUnit(text)) return {};
-    text = trimmed(text.substr(6));
+    text = trimAsciiWhitespace(text.substr(6));
     if (text.find(',') != std::string_view::npos) return {};
     auto dash = text.find('-');
     if (dash == std::string_view::npos) return {};
-    std::string_view firstText = trimmed(text.substr(0, dash));
-    std::string_view lastText = trimmed(text.substr(dash + 1));
+    std::string_view firstText = trimAsciiWhitespace(text.substr(0, dash));
+    std::string_view lastText = trimAsciiWhitespace(text.substr(dash + 1));
 
     if (firstText.empty()) {  // suffix form: the last N bytes
         auto count = decimal(lastText);

@@ -17,6 +17,7 @@
 #include "CorvaneApp/coordinator/ShardClaim.h"
 #include "CorvaneApp/platform/Http.h"
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/platform/Text.h"
 #include "tools/dev-coordinator/ByteRange.h"
 #include "tools/dev-coordinator/ConnectionShutdown.h"
 
@@ -26,12 +27,6 @@ namespace {
 
 constexpr size_t audioChunkBytes = 64 * 1024;
 constexpr size_t requestBodyLimit = 64 * 1024 * 1024;
-
-std::string lowerCased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 void answerJSON(httplib::Response& response, int status, const nlohmann::json& body) {
     response.status = status;
@@ -64,7 +59,7 @@ std::string audioContentType(const std::filesystem::path& name) {
         {".wav", "audio/wav"}, {".mp3", "audio/mpeg"}, {".flac", "audio/flac"},
         {".ogg", "audio/ogg"}, {".m4a", "audio/mp4"},  {".opus", "audio/ogg"},
     };
-    auto it = types.find(lowerCased(name.extension().string()));
+    auto it = types.find(corvane::asciiLowercased(name.extension().string()));
     return it == types.end() ? "application/octet-stream" : it->second;
 }
 
@@ -256,7 +251,7 @@ void DevCoordinator::record(const httplib::Request& request) {
     recorded.method = request.method;
     std::tie(recorded.path, recorded.query) = splitTarget(request.target);
     for (const auto& [name, value] : request.headers) {
-        auto [it, inserted] = recorded.headers.emplace(lowerCased(name), value);
+        auto [it, inserted] = recorded.headers.emplace(corvane::asciiLowercased(name), value);
         if (!inserted) it->second += ", " + value;
     }
     recorded.body = request.body;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <stop_token>
 
-#include "CorvaneApp/config/BackgroundRunner.h"
+#include "CorvaneApp/platform/BackgroundRunner.h"
 
 namespace corvane::testing {
 

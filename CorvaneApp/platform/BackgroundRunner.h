@@ -40,4 +40,18 @@ class TaskBackgroundRunner final : public BackgroundRunner {
     }
 };
 
+// Runs each body at once, on the caller's thread: for work that never waits (the sample
+// session's answers) and for tests.
+class InlineBackgroundRunner final : public BackgroundRunner {
+  public:
+    std::unique_ptr<BackgroundJob> run(std::function<void(std::stop_token)> body) override {
+        class Done final : public BackgroundJob {
+          public:
+            void cancel() override {}
+        };
+        body(std::stop_token{});
+        return std::make_unique<Done>();
+    }
+};
+
 }  // namespace corvane

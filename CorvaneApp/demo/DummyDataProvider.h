@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/EarningsState.h"
+#include "CorvaneApp/app/MachineInfo.h"
+#include "CorvaneApp/app/WorkerStatus.h"
 #include "CorvaneApp/coordinator/AccountRecords.h"
 #include "CorvaneApp/eligibility/ResourceSampler.h"
 #include "CorvaneApp/platform/Clock.h"
@@ -42,12 +44,10 @@ class DummyDataProvider {
     std::vector<WorkerDashboard::PayoutDisbursement> payoutHistory() const;  // newest first
     std::vector<WorkerDashboard::ActivityItem> recentActivity() const;       // newest first
     ResourceSampler::Snapshot resourceHistory() const;
-    // The demo machine; the build's version fields are taken from `running`.
-    AppModel::MachineInfo machine(const AppModel::MachineInfo& running) const;
+    // The demo machine, running this build's `appVersion`.
+    static MachineInfo machine(const std::string& appVersion);
+    // The words the demo session shows while it works.
     static WorkerStatusPresentation sessionPresentation();
-
-    // Fills a dummy-mode model with the whole session.
-    void load(AppModel& model) const;
 
   private:
     Date referenceDate_;

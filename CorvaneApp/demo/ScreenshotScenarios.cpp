@@ -1,4 +1,4 @@
-#include "CorvaneApp/dashboard/ScreenshotScenarios.h"
+#include "CorvaneApp/demo/ScreenshotScenarios.h"
 
 #include <algorithm>
 #include <charconv>
@@ -52,31 +52,14 @@ void applyModelsState(ScreenshotModelsState state, AppModel& model) {
     const auto entry = catalogueEntry(whisper);
     std::unordered_set<ModelIdentifier> installed;
     if (state == ScreenshotModelsState::ready) installed.insert(whisper);
-    model.setInstalledModelIDs(std::move(installed));
-    model.setModelDownloadProgress(ModelDownloadProgress{
+    ModelChanges::Batch batch(model.changes());
+    model.modelInstall().setInstalledModelIDs(std::move(installed));
+    model.modelInstall().setModelDownloadProgress(ModelDownloadProgress{
         modelDisplayName(whisper), downloadPhase(state, entry ? entry->downloadSizeBytes : 0)});
     model.refreshStatus(true);
 }
 
 }  // namespace
-
-std::string_view rawValue(DashPage page) {
-    switch (page) {
-        case DashPage::overview:
-            return "overview";
-        case DashPage::earnings:
-            return "earnings";
-        case DashPage::payouts:
-            return "payouts";
-        case DashPage::schedule:
-            return "schedule";
-        case DashPage::models:
-            return "models";
-        case DashPage::settings:
-            return "settings";
-    }
-    return "overview";
-}
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
     const std::vector<std::string>& arguments) {
@@ -153,19 +136,22 @@ const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id) {
 
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model) {
     const auto& surface = scenario.surface;
+    ModelChanges::Batch batch(model.changes());
     model.setRequestedPage(surface.kind == ScreenshotSurface::Kind::dashboard
                                ? std::optional<std::string>(rawValue(surface.page))
                                : std::nullopt);
-    // The demo account; a dummy-mode refresh touches no network and loads it only once.
-    if (model.dataMode() == DataMode::dummy) model.refreshFromAPI();
+    // The demo account: fetched once per session, since it always reads as fresh.
+    model.refreshFromAPIIfStale(AppModel::accountRefreshSeconds);
     if (scenario.status) {
         // Through the pause command, so that the model's own pause state agrees with the words.
-        if (model.isManuallyPaused() != (*scenario.status == WorkerStatus::paused))
+        if (model.pauseControl().isManuallyPaused() != (*scenario.status == WorkerStatus::paused))
             model.togglePause();
         model.setStatusPresentation(WorkerStatusPresentation::defaultFor(*scenario.status));
     }
-    if (scenario.offersUpdate)
-        model.applyLatestAppVersion({nextMinorVersion(model.machine().appVersion), {}, {}, {}});
+    if (scenario.offersUpdate) {
+        model.account().applyLatestAppVersion(
+            {nextMinorVersion(model.machine().appVersion), {}, {}, {}}, model.appVersion());
+    }
     if (scenario.models) applyModelsState(*scenario.models, model);
 }
 

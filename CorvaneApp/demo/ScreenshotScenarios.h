@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneApp/app/DashPage.h"
 #include "CorvaneApp/app/WorkerStatus.h"
 
 namespace corvane {
@@ -22,10 +23,6 @@ struct ScreenshotLaunchArgs {
     static std::optional<ScreenshotLaunchArgs> parse(const std::vector<std::string>& arguments);
     friend bool operator==(const ScreenshotLaunchArgs&, const ScreenshotLaunchArgs&) = default;
 };
-
-enum class DashPage { overview, earnings, payouts, schedule, models, settings };
-// The page's name as the model's `requestedPage` carries it.
-std::string_view rawValue(DashPage page);
 
 // Where Whisper stands on the models page of a scene.
 enum class ScreenshotModelsState { ready, downloading, notInstalled, downloadFailed };
@@ -51,9 +48,10 @@ struct ScreenshotScenarioInfo {
 const std::vector<ScreenshotScenarioInfo>& screenshotCatalog();
 const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id);
 
-// Sets a dummy-mode model up for the scene: the page it asks for, the demo account (loaded once),
-// then the scene's status, update and model state. A scene that names no status keeps the one
-// the model has; a paused scene is the owner's own pause, and any other status lifts it.
+// Sets the sample session's model up for the scene: the page it asks for, the demo account
+// (fetched once), then the scene's status, update and model state. A scene that names no status
+// keeps the one the model has; a paused scene is the owner's own pause, and any other status lifts
+// it.
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model);
 
 }  // namespace corvane

@@ -1,7 +1,7 @@
 #include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/UserDefaults.h"
-#include "CorvaneApp/dashboard/DemoShardProgress.h"
-#include "CorvaneApp/dashboard/ScreenshotScenarios.h"
+#include "CorvaneApp/demo/DemoShardProgress.h"
+#include "CorvaneApp/demo/ScreenshotScenarios.h"
 
 #include <gtest/gtest.h>
 

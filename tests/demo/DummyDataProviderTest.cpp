@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <numeric>
 
-#include "CorvaneApp/app/DummyDataProvider.h"
+#include "CorvaneApp/app/AppModelDateParser.h"
+#include "CorvaneApp/demo/DemoSession.h"
+#include "CorvaneApp/demo/DummyDataProvider.h"
 #include "tests/support/ManualExecutor.h"
 
 namespace corvane {
@@ -32,49 +34,54 @@ class DummyDataProviderTest : public ::testing::Test {
     DummyDataProvider provider{kReference};
 };
 
-TEST_F(DummyDataProviderTest, ADummyRefreshFillsWhatTheScreensShow) {
-    AppModel::Dependencies deps;
-    deps.eligibilityGate = EligibilityGate::create(executor, true);
-    deps.dataMode = DataMode::dummy;
-    deps.startBackgroundTasks = false;
-    deps.now = [] { return kReference + std::chrono::hours(5); };  // the demo keeps its own day
-    deps.loadDummyData = [this](AppModel& m) { provider.load(m); };
-    deps.dummyActivityHistogram = [this](const std::string& id, int days) {
-        return provider.activityHistogram(id, days);
-    };
-    AppModel m(executor, std::move(deps));
-    m.selectEarningsRange(EarningsRange::week);  // the session opens on the month all the same
+TEST_F(DummyDataProviderTest, TheSampleSessionFillsWhatTheScreensShow) {
+    DemoSession::Options options;
+    options.version = "0.2.0";
+    options.referenceDate = kReference;
+    options.simulateModelDownload = false;
+    options.startBackgroundTasks = false;
+    options.now = [] { return kReference + std::chrono::hours(5); };  // the demo keeps its own day
+    DemoSession session(executor, std::move(options));
+    session.launch();
+    AppModel& m = session.model();
     m.refreshFromAPI();
+    executor.runUntilIdle();
 
-    ASSERT_TRUE(m.dummyDataLoaded());
     EXPECT_EQ(m.statusSub(), "Demo session · processing queued audio");
     EXPECT_EQ(m.statusTooltip(), "Corvane · Demo data");
     EXPECT_EQ(m.currentDate(), kReference);
-    EXPECT_EQ(m.lastRefreshAt(), kReference);
+    EXPECT_EQ(m.account().lastRefreshAt(), kReference);
     std::optional<ActivityHistogramResponse> histogram;
     m.loadActivityHistogram(28, [&](auto response, auto) { histogram = std::move(response); });
+    executor.runUntilIdle();
     EXPECT_EQ(histogram, provider.activityHistogram(m.machine().workerID, 28))
         << "no network asked";
-    EXPECT_EQ(m.payoutHistory(), provider.payoutHistory());
-    EXPECT_EQ(m.topJobs().front().clientDisplayName, "Acme Transcripts");
-    EXPECT_EQ(m.earningsVisibleRange(), EarningsRange::month);
-    ASSERT_EQ(m.earningsHourly().size(), 24u);
-    EXPECT_NEAR(total(m.earningsHourly()), total(m.earningsLast30()), 1e-6);
+    EXPECT_EQ(m.account().payoutHistory(), provider.payoutHistory());
+    EXPECT_EQ(m.account().topJobs().front().clientDisplayName, "Acme Transcripts");
+    const auto& earnings = m.earnings();
+    EXPECT_EQ(earnings.earningsVisibleRange(), EarningsRange::month);
+    ASSERT_EQ(earnings.earningsHourly().size(), 24u);
+    EXPECT_NEAR(total(earnings.earningsHourly()), total(earnings.earningsLast30()), 1e-6);
 
     // Balances, summary and series tell one story.
     const auto summary = provider.earningsSummary();
     const auto series = provider.earningsSnapshot(EarningsRange::all).daily;
-    EXPECT_NEAR(*m.lifetimeEarnings(), total(series), 0.006);
-    EXPECT_NEAR(*m.heldBalance(), total({series.end() - 7, series.end()}), 0.006);
-    EXPECT_EQ(m.jobsCompletedToday(), summary.jobsCompletedToday);
+    EXPECT_NEAR(*m.account().lifetimeEarnings(), total(series), 0.006);
+    EXPECT_NEAR(*m.account().heldBalance(), total({series.end() - 7, series.end()}), 0.006);
+    EXPECT_EQ(earnings.jobsCompletedToday(), summary.jobsCompletedToday);
     // The shards of the last 15 minutes before the reference instant are the estimated ones.
     ASSERT_TRUE(m.estimatedRecentUnpaidCompletedWork());
     EXPECT_NEAR(*m.estimatedRecentUnpaidCompletedWork() * 4, *summary.recentHourlyUSD, 0.03);
-    EXPECT_EQ(std::int64_t(m.recentEstimatedActivity().size()), summary.recentCompletedShards);
+    EXPECT_EQ(std::int64_t(m.account()
+                               .recentEstimatedActivity(m.currentDate(),
+                                                        earnings.hourlyEstimateWindowMinutes())
+                               .size()),
+              summary.recentCompletedShards);
     // The rows alone give the summary's day and month.
-    m.applyDerivedEarningsSummaryFallback(m.earningsLast30Rows(), std::nullopt);
-    EXPECT_EQ(m.deltaVsYesterday(), summary.deltaVsYesterdayUSD);
-    EXPECT_EQ(m.monthProjection(), summary.monthProjectionUSD);
+    m.earnings().applyDerivedEarningsSummaryFallback(earnings.earningsLast30Rows(),
+                                                     m.currentDate());
+    EXPECT_EQ(earnings.deltaVsYesterday(), summary.deltaVsYesterdayUSD);
+    EXPECT_EQ(earnings.monthProjection(), summary.monthProjectionUSD);
 }
 
 TEST_F(DummyDataProviderTest, EachRangeCoversItsDaysEndingOnTheReferenceDay) {

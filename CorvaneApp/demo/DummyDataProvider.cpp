@@ -1,4 +1,4 @@
-#include "CorvaneApp/app/DummyDataProvider.h"
+#include "CorvaneApp/demo/DummyDataProvider.h"
 
 #include <algorithm>
 #include <array>
@@ -47,11 +47,7 @@ struct DemoDay {
     long civilIndex;
     int offset;
 
-    std::string key() const {
-        char text[16];
-        std::strftime(text, sizeof text, "%Y-%m-%d", &parts);
-        return text;
-    }
+    std::string key() const { return localDayKey(fromLocalParts(parts)); }
     int mondayFirstWeekday() const { return (parts.tm_wday + 6) % 7; }
 };
 
@@ -163,16 +159,8 @@ std::vector<double> DummyDataProvider::earningsByHour(std::optional<int> days, b
 
 EarningsRangeSnapshot DummyDataProvider::earningsSnapshot(EarningsRange range) const {
     const auto days = earningsRangeDays(range);
-    EarningsRangeSnapshot snapshot;
-    snapshot.dailyRows = dailyEarningsSeries(days.value_or(allTimeDays));
-    for (const auto& row : snapshot.dailyRows) snapshot.daily.push_back(row.amountUSD);
-    snapshot.hourly = AppModel::normalizeHourly(earningsByHour(days, range == EarningsRange::all));
-    if (!snapshot.dailyRows.empty()) {
-        std::tm first = Calendar(referenceDate_).day(int(snapshot.dailyRows.size()) - 1).parts;
-        first.tm_hour = first.tm_min = first.tm_sec = 0;
-        snapshot.startDate = fromLocalParts(first);
-    }
-    return snapshot;
+    return EarningsRangeSnapshot::fromRows(dailyEarningsSeries(days.value_or(allTimeDays)),
+                                           earningsByHour(days, range == EarningsRange::all));
 }
 
 ActivityHistogramResponse DummyDataProvider::activityHistogram(const std::string& workerID,
@@ -344,8 +332,8 @@ ResourceSampler::Snapshot DummyDataProvider::resourceHistory() const {
     return snapshot;
 }
 
-AppModel::MachineInfo DummyDataProvider::machine(const AppModel::MachineInfo& running) const {
-    AppModel::MachineInfo info;
+MachineInfo DummyDataProvider::machine(const std::string& appVersion) {
+    MachineInfo info;
     info.name = "demo-workstation";
     info.modelDisplay = "Demo workstation";
     info.chipDisplay = "12-core x86-64";
@@ -353,8 +341,7 @@ AppModel::MachineInfo DummyDataProvider::machine(const AppModel::MachineInfo& ru
     info.totalRAM_GB = 32;
     info.region = "us-west · Pacific";
     info.workerID = "wk_demo_7f3a";
-    info.appVersion = running.appVersion;
-    info.buildNumber = running.buildNumber;
+    info.appVersion = appVersion;
     info.signedInAs = "Demo Owner";
     return info;
 }
@@ -362,21 +349,6 @@ AppModel::MachineInfo DummyDataProvider::machine(const AppModel::MachineInfo& ru
 WorkerStatusPresentation DummyDataProvider::sessionPresentation() {
     return {WorkerStatus::earning, "Earning", "Demo session · processing queued audio",
             "Corvane · Demo data"};
-}
-
-void DummyDataProvider::load(AppModel& model) const {
-    model.refreshLocalState(false);  // the phase, as the dummy session decides it
-    model.setCurrentDateOverride(referenceDate_);
-    const auto demoMachine = machine(model.machine());
-    model.setMachine(demoMachine);
-    model.setStatusPresentation(sessionPresentation());
-    model.applyDashboard(dashboard(demoMachine.workerID));
-    model.applyEarningsSnapshot(earningsSnapshot(EarningsRange::month), EarningsRange::month, true);
-    model.applyEarningsSummary(earningsSummary());
-    model.applySamplerSnapshot(resourceHistory());
-    model.setTopJobs(topJobs());
-    model.selectEarningsRange(EarningsRange::month);
-    model.setLastRefreshAt(referenceDate_);
 }
 
 }  // namespace corvane

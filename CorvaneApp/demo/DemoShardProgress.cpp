@@ -1,4 +1,4 @@
-#include "CorvaneApp/dashboard/DemoShardProgress.h"
+#include "CorvaneApp/demo/DemoShardProgress.h"
 
 #include <array>
 #include <cmath>

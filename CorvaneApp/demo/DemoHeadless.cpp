@@ -1,10 +1,11 @@
-#include "CorvaneApp/dashboard/DemoHeadless.h"
+#include "CorvaneApp/demo/DemoHeadless.h"
 
 #include <chrono>
 #include <ctime>
 #include <thread>
 
 #include "CorvaneApp/app/HeadlessRunner.h"
+#include "CorvaneApp/demo/DemoSession.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/LoopExecutor.h"
 
@@ -32,16 +33,30 @@ int runDemoHeadless(const std::string& version) {
     LoopExecutor loop;
     DemoShardLog shardLog;
     const auto start = std::chrono::steady_clock::now();
+    auto elapsed = [start] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    DemoSession::Options options;
+    options.version = version;
+    options.simulateModelDownload = false;
+    options.sessionElapsed = elapsed;
+    DemoSession session(loop, std::move(options));
+    session.launch();
+    std::optional<WorkerStatusPresentation> shown;
     auto tick = [&] {
-        double elapsed =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (auto line = shardLog.tick(elapsed)) logger->info("{}", *line);
+        const auto presentation = session.statusRecord().presentation;
+        if (presentation != shown) {
+            logger->info("status: {} — {}", presentation.label, presentation.sub);
+            shown = presentation;
+        }
+        if (auto line = shardLog.tick(elapsed())) logger->info("{}", *line);
     };
     tick();
     auto timer = loop.scheduleRepeating(1.0, tick);
 
     auto signalWatcher = quitOnTerminationSignal(loop);
     loop.run();
+    session.terminate();
     signalWatcher.request_stop();
     logger->info("corvane stopped");
     return 0;

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "CorvaneApp/dashboard/DemoShardProgress.h"
+#include "CorvaneApp/demo/DemoShardProgress.h"
 
 namespace corvane {
 

@@ -2,8 +2,9 @@
 
 #include <map>
 
-#include "CorvaneApp/app/DummyDataProvider.h"
-#include "CorvaneApp/dashboard/ScreenshotScenarios.h"
+#include "CorvaneApp/demo/DemoSession.h"
+#include "CorvaneApp/demo/DummyDataProvider.h"
+#include "CorvaneApp/demo/ScreenshotScenarios.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "tests/support/ManualExecutor.h"
 
@@ -13,22 +14,31 @@ namespace {
 class ScreenshotScenarioTest : public ::testing::Test {
   protected:
     AppModel& makeModel(std::string appVersion = "0.2.0") {
-        AppModel::Dependencies deps;
-        deps.eligibilityGate = EligibilityGate::create(executor, true);
-        deps.dataMode = DataMode::dummy;
-        deps.startBackgroundTasks = false;
-        deps.appVersion = appVersion;
-        deps.loadDummyData = [this](AppModel& m) { ++loads, provider.load(m); };
-        return model.emplace(executor, std::move(deps));
+        DemoSession::Options options;
+        options.version = std::move(appVersion);
+        options.referenceDate = dateFromUnixSeconds(1'781'771'400);
+        options.simulateModelDownload = false;
+        options.startBackgroundTasks = false;
+        session.emplace(executor, std::move(options));
+        AppModel& m = session->model();
+        loads = 0;
+        shown = false;
+        watch = m.observe([this, &m](ModelParts) {
+            if (!shown && m.account().heldBalance()) ++loads;
+            shown = m.account().heldBalance().has_value();
+        });
+        return m;
     }
     void apply(std::string_view id) {
-        applyScreenshotScenario(*findScreenshotScenario(id), *model);
+        applyScreenshotScenario(*findScreenshotScenario(id), session->model());
+        executor.runUntilIdle();
     }
 
     testing::ManualExecutor executor;
-    DummyDataProvider provider{dateFromUnixSeconds(1'781'771'400)};
-    int loads = 0;
-    std::optional<AppModel> model;
+    std::optional<DemoSession> session;
+    int loads = 0;  // times the demo account came to be shown
+    bool shown = false;
+    Subscription watch;
 };
 
 TEST_F(ScreenshotScenarioTest, EveryCatalogueSceneLeavesTheModelAsItsDescriptionSays) {
@@ -40,6 +50,7 @@ TEST_F(ScreenshotScenarioTest, EveryCatalogueSceneLeavesTheModelAsItsDescription
         loads = 0;
         auto& m = makeModel();
         applyScreenshotScenario(scenario, m);
+        executor.runUntilIdle();
         EXPECT_EQ(loads, 1) << "every scene shows the demo account";
         const bool popover = scenario.id.starts_with("popover-");
         EXPECT_EQ(
@@ -48,14 +59,16 @@ TEST_F(ScreenshotScenarioTest, EveryCatalogueSceneLeavesTheModelAsItsDescription
         EXPECT_EQ(m.presentation(), scenario.status
                                         ? WorkerStatusPresentation::defaultFor(*scenario.status)
                                         : DummyDataProvider::sessionPresentation());
-        EXPECT_EQ(m.isManuallyPaused(), m.status() == WorkerStatus::paused);
-        EXPECT_EQ(m.latestAppVersion().has_value(), scenario.id.ends_with("update-available"));
+        EXPECT_EQ(m.pauseControl().isManuallyPaused(), m.status() == WorkerStatus::paused);
+        EXPECT_EQ(m.account().latestAppVersion().has_value(),
+                  scenario.id.ends_with("update-available"));
 
-        const auto& progress = m.modelDownloadProgress();
+        const auto& progress = m.modelInstall().modelDownloadProgress();
         EXPECT_EQ(progress.has_value(), scenario.id.starts_with("models-"));
         if (!progress) continue;
         EXPECT_EQ(progress->modelDisplayName, "Whisper large-v3 turbo");
-        EXPECT_EQ(m.installedModelIDs().contains(whisper), scenario.models == M::ready);
+        EXPECT_EQ(m.modelInstall().installedModelIDs().contains(whisper),
+                  scenario.models == M::ready);
         // The phase's alternative in the progress variant: downloading, failed, not started, ready.
         const std::map<M, std::size_t> phases{
             {M::downloading, 0}, {M::downloadFailed, 1}, {M::notInstalled, 2}, {M::ready, 3}};
@@ -72,8 +85,8 @@ TEST_F(ScreenshotScenarioTest, ScenesAppliedInTurnDoNotLeakIntoEachOther) {
     apply("models-ready");
     EXPECT_EQ(m.statusLabel(), "Offline") << "the lifted pause does not come back";
     apply("popover-update-available");
-    EXPECT_EQ(m.latestAppVersion()->version, "0.3.0");
-    EXPECT_FALSE(m.updateAvailable()) << "the banner waits for an installer";
+    EXPECT_EQ(m.account().latestAppVersion()->version, "0.3.0");
+    EXPECT_FALSE(m.account().updateAvailable()) << "the banner waits for an installer";
     EXPECT_EQ(loads, 1) << "the demo account is loaded once per session";
 }
 

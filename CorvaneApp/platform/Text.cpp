@@ -1,5 +1,6 @@
-#include "CorvaneApp/eligibility/UnicodeTrim.h"
+#include "CorvaneApp/platform/Text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -65,6 +66,25 @@ std::string trimWhitespaceAndNewlines(std::string_view text) {
         if (!white) end = pos;
     }
     return std::string(text.substr(begin, end - begin));
+}
+
+std::string_view trimAsciiWhitespace(std::string_view text) {
+    constexpr std::string_view space = " \t\n\r\v\f";
+    const auto first = text.find_first_not_of(space);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(space) - first + 1);
+}
+
+std::string asciiLowercased(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && asciiLowercased(a) == asciiLowercased(b);
 }
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-#include "CorvaneApp/dashboard/DemoHeadless.h"
+#include "CorvaneApp/demo/DemoHeadless.h"
 
 #include <fcntl.h>
 #include <signal.h>

@@ -1,0 +1,42 @@
+#pragma once
+// The dashboard's pages, in sidebar order, and their names as the model's `requestedPage` and the
+// "cvn.page" default carry them.
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+namespace corvane {
+
+enum class DashPage { overview, earnings, payouts, schedule, models, settings };
+
+inline constexpr std::array allDashPages{DashPage::overview, DashPage::earnings,
+                                         DashPage::payouts,  DashPage::schedule,
+                                         DashPage::models,   DashPage::settings};
+
+constexpr std::string_view rawValue(DashPage page) {
+    switch (page) {
+        case DashPage::overview:
+            return "overview";
+        case DashPage::earnings:
+            return "earnings";
+        case DashPage::payouts:
+            return "payouts";
+        case DashPage::schedule:
+            return "schedule";
+        case DashPage::models:
+            return "models";
+        case DashPage::settings:
+            return "settings";
+    }
+    return "overview";
+}
+
+constexpr std::optional<DashPage> dashPageFromRaw(std::string_view raw) {
+    for (auto page : allDashPages) {
+        if (rawValue(page) == raw) return page;
+    }
+    return std::nullopt;
+}
+
+}  // namespace corvane

@@ -1,0 +1,28 @@
+#pragma once
+// The running application as its front ends (the tray, the windows, the headless loop) see it,
+// whichever sources stand behind it: a real session (AppSession) or the sample one.
+
+#include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/WorkerStatusTracker.h"
+#include "CorvaneApp/config/UserDefaults.h"
+#include "CorvaneApp/config/WorkerConfigStore.h"
+
+namespace corvane {
+
+class Session {
+  public:
+    virtual ~Session() = default;
+
+    // Starts the session's work; the model exists from here on.
+    virtual void launch() = 0;
+    // Stops everything in order: shards in flight are reported, pending settings are saved.
+    virtual void terminate() = 0;
+
+    virtual AppModel& model() = 0;
+    virtual WorkerConfigStore& configStore() = 0;
+    virtual UserDefaults& userDefaults() = 0;
+    // What `corvane status` prints: the words, the job in hand and the worker's last error.
+    virtual WorkerStatusRecord statusRecord() = 0;
+};
+
+}  // namespace corvane

@@ -1,0 +1,127 @@
+#include "CorvaneApp/demo/DemoSession.h"
+
+#include <unistd.h>
+
+#include <chrono>
+
+#include "CorvaneApp/demo/DemoShardProgress.h"
+#include "CorvaneApp/demo/DemoStatusSource.h"
+#include "CorvaneApp/models/ModelCatalogue.h"
+
+namespace corvane {
+
+DemoSession::DemoSession(Executor& mainSequence, Options options)
+    : main_(mainSequence),
+      options_(std::move(options)),
+      gate_(EligibilityGate::create(mainSequence, true)),
+      provider_(std::make_shared<const DummyDataProvider>(options_.referenceDate)),
+      download_(mainSequence, [this](const auto& progress, const auto& installed) {
+          applyDownload(progress, installed);
+      }) {
+    if (!options_.sessionElapsed) {
+        options_.sessionElapsed = [start = std::chrono::steady_clock::now()] {
+            return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        };
+    }
+    // No file behind the store: the demo shows the default settings and keeps changes in memory.
+    configStore_ = std::make_unique<WorkerConfigStore>(
+        main_, userDefaults_, runner_,
+        WorkerConfigStore::Options{{}, [] { return std::optional<double>(0.0); }, DataMode::dummy});
+    const auto machine = DummyDataProvider::machine(options_.version);
+    api_ = std::make_shared<DemoCoordinatorAPI>(provider_, machine.workerID);
+
+    AppModel::Dependencies deps;
+    deps.eligibilityGate = gate_;
+    deps.enrollment.coordinatorAPIFactory =
+        [this]() -> std::shared_ptr<const CoordinatorAPIProtocol> {
+        return signedOut_ ? nullptr : api_;
+    };
+    deps.enrollment.clear = [this] { signedOut_ = true; };
+    deps.enrollment.signOutLine = "signOut: clearing dummy session state only";
+    deps.enrollment.signOutCompleteLine.reset();
+    deps.samplerSnapshot = [provider = provider_] { return provider->resourceHistory(); };
+    deps.startBackgroundTasks = options_.startBackgroundTasks;
+    deps.buildMachineInfo = [machine] { return machine; };
+    deps.appVersion = options_.version;
+    deps.statusSource = std::make_shared<DemoStatusSource>();
+    deps.backgroundRunner = std::make_shared<InlineBackgroundRunner>();
+    deps.now = options_.now;
+    model_ = std::make_unique<AppModel>(main_, std::move(deps));
+    model_->setCurrentDateOverride(options_.referenceDate);  // the demo keeps its own day
+    model_->setWorkerSnapshotSource([this] { return workerSnapshot(); });
+
+    AppModel::Requests requests;
+    const auto whisper = whisperModelIdentifier();
+    requests.requestModelDownloadRetry = [this, whisper] { download_.start(whisper); };
+    requests.requestModelInstall = [this](const ModelIdentifier& identifier) {
+        if (catalogueEntry(identifier)) download_.start(identifier);
+    };
+    requests.requestModelRemove = [this](const ModelIdentifier& identifier) {
+        return download_.remove(identifier);
+    };
+    requests.requestModelCacheReset = [this] {
+        for (const auto& identifier : std::unordered_set(download_.installed()))
+            download_.remove(identifier);
+    };
+    model_->setRequests(std::move(requests));
+    if (!options_.simulateModelDownload) download_.markInstalled(whisper);
+}
+
+DemoSession::~DemoSession() {
+    terminate();
+}
+
+void DemoSession::launch() {
+    if (options_.simulateModelDownload) download_.start(whisperModelIdentifier());
+    model_->refreshLocalState(false);
+}
+
+void DemoSession::terminate() {
+    configStore_->cancelPendingSave();
+}
+
+void DemoSession::enroll() {
+    signedOut_ = false;
+    model_->didCompleteOnboarding();
+}
+
+void DemoSession::setSessionElapsedOverride(std::optional<double> seconds) {
+    elapsedOverride_ = seconds;
+    model_->refreshStatus(true);
+}
+
+std::optional<WorkerControllerSnapshot> DemoSession::workerSnapshot() const {
+    if (signedOut_) return std::nullopt;
+    WorkerControllerSnapshot snapshot;
+    snapshot.isRunning = true;
+    if (auto shard = liveShardProgress(elapsedOverride_.value_or(options_.sessionElapsed()))) {
+        snapshot.currentJobID = shard->jobID;
+        snapshot.currentShardID = shard->shardID;
+        snapshot.currentShardStartedAt = addSeconds(options_.now(), -shard->elapsedSeconds);
+        snapshot.currentShardExpectedSeconds = shard->expectedDurationSeconds;
+    }
+    return snapshot;
+}
+
+void DemoSession::applyDownload(const std::optional<ModelDownloadProgress>& progress,
+                                const std::unordered_set<ModelIdentifier>& installed) {
+    if (!model_) return;
+    ModelChanges::Batch batch(model_->changes());
+    model_->modelInstall().setModelDownloadProgress(progress);
+    model_->modelInstall().setInstalledModelIDs(installed);
+    model_->refreshStatus(true);
+}
+
+WorkerStatusRecord DemoSession::statusRecord() {
+    WorkerStatusRecord record;
+    model_->refreshStatus(true);
+    record.presentation = model_->presentation();
+    if (auto snapshot = workerSnapshot()) {
+        record.jobID = snapshot->currentJobID;
+        record.shardID = snapshot->currentShardID;
+    }
+    record.pid = long(::getpid());
+    return record;
+}
+
+}  // namespace corvane
