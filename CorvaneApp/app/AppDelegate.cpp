@@ -34,6 +34,8 @@ std::uint64_t directoryBytes(const std::filesystem::path& directory) {
     return total;
 }
 
+constexpr double kShardFolderRetrySeconds = 30.0;
+
 }  // namespace
 
 AppEnvironment AppEnvironment::system(std::string version) {
@@ -43,7 +45,7 @@ AppEnvironment AppEnvironment::system(std::string version) {
     env.modelRoot = ModelCache::defaultRootDirectory();
     env.parakeetDirectory = ParakeetCache::defaultDirectory();
     // No runtime for Parakeet's compiled networks exists on Linux yet: it stays unadvertised.
-    env.tempDirectory = paths::tempDir();
+    env.tempDirectory = paths::shardAudioDir();
     env.userDefaultsFile = UserDefaults::defaultFile();
     env.version = std::move(version);
     env.credentials = chooseCredentialBackend();
@@ -76,7 +78,8 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
       gate_(EligibilityGate::create(mainSequence, true)),
       userDefaults_(env_.userDefaultsFile),
       keychain_(std::make_shared<KeychainStore>(env_.credentials)),
-      mirror_(std::make_shared<SettingsMirror>()) {
+      mirror_(std::make_shared<SettingsMirror>()),
+      shardFolder_(ShardAudioFolder::create(env_.tempDirectory)) {
     configStore_ = std::make_unique<WorkerConfigStore>(
         main_, userDefaults_, backgroundRunner_,
         WorkerConfigStore::Options{env_.configPath, env_.secondsSinceLastInput});
@@ -193,6 +196,7 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     log::get("AppDelegate")
         ->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
                config->workerID);
+    prepareShardFolder();
     std::optional<std::string> quantization;
     {
         std::lock_guard lock(mirror_->mutex);
@@ -250,15 +254,15 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     metadata.physicalMemoryBytes = [machine] { return machine->physicalMemoryBytes(); };
 
     WorkerController::Dependencies deps;
-    deps.http = std::make_shared<WorkerHTTPClient>(config->coordinatorURL, *token, config->workerID,
-                                                   env_.version, env_.session);
+    deps.http = shardFolder_->clearingAfterReports(std::make_shared<WorkerHTTPClient>(
+        config->coordinatorURL, *token, config->workerID, env_.version, env_.session));
     deps.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(providers));
     deps.handlerLookup = [box](const ModelIdentifier&) { return box->current(); };
-    deps.materialiser = [materialiser =
-                             std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
-                            const ShardClaim& claim, std::stop_token stop) {
-        return materialiser->materialise(claim, stop);
-    };
+    deps.materialiser = shardFolder_->tracking(
+        [materialiser = std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
+            const ShardClaim& claim, std::stop_token stop) {
+            return materialiser->materialise(claim, stop);
+        });
     deps.isEligible = gate_->isEligibleFunction();
     deps.strategyHolder = std::make_shared<StrategySuggestionHolder>();
     deps.sleepProvider = std::make_shared<TaskSleepProvider>();
@@ -280,6 +284,32 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
     observers_.notify();
     restartModelCacheTask();
+}
+
+void AppDelegate::prepareShardFolder() {
+    try {
+        shardFolder_->prepare();
+    } catch (const ShardAudioFolder::Unavailable& error) {
+        const std::string problem = error.what();
+        if (!shardFolderPause_ || shardFolderProblem_ != problem) {
+            log::get("AppDelegate")->error("{}", problem);
+            if (shardFolderPause_) shardFolderPause_->release();
+            shardFolderPause_ = gate_->pause(problem);
+            shardFolderProblem_ = problem;
+        }
+        if (!shardFolderRetryTimer_.active()) {
+            shardFolderRetryTimer_ = main_.scheduleRepeating(kShardFolderRetrySeconds, [this] {
+                if (!terminated_) prepareShardFolder();
+            });
+        }
+        return;
+    }
+    shardFolderRetryTimer_.cancel();
+    if (shardFolderPause_) {
+        log::get("AppDelegate")->info("shard folder {} is ready", shardFolder_->directory().string());
+        shardFolderPause_->release();
+        shardFolderPause_.reset();
+    }
 }
 
 WhisperHandler::Options AppDelegate::whisperOptions() const {
@@ -515,7 +545,16 @@ void AppDelegate::teardownWorker() {
         modelCacheTask_->cancel();
         modelCacheTask_.reset();  // waits for a model load in progress to give up
     }
-    if (workerBridge_) workerBridge_->stop();
+    shardFolderRetryTimer_.cancel();
+    shardFolderPause_.reset();  // the gate's holds are all cleared below
+    if (workerBridge_) {
+        workerBridge_->stop();
+        // Every handler has returned: what a late download made is left over now.
+        try {
+            shardFolder_->prepare();
+        } catch (const ShardAudioFolder::Unavailable&) {
+        }
+    }
     workerController_.reset();
     workerBridge_.reset();
     handlerBox_.reset();

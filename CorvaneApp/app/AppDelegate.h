@@ -11,6 +11,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "CorvaneApp/app/ShardAudioFolder.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/CredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
@@ -44,7 +45,8 @@ struct AppEnvironment {
     // What runs Parakeet's networks; absent where no runtime can, and then Parakeet is neither
     // advertised nor loaded.
     std::shared_ptr<const ParakeetRuntime> parakeetRuntime;
-    std::filesystem::path tempDirectory;  // downloaded shard audio
+    // Downloaded shard audio: a folder of Corvane's own, emptied as shards end.
+    std::filesystem::path tempDirectory;
     std::filesystem::path userDefaultsFile;
     std::string version;
     std::shared_ptr<CredentialBackend> credentials;
@@ -124,6 +126,9 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     void modelFailedOnMain(std::string description);
     void setModelDownloadProgress(std::optional<ModelDownloadProgress> progress);
     void cancelParakeetInstallTask();
+    // Before a worker's first poll: the shard folder made ours and emptied. While that fails, a
+    // hold on the gate says why (so no shard is claimed only to fail) and it is tried again.
+    void prepareShardFolder();
 
     Executor& main_;
     AppEnvironment env_;
@@ -139,6 +144,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     std::unique_ptr<IdleEligibilityMonitor> idleMonitor_;
     std::unique_ptr<MeetingDetector> meetingDetector_;
     std::shared_ptr<SettingsMirror> mirror_;
+    std::shared_ptr<ShardAudioFolder> shardFolder_;
+    std::shared_ptr<PauseHandle> shardFolderPause_;
+    std::string shardFolderProblem_;  // the reason of shardFolderPause_
+    TimerHandle shardFolderRetryTimer_;
     Subscription storeSubscription_;
 
     std::shared_ptr<HandlerBox> handlerBox_;

@@ -136,6 +136,8 @@ std::string AppSession::statusSubtitle() const {
 WorkerStatusRecord AppSession::statusRecord() {
     WorkerStatusRecord record;
     record.presentation = refreshedPresentation();
+    // As the tray says it: a hold's own reason, not the words for a pause by the owner.
+    record.presentation.sub = statusSubtitle();
     if (auto snapshot = model_ ? model_->workerSnapshot() : std::nullopt) {
         record.jobID = snapshot->currentJobID;
         record.shardID = snapshot->currentShardID;

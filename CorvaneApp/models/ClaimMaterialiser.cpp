@@ -88,14 +88,6 @@ std::optional<std::string> suggestedFilename(std::string_view disposition) {
     return plain;
 }
 
-// The one path component of the first destination; a '/' in an id must not lead elsewhere.
-std::string destinationStem(const ShardClaim& claim) {
-    std::string stem = "varnix-shard-" + claim.jobID + "-" + claim.shardID.value_or("whole");
-    std::replace(stem.begin(), stem.end(), '/', '_');
-    std::replace(stem.begin(), stem.end(), '\0', '_');
-    return stem;
-}
-
 std::string errnoText(int error) {
     return std::generic_category().message(error);
 }
@@ -111,7 +103,7 @@ ClaimMaterialiser::ClaimMaterialiser(std::shared_ptr<const http::Session> sessio
 ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_token stop) const {
     if (!parsedURLPath(claim.audioURL))
         throw ClaimMaterialiserError(ClaimMaterialiserError::InvalidAudioURL{claim.audioURL});
-    std::string stem = destinationStem(claim);
+    std::string stem = shardAudioStem(claim);
 
     std::filesystem::path finalPath;
     try {
@@ -120,10 +112,10 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
         // The transfer's own file next to the destination; removed unless it was moved into place.
         std::optional<TemporaryFile> created;
         try {
-            created.emplace(tempDirectory_, "varnix-shard-", ".download");
+            created.emplace(tempDirectory_, shardAudioPrefix, ".download");
         } catch (const std::system_error& error) {
             throw ClaimMaterialiserError(ClaimMaterialiserError::FileWriteFailed{
-                (tempDirectory_ / "varnix-shard-XXXXXX.download").string(),
+                (tempDirectory_ / (std::string(shardAudioPrefix) + "XXXXXX.download")).string(),
                 errnoText(error.code().value())});
         }
         TemporaryFile& download = *created;
@@ -189,6 +181,15 @@ ClaimedJob ClaimMaterialiser::materialise(const ShardClaim& claim, std::stop_tok
     job.claimedAt = now_();
     job.deadline = addSeconds(job.claimedAt, static_cast<double>(claim.timeoutSeconds));
     return job;
+}
+
+// One path component: a '/' in an id must not lead elsewhere.
+std::string shardAudioStem(const ShardClaim& claim) {
+    std::string stem =
+        std::string(shardAudioPrefix) + claim.jobID + "-" + claim.shardID.value_or("whole");
+    std::replace(stem.begin(), stem.end(), '/', '_');
+    std::replace(stem.begin(), stem.end(), '\0', '_');
+    return stem;
 }
 
 std::string preferredExtension(const http::Headers& responseHeaders, std::string_view sourceURL) {

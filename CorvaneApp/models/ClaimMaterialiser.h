@@ -36,6 +36,13 @@ class ClaimMaterialiser {
     NowFunction now_;
 };
 
+// Every file the materialiser makes in its folder starts with this: "<prefix><jobID>-<shard>.<ext>"
+// for a shard's audio, "<prefix>XXXXXX.download" for a transfer in progress.
+inline constexpr std::string_view shardAudioPrefix = "varnix-shard-";
+// The name of a claim's audio file before its extension: "varnix-shard-<jobID>-<shardID or
+// whole>", one path component.
+std::string shardAudioStem(const ShardClaim& claim);
+
 // The extension (without the dot) for a downloaded file: the one of the name the server suggests
 // in "Content-Disposition", else one known for its audio MIME type, else the URL path's, else
 // "audio".

@@ -34,14 +34,17 @@ std::filesystem::path dataHome() {
 std::filesystem::path stateHome() {
     return fromEnv("XDG_STATE_HOME", home() / ".local" / "state");
 }
+std::filesystem::path cacheHome() {
+    return fromEnv("XDG_CACHE_HOME", home() / ".cache");
+}
 std::filesystem::path appConfigDir() {
     return configHome() / "Corvane";
 }
 std::filesystem::path logDir() {
     return stateHome() / "Corvane" / "logs";
 }
-std::filesystem::path tempDir() {
-    return fromEnv("TMPDIR", "/tmp");
+std::filesystem::path shardAudioDir() {
+    return cacheHome() / "Corvane" / "shards";
 }
 
 }  // namespace corvane::paths

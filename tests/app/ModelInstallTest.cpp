@@ -62,7 +62,7 @@ TEST(ModelInstall, ParakeetFailsInWordsInstallsIsRemovedAndWaitsWhileWhisperDown
     env.modelRoot = folder.path() / "weights";
     env.parakeetDirectory = folder.path() / "models" / "parakeet-tdt-0.6b-v2";
     env.parakeetRuntime = scriptedParakeetRuntime();
-    env.tempDirectory = folder.path();
+    env.tempDirectory = folder.path() / "shards";
     env.userDefaultsFile = folder.path() / "defaults.json";
     env.credentials =
         std::make_shared<FileCredentialBackend>(folder.path() / "varnix" / "credentials");
