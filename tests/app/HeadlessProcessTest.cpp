@@ -5,6 +5,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +61,18 @@ class HeadlessProcess : public ::testing::Test {
     }
 
     fs::path varnix() const { return home.path() / ".varnix-compute"; }
+    fs::path shardFolder() const { return home.path() / "cache" / "Corvane" / "shards"; }
+    std::set<std::string> entries(const fs::path& folder) const {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+    std::size_t polls() const {
+        return static_cast<std::size_t>(std::ranges::count_if(
+            coordinator->requests(),
+            [](const auto& r) { return r.path.starts_with("/api/v1/workers/poll"); }));
+    }
     std::string log() const {
         return readFile(home.path() / "state" / "Corvane" / "logs" / "corvane-app.log")
             .value_or("");
@@ -172,6 +185,65 @@ TEST_F(HeadlessProcess, TranscribesEveryShardOnceAndStopsCleanlyOnSigterm) {
     }
     EXPECT_EQ(shards.size(), 3u) << "no duplicates";
     EXPECT_TRUE(coordinator->failures().empty());
+    // The audio went to Corvane's own folder, owner-only, and left with each shard.
+    EXPECT_EQ(entries(shardFolder()), std::set<std::string>{});
+    struct stat status {};
+    ASSERT_EQ(::stat(shardFolder().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    EXPECT_EQ(entries(home.path() / "tmp"), std::set<std::string>{}) << "TMPDIR is untouched";
+}
+
+TEST_F(HeadlessProcess, AWorkerKilledMidShardFindsItsLeftoversGoneBeforeItsFirstPoll) {
+    dev::ScriptedReply stalled;
+    stalled.delaySeconds = 120;  // the result never arrives while the test runs
+    coordinator->enqueueReply("/api/v1/jobs/job-k/result", stalled);
+    coordinator->addShard({"job-k", "k1", "speech.wav", std::nullopt, std::nullopt, std::nullopt});
+    enroll();
+    installModel();
+    start();
+    ASSERT_TRUE(coordinator->waitUntil(
+        [](const dev::DevCoordinator& c) {
+            return std::ranges::any_of(c.requests(), [](const auto& r) {
+                return r.path.starts_with("/api/v1/jobs/job-k/result");
+            });
+        },
+        180s))
+        << log();
+    ::kill(child, SIGKILL);
+    EXPECT_EQ(waitForExit(5000ms), 128 + SIGKILL);
+    EXPECT_EQ(entries(shardFolder()), std::set<std::string>{"varnix-shard-job-k-k1.wav"})
+        << "a kill leaves the shard's audio";
+    fs::create_directories(shardFolder() / "varnix-shard-job-k-k2.flac");  // made by hand
+    writeFileAtomically(shardFolder() / "varnix-shard-job-k-k2.flac" / "x", "x");
+
+    dev::ScriptedReply heldPoll;
+    heldPoll.delaySeconds = 120;  // the next start's first poll stays open while we look
+    coordinator->enqueueReply("/api/v1/workers/poll", heldPoll);
+    const auto pollsBefore = polls();
+    start();
+    ASSERT_TRUE(coordinator->waitUntil(
+        [&](const dev::DevCoordinator&) { return polls() > pollsBefore; }, 180s))
+        << log();
+    EXPECT_EQ(entries(shardFolder()), std::set<std::string>{});
+    EXPECT_EQ(stop(), 0);
+    EXPECT_EQ(entries(home.path() / "tmp"), std::set<std::string>{}) << "TMPDIR is untouched";
+}
+
+TEST_F(HeadlessProcess, AShardFolderThatCannotBeMadeIsWhatTheStatusSays) {
+    writeFileAtomically(home.path() / "cache", "a file where the cache folder goes");
+    enroll();
+    installModel();
+    start();
+    const std::string why = "Cannot create the shard folder " + shardFolder().string() +
+                            ": Not a directory (at " +
+                            (home.path() / "cache" / "Corvane").string() + ")";
+    ASSERT_TRUE(logShows("status: Paused — " + why)) << log();
+    ASSERT_TRUE(logShows("WorkerController.runLoop paused: ineligible")) << log();
+    auto [code, printed] = status();
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(printed.substr(0, printed.find('\n')), "Paused — " + why);
+    EXPECT_EQ(stop(), 0);
+    EXPECT_EQ(polls(), 0u) << "no shard is claimed only to fail";
 }
 
 TEST_F(HeadlessProcess, SigtermDuringAShardSendsExactlyOneShutdownReport) {

@@ -27,6 +27,7 @@ struct SpawnInHome {
         env.insert(env.end(), {"HOME=" + home.string(), "XDG_DATA_HOME=" + (home / "data").string(),
                                "XDG_CONFIG_HOME=" + (home / "config").string(),
                                "XDG_STATE_HOME=" + (home / "state").string(),
+                               "XDG_CACHE_HOME=" + (home / "cache").string(),
                                "TMPDIR=" + (home / "tmp").string(), "PATH=/usr/bin:/bin"});
         std::vector<char*> envp;
         for (auto& entry : env) envp.push_back(entry.data());
