@@ -38,35 +38,6 @@ constexpr double kShardFolderRetrySeconds = 30.0;
 
 }  // namespace
 
-AppEnvironment AppEnvironment::system(std::string version) {
-    AppEnvironment env;
-    env.configPath = paths::varnixDir() / "config.yaml";
-    env.runtimeStatePath = paths::varnixDir() / "worker-runtime-state.json";
-    env.modelRoot = ModelCache::defaultRootDirectory();
-    env.parakeetDirectory = ParakeetCache::defaultDirectory();
-    // No runtime for Parakeet's compiled networks exists on Linux yet: it stays unadvertised.
-    env.tempDirectory = paths::shardAudioDir();
-    env.userDefaultsFile = UserDefaults::defaultFile();
-    env.version = std::move(version);
-    env.credentials = chooseCredentialBackend();
-    env.session = std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30});
-    env.machine = std::make_shared<ProcMachineProbe>();
-    env.samplerProbes =
-        std::make_shared<ResourceSamplerProcProbes>(ResourceSamplerProcProbes::Options{});
-    // The idle chain keeps per-source state; the worker's thread selection and the settings store
-    // may ask from different threads.
-    auto chain = std::make_shared<IdleTimeChain>(IdleTimeChain::system());
-    auto chainMutex = std::make_shared<std::mutex>();
-    env.secondsSinceLastInput = [chain, chainMutex] {
-        std::lock_guard lock(*chainMutex);
-        return chain->idleSeconds();
-    };
-    env.isOnACPower = [] { return IdleEligibilityMonitor::systemIsOnACPower(); };
-    auto meeting = std::make_shared<SystemMeetingProbe>();
-    env.meetingProbe = [meeting] { return meeting->read(); };
-    return env;
-}
-
 std::shared_ptr<AppDelegate> AppDelegate::create(Executor& mainSequence,
                                                  AppEnvironment environment) {
     return std::make_shared<AppDelegate>(mainSequence, std::move(environment));
@@ -78,7 +49,7 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
       gate_(EligibilityGate::create(mainSequence, true)),
       userDefaults_(env_.userDefaultsFile),
       keychain_(std::make_shared<KeychainStore>(env_.credentials)),
-      mirror_(std::make_shared<SettingsMirror>()),
+      mirror_(std::make_shared<WorkerSettingsMirror>()),
       shardFolder_(ShardAudioFolder::create(env_.tempDirectory)) {
     configStore_ = std::make_unique<WorkerConfigStore>(
         main_, userDefaults_, backgroundRunner_,
@@ -197,89 +168,24 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
         ->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
                config->workerID);
     prepareShardFolder();
-    std::optional<std::string> quantization;
-    {
-        std::lock_guard lock(mirror_->mutex);
-        quantization = mirror_->quantization;
-    }
     handlerBox_ = handlerBox_ ? handlerBox_ : std::make_shared<HandlerBox>();
-
-    auto machine = env_.machine;
-    auto cache = modelCache_;
-    auto box = handlerBox_;
-    CapabilityAdvertiser::Providers providers;
-    providers.capabilityProvider = CapabilityAdvertiser::whisperCapabilityProvider(
-        quantization.value_or("4bit"),
-        [cache] { return cache->isCached(whisperModelIdentifier()); });
-    // The processor doesn't change under a running worker: read once per worker, not every poll,
-    // so a machine of no known tier says so once instead of at each poll.
-    providers.chipTierProvider = [tier = std::string(rawValue(currentChipTier(*machine)))] {
-        return tier;
-    };
-    providers.ramGBProvider = [machine] {
-        return CapabilityAdvertiser::physicalRAMGB(machine->physicalMemoryBytes().value_or(0));
-    };
-    providers.buildIdentityProvider = [version = env_.version]() -> std::optional<std::string> {
-        return "corvane/" + version;
-    };
-    providers.installedModelsProvider =
+    WorkerAssembly assembly{
+        env_,
+        *config,
+        *token,
+        mirror_,
+        handlerBox_,
+        modelCache_,
+        parakeetCache_,
+        sampler_,
+        gate_->isEligibleFunction(),
         [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
-        if (auto delegate = self.lock()) return delegate->modelsOnDisk(true);
-        return std::nullopt;
-    };
-    providers.activeModelProvider = [box]() -> std::optional<ModelIdentifier> {
-        if (auto handler = box->current()) return handler->modelIdentifier();
-        return std::nullopt;
-    };
-
-    auto mirror = mirror_;
-    PerformanceMetadataSources metadata;
-    metadata.runtimeEffectivePercent = [path = env_.runtimeStatePath] {
-        return readRuntimeEffectiveResourcePercent(path);
-    };
-    metadata.fallbackPercent = [mirror] {
-        std::lock_guard lock(mirror->mutex);
-        return mirror->fallbackPercent;
-    };
-    metadata.awayCpuCeiling = [mirror] {
-        std::lock_guard lock(mirror->mutex);
-        return mirror->settings.awayCpuCeiling;
-    };
-    metadata.quantization = [mirror] {
-        std::lock_guard lock(mirror->mutex);
-        return mirror->quantization;
-    };
-    metadata.activeProcessorCount = [machine] { return machine->logicalCoreCount(); };
-    metadata.chip = [machine]() -> std::optional<std::string> { return machine->cpuBrandString(); };
-    metadata.physicalMemoryBytes = [machine] { return machine->physicalMemoryBytes(); };
-
-    WorkerController::Dependencies deps;
-    deps.http = shardFolder_->clearingAfterReports(std::make_shared<WorkerHTTPClient>(
-        config->coordinatorURL, *token, config->workerID, env_.version, env_.session));
-    deps.capabilities = std::make_shared<CapabilityAdvertiser>(std::move(providers));
-    deps.handlerLookup = [box](const ModelIdentifier&) { return box->current(); };
-    deps.materialiser = shardFolder_->tracking(
-        [materialiser = std::make_shared<ClaimMaterialiser>(env_.session, env_.tempDirectory)](
-            const ShardClaim& claim, std::stop_token stop) {
-            return materialiser->materialise(claim, stop);
-        });
-    deps.isEligible = gate_->isEligibleFunction();
-    deps.strategyHolder = std::make_shared<StrategySuggestionHolder>();
-    deps.sleepProvider = std::make_shared<TaskSleepProvider>();
-    deps.buildIdentity = "corvane/" + env_.version;
-    // The sampler keeps its samples under its own lock, so the worker's threads read it directly.
-    deps.resourceAggregator = [sampler = std::weak_ptr<ResourceSampler>(sampler_)](
-                                  Date since) -> std::optional<ResourceAggregate> {
-        if (auto s = sampler.lock()) return s->aggregateSince(since);
-        return std::nullopt;
-    };
-    deps.performanceMetadataProvider = makePerformanceMetadataProvider(std::move(metadata));
-    deps.handlerLoader = HandlerLoader({box,
-                                        modelCache_,
-                                        [machine] { return currentChipTier(*machine); },
-                                        whisperOptions(),
-                                        parakeetCache_,
-                                        {}});
+            if (auto delegate = self.lock()) return delegate->modelsOnDisk(true);
+            return std::nullopt;
+        }};
+    auto deps = assembly.dependencies();
+    deps.http = shardFolder_->clearingAfterReports(std::move(deps.http));
+    deps.materialiser = shardFolder_->tracking(std::move(deps.materialiser));
     workerController_ = WorkerController::create(std::move(deps));
     workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
     observers_.notify();
@@ -306,33 +212,11 @@ void AppDelegate::prepareShardFolder() {
     }
     shardFolderRetryTimer_.cancel();
     if (shardFolderPause_) {
-        log::get("AppDelegate")->info("shard folder {} is ready", shardFolder_->directory().string());
+        log::get("AppDelegate")
+            ->info("shard folder {} is ready", shardFolder_->directory().string());
         shardFolderPause_->release();
         shardFolderPause_.reset();
     }
-}
-
-WhisperHandler::Options AppDelegate::whisperOptions() const {
-    auto mirror = mirror_;
-    auto machine = env_.machine;
-    WhisperHandler::Options options;
-    options.impl.threadInputs.settings = [mirror] {
-        std::lock_guard lock(mirror->mutex);
-        return WhisperThreadInputs::Settings{mirror->settings.idleMinutes,
-                                             mirror->settings.inUseCpuCeiling,
-                                             mirror->settings.awayCpuCeiling};
-    };
-    options.impl.threadInputs.secondsSinceLastInput = env_.secondsSinceLastInput;
-    options.impl.threadInputs.runtimeEffectivePercent =
-        [path = env_.runtimeStatePath]() -> std::optional<std::int64_t> {
-        auto percent = readRuntimeEffectiveResourcePercent(path);
-        if (!percent) return std::nullopt;
-        return static_cast<std::int64_t>(std::llround(*percent));
-    };
-    options.impl.threadInputs.activeProcessorCount = [machine] {
-        return static_cast<std::int64_t>(machine->logicalCoreCount());
-    };
-    return options;
 }
 
 void AppDelegate::restartModelCacheTask() {
@@ -350,7 +234,7 @@ void AppDelegate::restartModelCacheTask() {
         modelCacheTask_.reset();
     }
     auto machine = env_.machine;
-    auto options = whisperOptions();
+    auto options = whisperOptions(env_, mirror_);
     setModelDownloadProgress(ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
                                                    ModelDownloadProgress::Downloading{}});
 

@@ -11,7 +11,9 @@
 #include <string>
 #include <unordered_set>
 
+#include "CorvaneApp/app/AppEnvironment.h"
 #include "CorvaneApp/app/ShardAudioFolder.h"
+#include "CorvaneApp/app/WorkerAssembly.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/CredentialBackend.h"
 #include "CorvaneApp/config/KeychainStore.h"
@@ -34,34 +36,6 @@
 #include "CorvaneApp/worker/WorkerControllerBridge.h"
 
 namespace corvane {
-
-// Where the program keeps its files and how it reaches the machine; AppEnvironment::system() is
-// the real computer, tests put temp folders and fakes in its place.
-struct AppEnvironment {
-    std::filesystem::path configPath;         // ~/.varnix-compute/config.yaml
-    std::filesystem::path runtimeStatePath;   // ~/.varnix-compute/worker-runtime-state.json
-    std::filesystem::path modelRoot;          // weights, as the model cache lays them out
-    std::filesystem::path parakeetDirectory;  // Parakeet's model set
-    // What runs Parakeet's networks; absent where no runtime can, and then Parakeet is neither
-    // advertised nor loaded.
-    std::shared_ptr<const ParakeetRuntime> parakeetRuntime;
-    // Downloaded shard audio: a folder of Corvane's own, emptied as shards end.
-    std::filesystem::path tempDirectory;
-    std::filesystem::path userDefaultsFile;
-    std::string version;
-    std::shared_ptr<CredentialBackend> credentials;
-    std::shared_ptr<const http::Session> session;
-    std::shared_ptr<MachineProbe> machine;
-    std::shared_ptr<ResourceSampler::Probes> samplerProbes;
-    std::function<std::optional<double>()> secondsSinceLastInput;  // absent: no source answered
-    std::function<bool()> isOnACPower;
-    std::function<MeetingDetector::Snapshot()> meetingProbe;
-    // After a failed model download or load, try again after this many seconds (0: only on
-    // request).
-    double modelRetrySeconds = 0;
-
-    static AppEnvironment system(std::string version);
-};
 
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   public:
@@ -110,18 +84,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     }
 
   private:
-    // The settings the worker side reads from its own threads, copied on each change.
-    struct SettingsMirror {
-        std::mutex mutex;
-        WorkerSettings settings;                  // guarded by mutex
-        std::optional<std::string> quantization;  // guarded by mutex
-        int fallbackPercent = 100;                // guarded by mutex
-    };
     void refreshMirror();
     // What the weights on disk allow; with `runnableOnly`, Parakeet only where a runtime can run it
     // (what the worker may advertise).
     std::vector<ModelIdentifier> modelsOnDisk(bool runnableOnly) const;
-    WhisperHandler::Options whisperOptions() const;
     void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
     void modelFailedOnMain(std::string description);
     void setModelDownloadProgress(std::optional<ModelDownloadProgress> progress);
@@ -143,7 +109,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     std::shared_ptr<ResourceSampler> sampler_;
     std::unique_ptr<IdleEligibilityMonitor> idleMonitor_;
     std::unique_ptr<MeetingDetector> meetingDetector_;
-    std::shared_ptr<SettingsMirror> mirror_;
+    std::shared_ptr<WorkerSettingsMirror> mirror_;
     std::shared_ptr<ShardAudioFolder> shardFolder_;
     std::shared_ptr<PauseHandle> shardFolderPause_;
     std::string shardFolderProblem_;  // the reason of shardFolderPause_

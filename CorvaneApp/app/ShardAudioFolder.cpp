@@ -138,7 +138,8 @@ std::size_t ShardAudioFolder::prepare() {
         holdsLock_ = ::flock(lockFd_, LOCK_EX | LOCK_NB) == 0;
     }
     if (!holdsLock_) {
-        log::get("ShardAudioFolder")->info("another Corvane is using {}; its shard files stay", directory_.string());
+        log::get("ShardAudioFolder")
+            ->info("another Corvane is using {}; its shard files stay", directory_.string());
         return 0;
     }
     return sweep();
@@ -152,14 +153,16 @@ std::size_t ShardAudioFolder::sweep() const {
         std::error_code failed;
         fs::remove_all(entry.path(), failed);
         if (failed) {
-            log::get("ShardAudioFolder")->error("cannot remove leftover shard audio {}: {}", entry.path().string(),
-                            failed.message());
+            log::get("ShardAudioFolder")
+                ->error("cannot remove leftover shard audio {}: {}", entry.path().string(),
+                        failed.message());
         } else {
             ++removed;
         }
     }
     if (removed > 0)
-        log::get("ShardAudioFolder")->info("removed {} leftover shard files from {}", removed, directory_.string());
+        log::get("ShardAudioFolder")
+            ->info("removed {} leftover shard files from {}", removed, directory_.string());
     return removed;
 }
 
@@ -254,7 +257,8 @@ void ShardAudioFolder::clearStaleEntriesOf(const ShardClaim& claim) {
     for (const auto& entry : fs::directory_iterator(directory_, error)) {
         if (!entry.path().filename().string().starts_with(names) || inUse.contains(entry.path()))
             continue;
-        log::get("ShardAudioFolder")->info("removing {}, found where this shard's audio goes", entry.path().string());
+        log::get("ShardAudioFolder")
+            ->info("removing {}, found where this shard's audio goes", entry.path().string());
         remove(entry.path());
     }
 }
@@ -262,7 +266,9 @@ void ShardAudioFolder::clearStaleEntriesOf(const ShardClaim& claim) {
 void ShardAudioFolder::remove(const fs::path& path) const {
     std::error_code error;
     fs::remove_all(path, error);
-    if (error) log::get("ShardAudioFolder")->error("cannot remove shard audio {}: {}", path.string(), error.message());
+    if (error)
+        log::get("ShardAudioFolder")
+            ->error("cannot remove shard audio {}: {}", path.string(), error.message());
 }
 
 }  // namespace corvane
