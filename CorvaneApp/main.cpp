@@ -24,6 +24,7 @@
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/demo/DemoHeadless.h"
+#include "CorvaneApp/demo/ScreenshotScenarios.h"
 #include "CorvaneApp/eligibility/X11Display.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/platform/Paths.h"
@@ -32,6 +33,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: corvane [--headless] [--data-mode=real|dummy]\n"
+    "       corvane --data-mode=dummy --screen=SCENE --capture-to=FILE.png\n"
     "       corvane enroll --coordinator URL [--token-stdin | --token-file FILE] [--schedule "
     "WHEN]\n"
     "       corvane status\n"
@@ -42,6 +44,7 @@ constexpr const char* kUsage =
     "                  SIGTERM or SIGINT stop it cleanly\n"
     "  --data-mode=dummy  show sample data instead: no coordinator, settings kept in memory\n"
     "                  (also CORVANE_DATA_MODE, or the CorvaneDataMode user default)\n"
+    "  --screen, --capture-to  with demo data: render one screen offscreen to a PNG\n"
     "  enroll          connect this computer to a coordinator (see: corvane enroll --help)\n"
     "  status          print the running worker's status, job and last error\n"
     "  signout         end this computer's enrolment (config and credential removed)\n";
@@ -145,21 +148,23 @@ int main(int argc, char** argv) {
     if (const char* mode = std::getenv("CORVANE_DATA_MODE"))
         environment["CORVANE_DATA_MODE"] = mode;
     const auto dataMode = corvane::resolveDataMode(arguments, environment, corvane::UserDefaults());
-    std::vector<std::string> runArguments;  // without the data-mode switches, read above
+    std::vector<std::string> runArguments;  // without the demo's switches, read above
+    std::optional<corvane::ScreenshotLaunchArgs> screenshot;
+    if (dataMode == corvane::DataMode::dummy)
+        screenshot = corvane::ScreenshotLaunchArgs::parse(arguments);
     for (const auto& argument : arguments) {
-        if (!argument.starts_with("--data-mode=")) runArguments.push_back(argument);
+        const bool harness = screenshot && (argument.starts_with("--screen=") ||
+                                            argument.starts_with("--capture-to="));
+        if (!argument.starts_with("--data-mode=") && !harness) runArguments.push_back(argument);
     }
     const bool headless = !runArguments.empty() && runArguments.front() == "--headless";
     if (!runArguments.empty() && !headless) {
         std::cerr << "corvane: unknown argument " << runArguments.front() << "\n" << kUsage;
         return 2;
     }
-    if (dataMode == corvane::DataMode::dummy) {
-        // The sample session has no desktop screens yet; it runs its rhythm in the log.
-        corvane::blockTerminationSignals();
-        return corvane::runDemoHeadless(CORVANE_VERSION);
-    }
-    if (!headless && hasDisplay()) {
+    // The screenshot harness renders offscreen: it needs the desktop image, not a display.
+    if (screenshot) ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    if (screenshot || (!headless && hasDisplay())) {
         if (const auto desktop = desktopBinary()) {
             ::execv(desktop->c_str(), argv);
             std::cerr << "corvane: cannot start the desktop application " << desktop->string()
@@ -167,6 +172,15 @@ int main(int argc, char** argv) {
         } else {
             std::cerr << "corvane: this build has no desktop application; running headless\n";
         }
+        if (screenshot) {
+            std::cout << "ERROR: snapshot failed for scenario " << screenshot->scenario << "\n";
+            return 1;
+        }
+    }
+    if (dataMode == corvane::DataMode::dummy) {
+        // The sample session headless: its rhythm in the log.
+        corvane::blockTerminationSignals();
+        return corvane::runDemoHeadless(CORVANE_VERSION);
     }
     // Before any thread exists, so that only the signal watcher ever receives them. (The desktop
     // application catches them with handlers instead.)

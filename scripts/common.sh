@@ -12,9 +12,9 @@ APT_PACKAGES=(
   libsecret-1-dev libspdlog-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
   libxss-dev libx11-dev libicu-dev libsystemd-dev
-  qt6-base-dev qt6-charts-dev
+  qt6-base-dev qt6-charts-dev fonts-dejavu-core
 )
-TEST_APT_PACKAGES=(clang clang-format espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
+TEST_APT_PACKAGES=(clang clang-format x11-utils espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
 
 # One compiler cache per user, shared by every clone: paths are hashed relative to the clone, so a
 # fresh checkout on a machine that built before compiles only what changed.

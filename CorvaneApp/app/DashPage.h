@@ -8,11 +8,11 @@
 
 namespace corvane {
 
-enum class DashPage { overview, earnings, payouts, schedule, models, settings };
+enum class DashPage { overview, earnings, models, schedule, payouts, settings };
 
 inline constexpr std::array allDashPages{DashPage::overview, DashPage::earnings,
-                                         DashPage::payouts,  DashPage::schedule,
-                                         DashPage::models,   DashPage::settings};
+                                         DashPage::models,   DashPage::schedule,
+                                         DashPage::payouts,  DashPage::settings};
 
 constexpr std::string_view rawValue(DashPage page) {
     switch (page) {
@@ -20,12 +20,12 @@ constexpr std::string_view rawValue(DashPage page) {
             return "overview";
         case DashPage::earnings:
             return "earnings";
-        case DashPage::payouts:
-            return "payouts";
-        case DashPage::schedule:
-            return "schedule";
         case DashPage::models:
             return "models";
+        case DashPage::schedule:
+            return "schedule";
+        case DashPage::payouts:
+            return "payouts";
         case DashPage::settings:
             return "settings";
     }

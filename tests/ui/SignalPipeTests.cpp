@@ -1,4 +1,4 @@
-#include "CorvaneApp/ui/SignalPipe.h"
+#include "CorvaneApp/ui/shell/SignalPipe.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "CorvaneApp/ui/TrayController.h"
+#include "CorvaneApp/ui/tray/TrayController.h"
 
 #include <gtest/gtest.h>
 
@@ -22,70 +22,74 @@ class TrayControllerTest : public ::testing::Test {
 
     std::unique_ptr<TrayController> makeTray() {
         TrayActions actions;
+        actions.onPauseResume = [this] { calls.push_back("pause"); };
         actions.onOpenDashboard = [this] { calls.push_back("dashboard"); };
         actions.onPreferences = [this] { calls.push_back("preferences"); };
         actions.onAbout = [this] { calls.push_back("about"); };
         actions.onQuit = [this] { calls.push_back("quit"); };
-        return std::make_unique<TrayController>(std::move(actions), [this] {
-            ++reads;
-            if (failReads) throw std::runtime_error("state file unreadable");
-            return status;
-        });
+        auto tray = std::make_unique<TrayController>(std::move(actions));
+        tray->render(state);
+        return tray;
+    }
+    static std::vector<std::string> lines(const TrayController& tray) {
+        std::vector<std::string> out;
+        for (const QAction* action : tray.menu().actions()) {
+            if (!action->isVisible()) continue;
+            out.push_back(action->isSeparator() ? "-"
+                                                : action->text().toStdString() +
+                                                      (action->isEnabled() ? "" : " (disabled)"));
+        }
+        return out;
     }
 
-    TrayStatus status{"Earning — Processing work", "Corvane · Earning", "earning"};
-    bool failReads = false;
-    int reads = 0;
+    TrayMenuState state{"Earning — Processing work", "Corvane · Earning", "earning",
+                        StatusAction{StatusAction::Kind::pause, "Pause", true, ""}};
     std::vector<std::string> calls;
 };
 
-TEST_F(TrayControllerTest, MenuIsTheStatusLineThenTheApplicationItems) {
+TEST_F(TrayControllerTest, MenuIsTheStatusLinePauseThenTheApplicationItems) {
     auto tray = makeTray();
-    EXPECT_EQ(reads, 1);  // read once so the menu is complete before it is shown
-    std::vector<std::string> lines;
-    for (const QAction* action : tray->menu().actions()) {
-        lines.push_back(action->isSeparator() ? "-"
-                                              : action->text().toStdString() +
-                                                    (action->isEnabled() ? "" : " (disabled)"));
-    }
-    EXPECT_EQ(lines, (std::vector<std::string>{"Earning — Processing work (disabled)", "-",
-                                               "Open Dashboard", "Preferences…", "-",
-                                               "About Corvane", "Quit Corvane"}));
+    EXPECT_EQ(lines(*tray),
+              (std::vector<std::string>{"Earning — Processing work (disabled)", "Pause", "-",
+                                        "Open Dashboard", "Preferences…", "-", "About Corvane",
+                                        "Quit Corvane"}));
     EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Earning");
     EXPECT_EQ(tray->trayIcon().contextMenu(), &tray->menu());
 
-    for (int index : {2, 3, 5, 6}) tray->menu().actions().at(index)->trigger();
-    EXPECT_EQ(calls, (std::vector<std::string>{"dashboard", "preferences", "about", "quit"}));
+    for (int index : {1, 3, 4, 6, 7}) tray->menu().actions().at(index)->trigger();
+    EXPECT_EQ(calls,
+              (std::vector<std::string>{"pause", "dashboard", "preferences", "about", "quit"}));
 
     // An item whose callback throws is logged and the loop goes on.
     testing::LogCapture logs;
     TrayActions failing;
     failing.onAbout = [] { throw std::runtime_error("no window yet"); };
-    TrayController broken(std::move(failing), [] { return TrayStatus{}; });
-    broken.menu().actions().at(5)->trigger();
+    TrayController broken(std::move(failing));
+    broken.menu().actions().at(6)->trigger();
     EXPECT_TRUE(logs.contains("TrayController error: About Corvane failed: no window yet"));
 }
 
-TEST_F(TrayControllerTest, RefreshFollowsTheStatusAndKeepsTheLastOneWhenReadingFails) {
+TEST_F(TrayControllerTest, RenderFollowsTheStatusAndThePauseThatHolds) {
     auto tray = makeTray();
-    status = {"Paused — Paused by you", "Corvane · Paused", "paused"};
-    tray->refresh();
-    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Paused — Paused by you");
+    state = {"Paused — Paused by you", "Corvane · Paused", "paused",
+             StatusAction{StatusAction::Kind::resume, "Resume", true, ""}};
+    tray->render(state);
+    EXPECT_EQ(lines(*tray).at(0), "Paused — Paused by you (disabled)");
+    EXPECT_EQ(lines(*tray).at(1), "Resume");
     EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Paused");
     EXPECT_EQ(tray->shownIconName(), "paused");
 
-    testing::LogCapture logs;
-    failReads = true;
-    tray->refresh();
-    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Paused — Paused by you");
-    EXPECT_TRUE(logs.contains(
-        "TrayController error: Could not read the status for the tray: state file unreadable"));
+    // Someone else's pause: the owner can't lift it from here.
+    state.pauseAction = StatusAction{StatusAction::Kind::pause, "Pause", false, "in a meeting"};
+    tray->render(state);
+    EXPECT_EQ(lines(*tray).at(1), "Pause (disabled)");
 
-    // Blank fields never leave an empty line or tooltip; an unknown glyph name still draws.
-    failReads = false;
-    status = {"", "", "flux_capacitor"};
-    tray->refresh();
-    EXPECT_EQ(tray->menu().actions().front()->text().toStdString(), "Corvane");
+    // Not enrolled: no pause item; blank fields never leave an empty line or tooltip, and an
+    // unknown glyph name still draws.
+    state = {"", "", "flux_capacitor", std::nullopt};
+    tray->render(state);
+    EXPECT_EQ(lines(*tray).at(0), "Corvane (disabled)");
+    EXPECT_EQ(lines(*tray).at(1), "-");
     EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane");
     EXPECT_FALSE(tray->trayIcon().icon().isNull());
 }

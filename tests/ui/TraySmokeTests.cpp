@@ -253,7 +253,7 @@ TEST_F(TraySmokeTest, WithoutATrayTheRealApplicationRunsUntilASignalEndsItCleanl
         SCOPED_TRACE(signalNumber);
         auto app = startApp(QStringLiteral("offscreen"));
         ASSERT_FALSE(
-            waitForLine(*app, QStringLiteral("No system tray is available: Corvane keeps working"))
+            waitForLine(*app, QStringLiteral("No system tray is available: the dashboard stands"))
                 .isEmpty());
         ::kill(pid_t(app->processId()), signalNumber);
         EXPECT_TRUE(endedWith(*app, 0));

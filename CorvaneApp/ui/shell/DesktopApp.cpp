@@ -1,20 +1,23 @@
-#include "CorvaneApp/ui/DesktopApp.h"
+#include "CorvaneApp/ui/shell/DesktopApp.h"
 
 #include <QApplication>
 #include <QIcon>
-#include <QStyle>
-#include <QStyleFactory>
 #include <QSystemTrayIcon>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iostream>
 #include <optional>
 
 #include "CorvaneApp/platform/Log.h"
-#include "CorvaneApp/ui/QtExecutor.h"
-#include "CorvaneApp/ui/SignalPipe.h"
-#include "CorvaneApp/ui/TrayController.h"
+#include "CorvaneApp/ui/shell/DesktopShell.h"
+#include "CorvaneApp/ui/shell/QtExecutor.h"
+#include "CorvaneApp/ui/shell/SignalPipe.h"
+#include "CorvaneApp/ui/shell/SingleInstance.h"
+#include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/tray/TrayIconSet.h"
 
 namespace corvane {
 namespace {
@@ -26,25 +29,21 @@ void configureApplication(QApplication& app) {
     QGuiApplication::setDesktopFileName(QStringLiteral("corvane"));
     // A tray application: closing its last window doesn't end it.
     QApplication::setQuitOnLastWindowClosed(false);
-    // Light only, whatever the desktop's theme.
-    if (auto* fusion = QStyleFactory::create(QStringLiteral("Fusion"))) {
-        QApplication::setStyle(fusion);
-        QApplication::setPalette(fusion->standardPalette());
-    }
+    theme::apply(app);
     // The installed icon when the theme has it, else the glyph of a working worker.
     app.setWindowIcon(QIcon::fromTheme(QStringLiteral("corvane"), TrayIconSet().icon("earning")));
 }
 
-// Calls the session's shutdown once, whichever way the process ends.
+// Ends the session once, whichever way the process ends.
 class ShutdownOnce {
   public:
-    void attach(DesktopSession* session) { session_ = session; }
-    // False when shutdown() threw.
+    void attach(Session* session) { session_ = session; }
+    // False when the session's end threw.
     bool run() {
         if (done_ || session_ == nullptr) return ok_;
         done_ = true;
         try {
-            session_->shutdown();
+            session_->terminate();
         } catch (const std::exception& error) {
             ok_ = false;
             log::get("DesktopApp")->error("Shutdown failed: {}", error.what());
@@ -53,19 +52,40 @@ class ShutdownOnce {
     }
 
   private:
-    DesktopSession* session_ = nullptr;
+    Session* session_ = nullptr;
     bool done_ = false;
     bool ok_ = true;
 };
 
+// Qt ends the process with exit() when the display's connection breaks (a display server that
+// went away). The session is then ended from an exit handler, so that shards in flight are still
+// reported as in a normal stop. The handler needs a way back to this run: the one pointer below,
+// set only while the loop runs.
+ShutdownOnce* exitShutdown = nullptr;
+
+void endSessionAtExit() {
+    if (exitShutdown == nullptr) return;
+    log::get("DesktopApp")->warn("the display went away; stopping the worker");
+    std::exchange(exitShutdown, nullptr)->run();
+}
+
 }  // namespace
 
-int runDesktop(int argc, char** argv, const DesktopSessionFactory& makeSession,
-               DesktopOptions options) {
+int runDesktop(int argc, char** argv, const SessionFactory& makeSession, DesktopOptions options) {
     auto logger = log::get("DesktopApp");
     QApplication app(argc, argv);
     configureApplication(app);
     QtExecutor mainSequence(app);
+
+    // Before anything else: a second start only brings the running one forward.
+    DesktopShell* shellForActivation = nullptr;
+    auto claim = SingleInstance::claim([&shellForActivation] {
+        if (shellForActivation) shellForActivation->activate();
+    });
+    if (claim.outcome == SingleInstance::Outcome::another) {
+        std::cout << "Corvane is already running; its dashboard was brought forward.\n";
+        return 0;
+    }
 
     ShutdownOnce shutdown;
     auto quit = [&shutdown] {
@@ -83,9 +103,10 @@ int runDesktop(int argc, char** argv, const DesktopSessionFactory& makeSession,
         logger->error("Could not handle termination signals: {}", error.what());
     }
 
-    std::unique_ptr<DesktopSession> session;
+    std::unique_ptr<Session> session;
     try {
         session = makeSession(mainSequence);
+        if (session) session->launch();
     } catch (const std::exception& error) {
         logger->error("Could not start the desktop session: {}", error.what());
         return 1;
@@ -95,24 +116,17 @@ int runDesktop(int argc, char** argv, const DesktopSessionFactory& makeSession,
         return 1;
     }
     shutdown.attach(session.get());
+    exitShutdown = &shutdown;
+    std::atexit(endSessionAtExit);
 
-    TrayActions actions;
-    actions.onOpenDashboard = [&session] { session->openDashboard(); };
-    actions.onPreferences = [&session] { session->showPreferences(); };
-    actions.onAbout = [&session] { session->about(); };
-    actions.onQuit = quit;
-    actions.onActivate = [&session] { session->openDashboard(); };
-    TrayController tray(std::move(actions), [&session] { return session->trayStatus(); });
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        logger->warn("No system tray is available: Corvane keeps working without its tray icon");
-    }
-    tray.show();
-    auto refreshTimer =
-        mainSequence.scheduleRepeating(options.statusRefreshSeconds, [&tray] { tray.refresh(); });
+    DesktopShell shell(*session, mainSequence, {options.version, quit, {}});
+    shellForActivation = &shell;
+    shell.start(QSystemTrayIcon::isSystemTrayAvailable());
 
     const int loopResult = QApplication::exec();
-    refreshTimer.cancel();
+    shellForActivation = nullptr;
     const bool shutDownCleanly = shutdown.run();
+    exitShutdown = nullptr;
     session.reset();
     return shutDownCleanly ? loopResult : 1;
 }

@@ -1,4 +1,4 @@
-#include "CorvaneApp/ui/TrayIconSet.h"
+#include "CorvaneApp/ui/tray/TrayIconSet.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -1,4 +1,4 @@
-#include "CorvaneApp/ui/TrayController.h"
+#include "CorvaneApp/ui/tray/TrayController.h"
 
 #include <QAction>
 #include <QMenu>
@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/ui/widgets/Text.h"
 
 namespace corvane {
 namespace {
@@ -15,7 +16,7 @@ const char* const kFallbackText = "Corvane";
 
 // Menu texts treat '&' as a mnemonic marker; a status line is shown as it is.
 QString menuText(const std::string& text) {
-    return QString::fromStdString(text).replace(u'&', QStringLiteral("&&"));
+    return qt(text).replace(u'&', QStringLiteral("&&"));
 }
 
 QAction* addItem(QMenu& menu, const QString& text, const std::function<void()>& callback) {
@@ -33,13 +34,14 @@ QAction* addItem(QMenu& menu, const QString& text, const std::function<void()>& 
 
 }  // namespace
 
-TrayController::TrayController(TrayActions actions, StatusProvider status)
+TrayController::TrayController(TrayActions actions)
     : actions_(std::move(actions)),
-      status_(std::move(status)),
       menu_(std::make_unique<QMenu>()),
       trayIcon_(std::make_unique<QSystemTrayIcon>()) {
     statusAction_ = menu_->addAction(QString::fromLatin1(kFallbackText));
     statusAction_->setEnabled(false);
+    pauseAction_ = addItem(*menu_, QStringLiteral("Pause"), actions_.onPauseResume);
+    pauseAction_->setVisible(false);
     menu_->addSeparator();
     addItem(*menu_, QStringLiteral("Open Dashboard"), actions_.onOpenDashboard);
     addItem(*menu_, QStringLiteral("Preferences…"), actions_.onPreferences);
@@ -48,14 +50,14 @@ TrayController::TrayController(TrayActions actions, StatusProvider status)
     addItem(*menu_, QStringLiteral("Quit Corvane"), actions_.onQuit);
 
     trayIcon_->setContextMenu(menu_.get());
+    trayIcon_->setToolTip(QString::fromLatin1(kFallbackText));
+    trayIcon_->setIcon(icons_.icon(""));
     QObject::connect(trayIcon_.get(), &QSystemTrayIcon::activated, menu_.get(),
                      [this](QSystemTrayIcon::ActivationReason reason) {
                          const bool click = reason == QSystemTrayIcon::Trigger ||
                                             reason == QSystemTrayIcon::DoubleClick;
                          if (click && actions_.onActivate) actions_.onActivate();
                      });
-    apply(TrayStatus{});
-    refresh();
 }
 
 TrayController::~TrayController() = default;
@@ -64,29 +66,26 @@ void TrayController::show() {
     trayIcon_->show();
 }
 
-void TrayController::refresh() {
-    if (!status_) return;
-    try {
-        apply(status_());
-    } catch (const std::exception& error) {
-        log::get("TrayController")
-            ->error("Could not read the status for the tray: {}", error.what());
-    }
-}
-
-void TrayController::apply(const TrayStatus& status) {
-    const QString line = status.statusLine.empty() ? QString::fromLatin1(kFallbackText)
-                                                   : menuText(status.statusLine);
+void TrayController::render(const TrayMenuState& state) {
+    if (shown_ == state) return;
+    const QString line =
+        state.statusLine.empty() ? QString::fromLatin1(kFallbackText) : menuText(state.statusLine);
     if (statusAction_->text() != line) statusAction_->setText(line);
-
-    const QString tooltip = status.tooltip.empty() ? QString::fromLatin1(kFallbackText)
-                                                   : QString::fromStdString(status.tooltip);
-    if (trayIcon_->toolTip() != tooltip) trayIcon_->setToolTip(tooltip);
-
-    if (shownIconName_ != status.iconName || trayIcon_->icon().isNull()) {
-        shownIconName_ = status.iconName;
-        trayIcon_->setIcon(icons_.icon(status.iconName));
+    pauseAction_->setVisible(state.pauseAction.has_value());
+    if (state.pauseAction) {
+        const QString title = qt(state.pauseAction->title);
+        if (pauseAction_->text() != title) pauseAction_->setText(title);
+        pauseAction_->setEnabled(state.pauseAction->enabled);
+        pauseAction_->setToolTip(qt(state.pauseAction->hint));
     }
+    const QString tooltip =
+        state.tooltip.empty() ? QString::fromLatin1(kFallbackText) : qt(state.tooltip);
+    if (trayIcon_->toolTip() != tooltip) trayIcon_->setToolTip(tooltip);
+    if (shownIconName_ != state.iconName) {
+        shownIconName_ = state.iconName;
+        trayIcon_->setIcon(icons_.icon(state.iconName));
+    }
+    shown_ = state;
 }
 
 }  // namespace corvane

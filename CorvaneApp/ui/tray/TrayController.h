@@ -1,14 +1,18 @@
 #pragma once
-// The status icon in the system tray and its menu: a disabled status line, then Open Dashboard,
-// Preferences…, About Corvane and Quit Corvane. It renders what the status provider says and
-// forwards clicks to the given callbacks; it holds no state of the application.
+// The status icon in the system tray and its menu: the status line (disabled), Pause or Resume,
+// Open Dashboard, Preferences…, About Corvane and Quit Corvane. The menu is drawn by the desktop
+// shell, so a desktop that shows no popover loses nothing. It renders a TrayMenuState and
+// forwards clicks; it holds no state of the application.
+
+#include <QObject>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
-#include "CorvaneApp/ui/TrayIconSet.h"
-#include "CorvaneApp/ui/TrayStatus.h"
+#include "CorvaneApp/dashboard/ShellState.h"
+#include "CorvaneApp/ui/tray/TrayIconSet.h"
 
 class QAction;
 class QMenu;
@@ -17,6 +21,7 @@ class QSystemTrayIcon;
 namespace corvane {
 
 struct TrayActions {
+    std::function<void()> onPauseResume;
     std::function<void()> onOpenDashboard;
     std::function<void()> onPreferences;
     std::function<void()> onAbout;
@@ -26,18 +31,15 @@ struct TrayActions {
 
 class TrayController {
   public:
-    using StatusProvider = std::function<TrayStatus()>;
-
-    // Needs a QApplication. Reads the status once, so the menu is complete before show().
-    TrayController(TrayActions actions, StatusProvider status);
+    // Needs a QApplication.
+    explicit TrayController(TrayActions actions);
     ~TrayController();
     TrayController(const TrayController&) = delete;
     TrayController& operator=(const TrayController&) = delete;
 
     void show();
-    // Re-reads the status: menu line, tooltip and glyph. A provider that throws leaves the last
-    // status in place.
-    void refresh();
+    // Menu line, pause item, tooltip and glyph; what is unchanged is not touched.
+    void render(const TrayMenuState& state);
 
     const QMenu& menu() const { return *menu_; }
     const QSystemTrayIcon& trayIcon() const { return *trayIcon_; }
@@ -45,15 +47,14 @@ class TrayController {
     const std::string& shownIconName() const { return shownIconName_; }
 
   private:
-    void apply(const TrayStatus& status);
-
     TrayActions actions_;
-    StatusProvider status_;
     TrayIconSet icons_;
     std::unique_ptr<QMenu> menu_;
     std::unique_ptr<QSystemTrayIcon> trayIcon_;  // destroyed before the menu it points to
     QAction* statusAction_ = nullptr;            // owned by menu_
+    QAction* pauseAction_ = nullptr;             // owned by menu_
     std::string shownIconName_;
+    std::optional<TrayMenuState> shown_;
 };
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-#include "CorvaneApp/ui/QtExecutor.h"
+#include "CorvaneApp/ui/shell/QtExecutor.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -1,0 +1,77 @@
+#include "CorvaneApp/dashboard/Formatting.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace corvane {
+namespace {
+
+std::string printf1(const char* pattern, double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, pattern, value);
+    return text;
+}
+
+// "1234.5" with comma groups in the whole part: "1,234.5".
+std::string grouped(const std::string& plain) {
+    const auto point = plain.find('.');
+    std::string whole = plain.substr(0, point);
+    const std::string rest = point == std::string::npos ? "" : plain.substr(point);
+    for (int at = int(whole.size()) - 3; at > 0; at -= 3) whole.insert(std::size_t(at), ",");
+    return whole + rest;
+}
+
+}  // namespace
+
+std::string formatUSD(double usd) {
+    if (!std::isfinite(usd)) return "—";
+    const double cents = std::round(std::fabs(usd) * 100) / 100;
+    return std::string(usd < 0 && cents > 0 ? "−" : "") + "$" + grouped(printf1("%.2f", cents));
+}
+
+std::string formatUSD(const std::optional<double>& usd) {
+    return usd ? formatUSD(*usd) : "—";
+}
+
+std::string formattedDelta(double value) {
+    return std::string(value >= 0 ? "+" : "−") + "$" + printf1("%.2f", std::fabs(value));
+}
+
+std::string formatActiveTime(const std::optional<std::int64_t>& minutes) {
+    if (!minutes) return "—";
+    const std::int64_t m = std::max<std::int64_t>(*minutes, 0);
+    if (m < 60) return std::to_string(m) + " min";
+    if (m < 1440) {
+        std::string text = std::to_string(m / 60) + " hr";
+        if (m % 60 != 0) text += " " + std::to_string(m % 60) + " min";
+        return text;
+    }
+    std::string text = std::to_string(m / 1440) + " day";
+    if ((m % 1440) / 60 != 0) text += " " + std::to_string((m % 1440) / 60) + " hr";
+    return text;
+}
+
+std::string formatFileBytes(std::uint64_t bytes) {
+    const double value = double(bytes);
+    if (value >= 1e9) return printf1("%.1f GB", value / 1e9);
+    return printf1("%.0f MB", std::floor(value / 1e6));
+}
+
+std::string byteProgressSubtitle(std::uint64_t bytes, const std::optional<std::uint64_t>& total,
+                                 const std::optional<double>& fraction) {
+    if (!total || *total == 0) return formatFileBytes(bytes);
+    const int percent = int(std::clamp(fraction.value_or(0.0), 0.0, 1.0) * 100);
+    return std::to_string(percent) + "% · " + formatFileBytes(bytes) + " / " +
+           formatFileBytes(*total);
+}
+
+std::string formatPercent(double percent) {
+    return printf1("%.0f%%", std::isfinite(percent) ? std::max(percent, 0.0) : 0.0);
+}
+
+std::string formatGB(double gigabytes) {
+    return printf1("%.1f GB", std::isfinite(gigabytes) ? std::max(gigabytes, 0.0) : 0.0);
+}
+
+}  // namespace corvane
