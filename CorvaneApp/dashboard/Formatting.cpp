@@ -61,7 +61,9 @@ std::string formatFileBytes(std::uint64_t bytes) {
 std::string byteProgressSubtitle(std::uint64_t bytes, const std::optional<std::uint64_t>& total,
                                  const std::optional<double>& fraction) {
     if (!total || *total == 0) return formatFileBytes(bytes);
-    const int percent = int(std::clamp(fraction.value_or(0.0), 0.0, 1.0) * 100);
+    // Truncated, as a progress figure must never run ahead; the epsilon keeps 0.41 (stored as
+    // 0.40999…) from reading 40%.
+    const int percent = int(std::clamp(fraction.value_or(0.0), 0.0, 1.0) * 100 + 1e-9);
     return std::to_string(percent) + "% · " + formatFileBytes(bytes) + " / " +
            formatFileBytes(*total);
 }

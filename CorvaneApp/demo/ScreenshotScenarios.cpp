@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/demo/DemoSession.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 
 namespace corvane {
@@ -153,6 +154,11 @@ void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& m
             {nextMinorVersion(model.machine().appVersion), {}, {}, {}}, model.appVersion());
     }
     if (scenario.models) applyModelsState(*scenario.models, model);
+}
+
+void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, DemoSession& session) {
+    applyScreenshotScenario(scenario, session.model());
+    if (scenario.prepare) scenario.prepare(session);
 }
 
 }  // namespace corvane

@@ -14,6 +14,7 @@
 namespace corvane {
 
 class AppModel;
+class DemoSession;
 
 struct ScreenshotLaunchArgs {
     std::string scenario;
@@ -42,6 +43,9 @@ struct ScreenshotScenarioInfo {
     std::optional<WorkerStatus> status;  // shown with that status's own words
     bool offersUpdate = false;           // a newer published version is known
     std::optional<ScreenshotModelsState> models;
+    // What else the scene sets on the sample session (its account, settings or defaults), after
+    // the rest; the page shown may then arrange itself for the scene (DashboardPage::prepareScene).
+    void (*prepare)(DemoSession& session) = nullptr;
 };
 
 // In catalogue order, the popover scenes first.
@@ -53,5 +57,7 @@ const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id);
 // keeps the one the model has; a paused scene is the owner's own pause, and any other status lifts
 // it.
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model);
+// The same, then the scene's own preparation of the session.
+void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, DemoSession& session);
 
 }  // namespace corvane

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <string_view>
 
 #include "CorvaneApp/app/DashPage.h"
 #include "CorvaneApp/app/ModelChanges.h"
@@ -32,6 +33,9 @@ class DashboardPage : public QWidget {
     virtual void refresh() = 0;
     // The page is now the one shown (a page may start a load it needs).
     virtual void shown() {}
+    // The screenshot harness is about to take scene `sceneID` of this page: open what the scene
+    // shows (a sheet, a tab). Most scenes need nothing here.
+    virtual void prepareScene(std::string_view sceneID) { (void)sceneID; }
 };
 
 // The page for `page`; those still to be built show their title and line.

@@ -30,7 +30,7 @@ void settle() {
 
 QImage renderScene(const ScreenshotScenarioInfo& scenario, DemoSession& session,
                    Executor& mainSequence) {
-    applyScreenshotScenario(scenario, session.model());
+    applyScreenshotScenario(scenario, session);
     settle();
     if (scenario.surface.kind == ScreenshotSurface::Kind::popover) {
         QWidget frame;
@@ -54,6 +54,7 @@ QImage renderScene(const ScreenshotScenarioInfo& scenario, DemoSession& session,
     window.showPage(scenario.surface.page);
     window.show();
     settle();
+    window.page(scenario.surface.page).prepareScene(scenario.id);
     window.renderAll();
     settle();
     return window.grab().toImage();
