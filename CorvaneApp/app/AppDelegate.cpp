@@ -3,7 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <mutex>
 
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
@@ -57,6 +60,7 @@ AppDelegate::AppDelegate(Executor& mainSequence, AppEnvironment environment)
     ModelCache::Dependencies cacheDependencies;
     cacheDependencies.rootDirectory = env_.modelRoot;
     cacheDependencies.session = env_.session;
+    if (env_.modelRegistry) cacheDependencies.registry = *env_.modelRegistry;
     modelCache_ = std::make_shared<ModelCache>(std::move(cacheDependencies));
     parakeetCache_ =
         std::make_shared<const ParakeetCache>(env_.parakeetDirectory, env_.parakeetRuntime);
@@ -83,6 +87,7 @@ void AppDelegate::launch() {
         std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
     sampler_->start(2.0);
     stateReader_->startPolling(2.0);
+    startModelCacheStreamSubscription();
 
     WorkerConfigStore* store = configStore_.get();
     IdleEligibilityMonitor::Settings settings{[store] { return store->idleMinutes(); },
@@ -219,6 +224,46 @@ void AppDelegate::prepareShardFolder() {
     }
 }
 
+// The cache tells of every chunk; a few updates a second are all the screens can show, so a burst
+// is read whole and only its last state of the Whisper model goes to the main sequence.
+void AppDelegate::startModelCacheStreamSubscription() {
+    std::weak_ptr<AppDelegate> weak = weak_from_this();
+    Executor& main = main_;
+    modelCacheStreamTask_ = Task::start([weak, &main, cache = modelCache_](std::stop_token stop) {
+        const ModelIdentifier whisper = whisperModelIdentifier();
+        std::mutex pauseMutex;
+        std::condition_variable_any pause;
+        while (auto change = cache->stateStream().next(stop)) {
+            std::optional<ModelCache::State> latest;
+            for (; change; change = cache->stateStream().tryNext()) {
+                if (change->identifier == whisper) latest = change->state;
+            }
+            if (latest) {
+                main.post([weak, state = *latest] {
+                    if (auto self = weak.lock()) self->applyModelCacheState(state);
+                });
+            }
+            std::unique_lock lock(pauseMutex);
+            pause.wait_for(lock, stop, std::chrono::milliseconds(150), [] { return false; });
+        }
+    });
+}
+
+// Only the bytes of a download in progress come from here: the start, the failure and the end
+// (once the handler has loaded the weights) are told by the model cache task itself, so a report
+// that arrives after those changes nothing.
+void AppDelegate::applyModelCacheState(const ModelCache::State& state) {
+    const auto* downloading = std::get_if<ModelCache::State::Downloading>(&state.value);
+    const std::string whisper = modelDisplayName(whisperModelIdentifier());
+    if (!downloading || terminated_ || !modelDownloadProgress_ ||
+        modelDownloadProgress_->modelDisplayName != whisper ||
+        !std::holds_alternative<ModelDownloadProgress::Downloading>(modelDownloadProgress_->phase))
+        return;
+    setModelDownloadProgress(ModelDownloadProgress{
+        whisper,
+        ModelDownloadProgress::Downloading{downloading->bytesDownloaded, downloading->totalBytes}});
+}
+
 void AppDelegate::restartModelCacheTask() {
     if (!workerBridge_ || terminated_) return;
     auto spec = modelCache_->registry().spec(whisperModelIdentifier());
@@ -235,8 +280,10 @@ void AppDelegate::restartModelCacheTask() {
     }
     auto machine = env_.machine;
     auto options = whisperOptions(env_, mirror_);
-    setModelDownloadProgress(ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
-                                                   ModelDownloadProgress::Downloading{}});
+    // The size the catalogue expects, so the row reads "0% · 0 MB / 1.6 GB" before the first byte.
+    setModelDownloadProgress(
+        ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
+                              ModelDownloadProgress::Downloading{0, spec->expectedSizeBytes}});
 
     std::weak_ptr<AppDelegate> weak = weak_from_this();
     Executor& main = main_;
@@ -451,6 +498,7 @@ void AppDelegate::teardownWorker() {
 void AppDelegate::terminate() {
     if (terminated_) return;
     terminated_ = true;
+    modelCacheStreamTask_.reset();  // cancels and joins
     if (meetingDetector_) meetingDetector_->stop();
     meetingDetector_.reset();
     idleMonitor_.reset();

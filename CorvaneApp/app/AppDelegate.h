@@ -91,6 +91,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     void modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit, double seconds);
     void modelFailedOnMain(std::string description);
     void setModelDownloadProgress(std::optional<ModelDownloadProgress> progress);
+    void startModelCacheStreamSubscription();
+    void applyModelCacheState(const ModelCache::State& state);
     void cancelParakeetInstallTask();
     // Before a worker's first poll: the shard folder made ours and emptied. While that fails, a
     // hold on the gate says why (so no shard is claimed only to fail) and it is tried again.
@@ -120,6 +122,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     std::shared_ptr<WorkerController> workerController_;
     std::shared_ptr<WorkerControllerBridge> workerBridge_;
     TaskHandle modelCacheTask_;
+    TaskHandle modelCacheStreamTask_;
     TaskHandle parakeetInstallTask_;
     std::uint64_t parakeetInstallGeneration_ = 0;  // reports of older install tasks are dropped
     TimerHandle modelRetryTimer_;

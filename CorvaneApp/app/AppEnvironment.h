@@ -11,6 +11,7 @@
 #include "CorvaneApp/eligibility/MeetingDetector.h"
 #include "CorvaneApp/eligibility/ResourceSampler.h"
 #include "CorvaneApp/models/MachineProbe.h"
+#include "CorvaneApp/models/ModelCacheRegistry.h"
 #include "CorvaneApp/models/ParakeetRuntime.h"
 #include "CorvaneApp/platform/Http.h"
 
@@ -36,6 +37,9 @@ struct AppEnvironment {
     std::function<std::optional<double>()> secondsSinceLastInput;  // absent: no source answered
     std::function<bool()> isOnACPower;
     std::function<MeetingDetector::Snapshot()> meetingProbe;
+    // The models the cache fetches and where from; absent: Whisper from the hub the environment
+    // names (REGISTRY_URL, HF_TOKEN, ...).
+    std::optional<ModelCacheRegistry> modelRegistry;
     // After a failed model download or load, try again after this many seconds (0: only on
     // request).
     double modelRetrySeconds = 0;
