@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <string>
 #include <vector>
@@ -243,6 +244,49 @@ TEST_F(TraySmokeTest, TheRealApplicationShowsItsTrayAndQuitsThroughItsMenu) {
                                         "About Corvane",
                                         "Quit Corvane"};
     })) << app->readAllStandardError().toStdString();
+    ASSERT_TRUE(item.click("Quit Corvane"));
+    EXPECT_TRUE(endedWith(*app, 0));
+}
+
+// Whether a window of that title is mapped on the test's X server, asked until `kLimitMs` passes
+// (the application maps it on its own time).
+bool windowAppears(const QString& display, const QString& title) {
+    QDeadlineTimer deadline(kLimitMs);
+    while (!deadline.hasExpired()) {
+        QProcess query;
+        query.start(QStringLiteral("xwininfo"), {QStringLiteral("-root"), QStringLiteral("-tree"),
+                                                 QStringLiteral("-display"), display});
+        query.waitForFinished(kLimitMs);
+        if (QString::fromUtf8(query.readAllStandardOutput()).contains(u'"' + title + u'"'))
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+}
+
+TEST_F(TraySmokeTest, OpenDashboardFromTheTrayMenuShowsTheDashboard) {
+    auto app = startApp(QStringLiteral("xcb"));
+    const auto words = waitForLine(*watcher, QStringLiteral("item ")).split(u' ');
+    ASSERT_EQ(words.size(), 3) << app->readAllStandardError().toStdString();
+    const TrayItem item(*client, words[1], words[2]);
+    ASSERT_TRUE(item.waitUntil([&] { return !item.menu().empty(); }));
+    ASSERT_TRUE(item.click("Open Dashboard"));
+    EXPECT_TRUE(windowAppears(displayName, QStringLiteral("Corvane — Overview")))
+        << app->readAllStandardError().toStdString();
+    ASSERT_TRUE(item.click("Quit Corvane"));
+    EXPECT_TRUE(endedWith(*app, 0));
+}
+
+TEST_F(TraySmokeTest, ASecondStartBringsTheRunningOneForwardAndEnds) {
+    auto app = startApp(QStringLiteral("xcb"));
+    const auto words = waitForLine(*watcher, QStringLiteral("item ")).split(u' ');
+    ASSERT_EQ(words.size(), 3) << app->readAllStandardError().toStdString();
+    const TrayItem item(*client, words[1], words[2]);
+    auto second = start(QStringLiteral(CORVANE_BINARY), {}, QStringLiteral("xcb"));
+    EXPECT_TRUE(endedWith(*second, 0));
+    EXPECT_TRUE(second->readAllStandardOutput().contains("already running"));
+    EXPECT_TRUE(windowAppears(displayName, QStringLiteral("Corvane — Overview")))
+        << app->readAllStandardError().toStdString();
     ASSERT_TRUE(item.click("Quit Corvane"));
     EXPECT_TRUE(endedWith(*app, 0));
 }

@@ -23,8 +23,8 @@ namespace corvane {
 namespace {
 
 void configureApplication(QApplication& app) {
+    // No display name: Qt would append it to every window title ("Corvane — Overview — Corvane").
     QApplication::setApplicationName(QStringLiteral("Corvane"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Corvane"));
     // Ties our windows and the tray item to corvane.desktop.
     QGuiApplication::setDesktopFileName(QStringLiteral("corvane"));
     // A tray application: closing its last window doesn't end it.
