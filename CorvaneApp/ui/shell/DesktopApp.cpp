@@ -13,6 +13,7 @@
 
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/shell/DesktopShell.h"
+#include "CorvaneApp/ui/shell/PaintLog.h"
 #include "CorvaneApp/ui/shell/QtExecutor.h"
 #include "CorvaneApp/ui/shell/SignalPipe.h"
 #include "CorvaneApp/ui/shell/SingleInstance.h"
@@ -119,6 +120,7 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     exitShutdown = &shutdown;
     std::atexit(endSessionAtExit);
 
+    const auto paintLog = PaintLog::installIfRequested();
     DesktopShell shell(*session, mainSequence, {options.version, quit, {}});
     shellForActivation = &shell;
     shell.start(QSystemTrayIcon::isSystemTrayAvailable());
