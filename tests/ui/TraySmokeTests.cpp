@@ -291,6 +291,24 @@ TEST_F(TraySmokeTest, ASecondStartBringsTheRunningOneForwardAndEnds) {
     EXPECT_TRUE(endedWith(*app, 0));
 }
 
+// Its own display, taken away under it: Qt ends the process, and the session is stopped first.
+TEST_F(TraySmokeTest, ADisplayThatGoesAwayEndsTheProcessAfterStoppingTheSession) {
+    auto ownDisplay =
+        start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"),
+                                       QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+    const QString number = waitForLine(*ownDisplay, QString());
+    ASSERT_FALSE(number.isEmpty());
+    const QString shared = std::exchange(displayName, QStringLiteral(":") + number);
+    auto app = startApp(QStringLiteral("xcb"));
+    displayName = shared;
+    ASSERT_FALSE(waitForLine(*app, QStringLiteral("not enrolled yet")).isEmpty());
+    ownDisplay->kill();
+    ownDisplay->waitForFinished(kLimitMs);
+    EXPECT_FALSE(
+        waitForLine(*app, QStringLiteral("the display went away; stopping the worker")).isEmpty());
+    EXPECT_TRUE(app->waitForFinished(kLimitMs));
+}
+
 // Offscreen has no tray: the process says so and keeps running until a termination signal.
 TEST_F(TraySmokeTest, WithoutATrayTheRealApplicationRunsUntilASignalEndsItCleanly) {
     for (int signalNumber : {SIGTERM, SIGINT}) {
