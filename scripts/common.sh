@@ -11,7 +11,7 @@ APT_PACKAGES=(
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
   libsecret-1-dev libspdlog-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
-  libxss-dev libx11-dev libicu-dev libsystemd-dev
+  libxss-dev libx11-dev libxcb1-dev libicu-dev libsystemd-dev
   qt6-base-dev qt6-charts-dev fonts-dejavu-core
 )
 TEST_APT_PACKAGES=(clang clang-format x11-utils espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)

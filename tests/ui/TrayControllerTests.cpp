@@ -53,8 +53,7 @@ TEST_F(TrayControllerTest, MenuIsTheStatusLinePauseThenTheApplicationItems) {
               (std::vector<std::string>{"Earning — Processing work (disabled)", "Pause", "-",
                                         "Open Dashboard", "Preferences…", "-", "About Corvane",
                                         "Quit Corvane"}));
-    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Earning");
-    EXPECT_EQ(tray->trayIcon().contextMenu(), &tray->menu());
+    EXPECT_EQ(tray->tooltip().toStdString(), "Corvane · Earning");
 
     for (int index : {1, 3, 4, 6, 7}) tray->menu().actions().at(index)->trigger();
     EXPECT_EQ(calls,
@@ -76,7 +75,7 @@ TEST_F(TrayControllerTest, RenderFollowsTheStatusAndThePauseThatHolds) {
     tray->render(state);
     EXPECT_EQ(lines(*tray).at(0), "Paused — Paused by you (disabled)");
     EXPECT_EQ(lines(*tray).at(1), "Resume");
-    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane · Paused");
+    EXPECT_EQ(tray->tooltip().toStdString(), "Corvane · Paused");
     EXPECT_EQ(tray->shownIconName(), "paused");
 
     // Someone else's pause: the owner can't lift it from here.
@@ -90,8 +89,11 @@ TEST_F(TrayControllerTest, RenderFollowsTheStatusAndThePauseThatHolds) {
     tray->render(state);
     EXPECT_EQ(lines(*tray).at(0), "Corvane (disabled)");
     EXPECT_EQ(lines(*tray).at(1), "-");
-    EXPECT_EQ(tray->trayIcon().toolTip().toStdString(), "Corvane");
-    EXPECT_FALSE(tray->trayIcon().icon().isNull());
+    EXPECT_EQ(tray->tooltip().toStdString(), "Corvane");
+    tray->show();
+    ASSERT_TRUE(tray->trayIcon());
+    EXPECT_EQ(tray->trayIcon()->contextMenu(), &tray->menu());
+    EXPECT_FALSE(tray->trayIcon()->icon().isNull());
 }
 
 TEST(TrayIconSetTest, EveryStatusHasALegibleGlyphAtPanelSizes) {

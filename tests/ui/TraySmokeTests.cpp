@@ -291,6 +291,30 @@ TEST_F(TraySmokeTest, ASecondStartBringsTheRunningOneForwardAndEnds) {
     EXPECT_TRUE(endedWith(*app, 0));
 }
 
+// A panel that comes after Corvane (started later, or restarted) still gets the icon.
+TEST_F(TraySmokeTest, ATrayHostThatAppearsAfterTheStartGetsTheIcon) {
+    QFile config(root->filePath(QStringLiteral("bus.conf")));
+    auto lateBus = start(QStringLiteral("dbus-daemon"),
+                         {QStringLiteral("--config-file=") + config.fileName(),
+                          QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
+    const QString address = waitForLine(*lateBus, QStringLiteral("unix:"));
+    ASSERT_FALSE(address.isEmpty());
+    const QString shared = std::exchange(busAddress, address);
+    auto app = startApp(QStringLiteral("xcb"));
+    ASSERT_FALSE(waitForLine(*app, QStringLiteral("No system tray is available")).isEmpty());
+    auto lateWatcher = start(QStringLiteral(CORVANE_UI_SNI_WATCHER), {});
+    busAddress = shared;
+    EXPECT_FALSE(waitForLine(*lateWatcher, QStringLiteral("item ")).isEmpty())
+        << app->readAllStandardError().toStdString();
+    EXPECT_FALSE(waitForLine(*app, QStringLiteral("a tray host appeared")).isEmpty());
+    ::kill(pid_t(app->processId()), SIGTERM);
+    EXPECT_TRUE(endedWith(*app, 0));
+    for (auto* process : {&lateWatcher, &lateBus}) {
+        (*process)->kill();
+        (*process)->waitForFinished(kLimitMs);
+    }
+}
+
 // Its own display, taken away under it: Qt ends the process, and the session is stopped first.
 TEST_F(TraySmokeTest, ADisplayThatGoesAwayEndsTheProcessAfterStoppingTheSession) {
     auto ownDisplay =

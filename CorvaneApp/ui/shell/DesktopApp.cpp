@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QIcon>
-#include <QSystemTrayIcon>
 
 #include <csignal>
 #include <cstdlib>
@@ -123,7 +122,7 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     const auto paintLog = PaintLog::installIfRequested();
     DesktopShell shell(*session, mainSequence, {options.version, quit, {}});
     shellForActivation = &shell;
-    shell.start(QSystemTrayIcon::isSystemTrayAvailable());
+    shell.start();
 
     const int loopResult = QApplication::exec();
     shellForActivation = nullptr;

@@ -8,6 +8,7 @@
 #include "CorvaneApp/ui/dashboard/DashboardWindow.h"
 #include "CorvaneApp/ui/tray/PopoverWindow.h"
 #include "CorvaneApp/ui/tray/TrayController.h"
+#include "CorvaneApp/ui/tray/TrayHost.h"
 #include "CorvaneApp/ui/widgets/Text.h"
 
 namespace corvane {
@@ -54,13 +55,18 @@ DesktopShell::DesktopShell(Session& session, Executor& mainSequence, Options opt
 
 DesktopShell::~DesktopShell() = default;
 
-void DesktopShell::start(bool trayAvailable) {
-    tray_->show();
-    if (!trayAvailable) {
-        log::get("DesktopApp")
-            ->warn("No system tray is available: the dashboard stands in for the tray icon");
-        openDashboard();
+void DesktopShell::start() {
+    if (TrayHost::present()) {
+        tray_->show();
+        return;
     }
+    log::get("DesktopApp")
+        ->warn("No system tray is available: the dashboard stands in for the tray icon");
+    openDashboard();
+    trayHost_ = std::make_unique<TrayHost>([this] {
+        log::get("DesktopApp")->info("a tray host appeared; the icon registers with it");
+        tray_->show();
+    });
 }
 
 void DesktopShell::modelChanged(ModelParts parts) {

@@ -18,6 +18,7 @@ namespace corvane {
 class DashboardWindow;
 class PopoverWindow;
 class TrayController;
+class TrayHost;
 
 class DesktopShell {
   public:
@@ -34,9 +35,9 @@ class DesktopShell {
     DesktopShell(const DesktopShell&) = delete;
     DesktopShell& operator=(const DesktopShell&) = delete;
 
-    // Shows the tray icon; without a tray host the dashboard opens instead, so that the owner
-    // sees Corvane at all.
-    void start(bool trayAvailable);
+    // Shows the tray icon when a tray is there; without one the dashboard opens instead, so that
+    // the owner sees Corvane at all, and the icon comes once a tray host appears.
+    void start();
     void openDashboard(std::optional<DashPage> page = std::nullopt);
     void togglePopover();
     void showAbout();
@@ -57,6 +58,7 @@ class DesktopShell {
     Options options_;
     PageContext pageContext_;
     std::unique_ptr<TrayController> tray_;
+    std::unique_ptr<TrayHost> trayHost_;
     std::unique_ptr<PopoverWindow> popover_;
     std::unique_ptr<DashboardWindow> dashboard_;
     Subscription modelSubscription_;

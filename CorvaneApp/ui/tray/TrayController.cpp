@@ -37,7 +37,7 @@ QAction* addItem(QMenu& menu, const QString& text, const std::function<void()>& 
 TrayController::TrayController(TrayActions actions)
     : actions_(std::move(actions)),
       menu_(std::make_unique<QMenu>()),
-      trayIcon_(std::make_unique<QSystemTrayIcon>()) {
+      tooltip_(QString::fromLatin1(kFallbackText)) {
     statusAction_ = menu_->addAction(QString::fromLatin1(kFallbackText));
     statusAction_->setEnabled(false);
     pauseAction_ = addItem(*menu_, QStringLiteral("Pause"), actions_.onPauseResume);
@@ -48,21 +48,21 @@ TrayController::TrayController(TrayActions actions)
     menu_->addSeparator();
     addItem(*menu_, QStringLiteral("About Corvane"), actions_.onAbout);
     addItem(*menu_, QStringLiteral("Quit Corvane"), actions_.onQuit);
+}
 
+TrayController::~TrayController() = default;
+
+void TrayController::show() {
+    if (trayIcon_) return;
+    trayIcon_ = std::make_unique<QSystemTrayIcon>(icons_.icon(shownIconName_));
     trayIcon_->setContextMenu(menu_.get());
-    trayIcon_->setToolTip(QString::fromLatin1(kFallbackText));
-    trayIcon_->setIcon(icons_.icon(""));
+    trayIcon_->setToolTip(tooltip_);
     QObject::connect(trayIcon_.get(), &QSystemTrayIcon::activated, menu_.get(),
                      [this](QSystemTrayIcon::ActivationReason reason) {
                          const bool click = reason == QSystemTrayIcon::Trigger ||
                                             reason == QSystemTrayIcon::DoubleClick;
                          if (click && actions_.onActivate) actions_.onActivate();
                      });
-}
-
-TrayController::~TrayController() = default;
-
-void TrayController::show() {
     trayIcon_->show();
 }
 
@@ -80,10 +80,13 @@ void TrayController::render(const TrayMenuState& state) {
     }
     const QString tooltip =
         state.tooltip.empty() ? QString::fromLatin1(kFallbackText) : qt(state.tooltip);
-    if (trayIcon_->toolTip() != tooltip) trayIcon_->setToolTip(tooltip);
+    if (tooltip_ != tooltip) {
+        tooltip_ = tooltip;
+        if (trayIcon_) trayIcon_->setToolTip(tooltip);
+    }
     if (shownIconName_ != state.iconName) {
         shownIconName_ = state.iconName;
-        trayIcon_->setIcon(icons_.icon(state.iconName));
+        if (trayIcon_) trayIcon_->setIcon(icons_.icon(state.iconName));
     }
     shown_ = state;
 }

@@ -31,18 +31,21 @@ struct TrayActions {
 
 class TrayController {
   public:
-    // Needs a QApplication.
+    // Needs a QApplication. The icon itself is made only by show(), once a tray is there.
     explicit TrayController(TrayActions actions);
     ~TrayController();
     TrayController(const TrayController&) = delete;
     TrayController& operator=(const TrayController&) = delete;
 
     void show();
+    bool isShown() const { return trayIcon_ != nullptr; }
     // Menu line, pause item, tooltip and glyph; what is unchanged is not touched.
     void render(const TrayMenuState& state);
 
     const QMenu& menu() const { return *menu_; }
-    const QSystemTrayIcon& trayIcon() const { return *trayIcon_; }
+    // Absent until shown.
+    const QSystemTrayIcon* trayIcon() const { return trayIcon_.get(); }
+    const QString& tooltip() const { return tooltip_; }
     // The glyph's status name as last applied.
     const std::string& shownIconName() const { return shownIconName_; }
 
@@ -54,6 +57,7 @@ class TrayController {
     QAction* statusAction_ = nullptr;            // owned by menu_
     QAction* pauseAction_ = nullptr;             // owned by menu_
     std::string shownIconName_;
+    QString tooltip_;
     std::optional<TrayMenuState> shown_;
 };
 
