@@ -115,12 +115,15 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
     StatusPublisher status(session, workerStatusFilePath());
     status.tick();
     auto statusTimer = loop.scheduleRepeating(2.0, [&status] { status.tick(); });
+    return runUntilTerminated(loop, session);
+}
 
+int runUntilTerminated(LoopExecutor& loop, Session& session) {
     auto signalWatcher = quitOnTerminationSignal(loop);
     loop.run();
     session.terminate();
     signalWatcher.request_stop();
-    logger->info("corvane stopped");
+    log::get("corvane")->info("corvane stopped");
     return 0;
 }
 

@@ -18,6 +18,12 @@ void blockTerminationSignals();
 // logs which one came. Stops looking when the returned thread is destroyed.
 [[nodiscard]] std::jthread quitOnTerminationSignal(LoopExecutor& loop);
 
+class Session;
+
+// Runs `loop` until SIGTERM or SIGINT, then ends `session` (shards in flight are reported) and
+// logs the stop. Returns 0.
+int runUntilTerminated(LoopExecutor& loop, Session& session);
+
 // Returns the process's exit status: 0 after a clean stop, 2 when the computer is not enrolled.
 int runHeadless(const std::string& version, std::ostream& out, std::ostream& err);
 

@@ -53,13 +53,7 @@ int runDemoHeadless(const std::string& version) {
     };
     tick();
     auto timer = loop.scheduleRepeating(1.0, tick);
-
-    auto signalWatcher = quitOnTerminationSignal(loop);
-    loop.run();
-    session.terminate();
-    signalWatcher.request_stop();
-    logger->info("corvane stopped");
-    return 0;
+    return runUntilTerminated(loop, session);
 }
 
 }  // namespace corvane
