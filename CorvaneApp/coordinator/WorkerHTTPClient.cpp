@@ -31,6 +31,40 @@ std::vector<ShardClaim> decodeBatchBody(const Json& body) {
     return claims;
 }
 
+// The rows of the status table that every operation shares: 401, 2xx and anything else.
+void throwIfNotOK(const http::Response& response, const std::string& path) {
+    if (response.status == 401) {
+        log::get("WorkerHTTPClient")->error("401 from {} — token rejected", path);
+        throw WorkerHTTPError::unauthorized();
+    }
+    if (response.status >= 200 && response.status <= 299) return;
+    auto detail = decodeDetail(response.body);
+    log::get("WorkerHTTPClient")->error("HTTP {} from {}", response.status, path);
+    throw WorkerHTTPError::httpError(response.status, std::move(detail));
+}
+
+// The statuses with a meaning of their own at poll: 409, 429 and 503.
+void throwPollStatus(const http::Response& response, const std::string& path) {
+    if (response.status == 409) {
+        std::optional<std::string> minVersion, downloadURL;
+        try {
+            Json body = parseJson(response.body);
+            minVersion = json::optionalString(body, "min_version");
+            downloadURL = json::optionalString(body, "download_url");
+            (void)json::optionalString(body, "reason");
+        } catch (const std::exception&) {
+            minVersion.reset();
+            downloadURL.reset();
+        }
+        throw WorkerHTTPError::versionTooOld(std::move(minVersion), std::move(downloadURL));
+    }
+    if (response.status == 429)
+        throw WorkerHTTPError::rateLimited(headerInteger(response, "Retry-After"));
+    if (response.status == 503)
+        throw WorkerHTTPError::maintenanceMode(headerInteger(response, "Retry-After"));
+    throwIfNotOK(response, path);
+}
+
 }  // namespace
 
 PollBatchOutcome WorkerHTTPClientProtocol::pollBatch(const WorkerCapabilities& capabilities,
@@ -85,17 +119,6 @@ http::Response WorkerHTTPClient::performRequest(const http::Request& request,
     }
 }
 
-void WorkerHTTPClient::throwIfNotOK(const http::Response& response, const std::string& path) const {
-    if (response.status == 401) {
-        log::get("WorkerHTTPClient")->error("401 from {} — token rejected", path);
-        throw WorkerHTTPError::unauthorized();
-    }
-    if (response.status >= 200 && response.status <= 299) return;
-    auto detail = decodeDetail(response.body);
-    log::get("WorkerHTTPClient")->error("HTTP {} from {}", response.status, path);
-    throw WorkerHTTPError::httpError(response.status, std::move(detail));
-}
-
 http::Response WorkerHTTPClient::sendPoll(const std::string& path,
                                           const WorkerCapabilities& capabilities,
                                           std::stop_token stop) const {
@@ -105,37 +128,24 @@ http::Response WorkerHTTPClient::sendPoll(const std::string& path,
     } catch (const std::exception&) {
         // A record that cannot be encoded (invalid UTF-8 in a name) is left out; the poll goes on.
     }
-    auto response = performRequest(request, path, stop);
-    if (response.status == 0) throw WorkerHTTPError::httpError(0, "no response");
-    return response;
-}
-
-void WorkerHTTPClient::throwPollStatus(const http::Response& response,
-                                       const std::string& path) const {
-    if (response.status == 409) {
-        std::optional<std::string> minVersion, downloadURL;
-        try {
-            Json body = parseJson(response.body);
-            minVersion = json::optionalString(body, "min_version");
-            downloadURL = json::optionalString(body, "download_url");
-            (void)json::optionalString(body, "reason");
-        } catch (const std::exception&) {
-            minVersion.reset();
-            downloadURL.reset();
-        }
-        throw WorkerHTTPError::versionTooOld(std::move(minVersion), std::move(downloadURL));
-    }
-    if (response.status == 429)
-        throw WorkerHTTPError::rateLimited(headerInteger(response, "Retry-After"));
-    if (response.status == 503)
-        throw WorkerHTTPError::maintenanceMode(headerInteger(response, "Retry-After"));
-    throwIfNotOK(response, path);
+    return performRequest(request, path, stop);
 }
 
 std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capabilities,
                                                  std::stop_token stop) {
     const std::string path = "/api/v1/workers/poll";
-    auto response = sendPoll(path, capabilities, stop);
+    return readPollResponse(sendPoll(path, capabilities, stop), path);
+}
+
+PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilities,
+                                             std::int64_t maxShards, std::stop_token stop) {
+    const std::string path = "/api/v1/workers/poll?max_shards=" + std::to_string(maxShards);
+    return readPollBatchResponse(sendPoll(path, capabilities, stop), maxShards, path);
+}
+
+std::optional<ShardClaim> WorkerHTTPClient::readPollResponse(const http::Response& response,
+                                                             const std::string& path) {
+    if (response.status == 0) throw WorkerHTTPError::httpError(0, "no response");
     if (response.status == 204) return std::nullopt;
     throwPollStatus(response, path);
     try {
@@ -146,10 +156,10 @@ std::optional<ShardClaim> WorkerHTTPClient::poll(const WorkerCapabilities& capab
     }
 }
 
-PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilities,
-                                             std::int64_t maxShards, std::stop_token stop) {
-    const std::string path = "/api/v1/workers/poll?max_shards=" + std::to_string(maxShards);
-    auto response = sendPoll(path, capabilities, stop);
+PollBatchOutcome WorkerHTTPClient::readPollBatchResponse(const http::Response& response,
+                                                         std::int64_t maxShards,
+                                                         const std::string& path) {
+    if (response.status == 0) throw WorkerHTTPError::httpError(0, "no response");
     PollBatchOutcome outcome;
     outcome.suggestedMaxShards = headerInteger(response, "X-Suggested-Max-Shards");
     outcome.strategySuggestion = CoordinatorStrategySuggestion::parse(response.headers);
@@ -159,25 +169,20 @@ PollBatchOutcome WorkerHTTPClient::pollBatch(const WorkerCapabilities& capabilit
     std::string lastError;
     try {
         Json body = parseJson(response.body);
-        auto attemptBatch = [&]() -> bool {
+        auto attempt = [&](auto decode) -> bool {
             try {
-                outcome.items = decodeBatchBody(body);
+                outcome.items = decode(body);
                 return true;
             } catch (const std::exception& error) {
                 lastError = error.what();
                 return false;
             }
         };
-        auto attemptBare = [&]() -> bool {
-            try {
-                outcome.items = {ShardClaim::decode(body)};
-                return true;
-            } catch (const std::exception& error) {
-                lastError = error.what();
-                return false;
-            }
+        auto batch = [](const Json& json) { return decodeBatchBody(json); };
+        auto bare = [](const Json& json) {
+            return std::vector<ShardClaim>{ShardClaim::decode(json)};
         };
-        if ((maxShards > 1 && attemptBatch()) || attemptBare() || attemptBatch()) return outcome;
+        if ((maxShards > 1 && attempt(batch)) || attempt(bare) || attempt(batch)) return outcome;
     } catch (const DecodingError& error) {
         lastError = error.what();
     }

@@ -55,16 +55,21 @@ class WorkerHTTPClient final : public WorkerHTTPClientProtocol {
     static std::string failPath(const std::string& jobId, const std::optional<std::string>& shardId,
                                 const std::string& suffix);
 
+    // What a poll's answer says: its claims and header suggestions, or the WorkerHTTPError that
+    // its status or body calls for. Pure: the answer's bytes are all it reads.
+    static PollBatchOutcome readPollBatchResponse(const http::Response& response,
+                                                  std::int64_t maxShards, const std::string& path);
+    static std::optional<ShardClaim> readPollResponse(const http::Response& response,
+                                                      const std::string& path);
+
   private:
     http::Request makeRequest(const std::string& path, const std::string& method) const;
     http::Response performRequest(const http::Request& request, const std::string& path,
                                   std::stop_token stop) const;
-    void throwIfNotOK(const http::Response& response, const std::string& path) const;
     // The per-job POSTs share everything but their suffix and body.
     void postJobOperation(const std::string& path, std::string body, std::stop_token stop) const;
     http::Response sendPoll(const std::string& path, const WorkerCapabilities& capabilities,
                             std::stop_token stop) const;
-    void throwPollStatus(const http::Response& response, const std::string& path) const;
 
     std::string baseURL_;
     std::string token_;
