@@ -21,7 +21,8 @@ class DecodingError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Parses text as JSON; throws DecodingError on malformed or truncated input.
+// Parses text as JSON; throws DecodingError on malformed or truncated input, and on a number too
+// large for a double.
 Json parseJson(std::string_view text);
 
 namespace json {

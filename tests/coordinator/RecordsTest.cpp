@@ -39,7 +39,8 @@ TEST(ShardClaimDecoding, LenientFieldsFallBackAndStrictFieldsFail) {
         SCOPED_TRACE(bad);
         EXPECT_THROW(decode(bad), DecodingError);
     }
-    for (const char* broken : {"", "{", R"({"job_id":"j",)", "<html>busy</html>"}) {
+    for (const char* broken :
+         {"", "{", R"({"job_id":"j",)", "<html>busy</html>", "1e400", R"({"n":[-2e308]})"}) {
         EXPECT_THROW(parseJson(broken), DecodingError) << broken;
     }
 }

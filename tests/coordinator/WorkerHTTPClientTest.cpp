@@ -101,6 +101,8 @@ TEST_F(WorkerHTTPClientTest, PollStatusesMapToTheirErrorsWithTheUsersTexts) {
          Kind::decodingError,
          ""},
         {"200 null items", {200, {}, R"({"items":null})"}, Kind::decodingError, ""},
+        // A number beyond a double is a decoding error too, not an exception of the JSON library.
+        {"200 number overflow", {200, {}, R"({"items":[],"n":1e400})"}, Kind::decodingError, ""},
     };
     auto worker = client();
     for (const auto& row : rows) {
