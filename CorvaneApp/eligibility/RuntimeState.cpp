@@ -130,8 +130,12 @@ std::optional<RuntimeState> loadRuntimeState(const std::filesystem::path& path) 
 
 std::optional<std::int64_t> runtimeEffectivePercent(const std::filesystem::path& path) {
     auto state = loadRuntimeState(path);
-    if (!state || !state->thermal || !state->thermal->effectiveResourcePercent) return std::nullopt;
-    const double value = *state->thermal->effectiveResourcePercent;
+    return state ? runtimeEffectivePercent(*state) : std::nullopt;
+}
+
+std::optional<std::int64_t> runtimeEffectivePercent(const RuntimeState& state) {
+    if (!state.thermal || !state.thermal->effectiveResourcePercent) return std::nullopt;
+    const double value = *state.thermal->effectiveResourcePercent;
     // Beyond this no percentage means anything, and the conversion below must stay in range.
     if (!std::isfinite(value) || std::abs(value) > 1e15) return std::nullopt;
     return static_cast<std::int64_t>(std::round(value));

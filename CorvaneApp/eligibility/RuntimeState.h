@@ -73,5 +73,7 @@ std::optional<RuntimeState> loadRuntimeState(const std::filesystem::path& path);
 // thermal.effectiveResourcePercent of the file, rounded to a whole number (halves away from
 // zero); absent when the file, the value or the decoding fails, or the value is not finite.
 std::optional<std::int64_t> runtimeEffectivePercent(const std::filesystem::path& path);
+// The same of a record already read.
+std::optional<std::int64_t> runtimeEffectivePercent(const RuntimeState& state);
 
 }  // namespace corvane

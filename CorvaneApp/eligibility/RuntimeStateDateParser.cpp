@@ -77,6 +77,11 @@ std::optional<Date> RuntimeStateDateParser::parse(std::string_view text) {
     if (!date.ok() || *hour > 23 || *minute > 59 || *second > 59) return std::nullopt;
     const auto wholeSeconds = sys_days{date} + hours{*hour} + minutes{*minute} + seconds{*second} -
                               minutes{offsetMinutes};
+    // A Date counts nanoseconds in 64 bits, from about 1678 to 2262; a moment outside that can't
+    // be held, and reads as absent like any other unreadable timestamp.
+    constexpr auto limit = duration_cast<seconds>(Date::duration::max()) - seconds{1};
+    if (wholeSeconds.time_since_epoch() > limit || wholeSeconds.time_since_epoch() < -limit)
+        return std::nullopt;
     return addSeconds(time_point_cast<Date::duration>(wholeSeconds), fraction);
 }
 

@@ -11,7 +11,8 @@ namespace corvane {
 
 class RuntimeStateDateParser {
   public:
-    // Absent for anything else, including impossible dates such as February 30.
+    // Absent for anything else, including impossible dates such as February 30 and moments a Date
+    // cannot hold (before 1678 or after 2261).
     static std::optional<Date> parse(std::string_view text);
 
     RuntimeStateDateParser() = delete;

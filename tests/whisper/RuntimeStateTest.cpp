@@ -42,9 +42,15 @@ TEST(RuntimeStateDates, InternetDateTimesWithAndWithoutFractions) {
     EXPECT_EQ(RuntimeStateDateParser::parse("2026-11-16T22:30:53+01:30"), kNov16);
     EXPECT_EQ(RuntimeStateDateParser::parse("2028-02-29T00:00:00Z"),
               dateFromUnixSeconds(1'835'395'200));
-    const char* refused[] = {"2026-11-16T21:00:53",      "2026-02-30T00:00:00Z",
-                             "2026-11-16T24:00:00Z",     "2026-11-16T21:00:53.Z",
-                             "2026-11-16T21:00:53Zjunk", "2026-11-16T21:00:53+0100"};
+    EXPECT_EQ(RuntimeStateDateParser::parse("1970-01-01T00:00:00Z"), Date{});
+    EXPECT_EQ(RuntimeStateDateParser::parse("1900-01-01T00:00:00Z"),
+              dateFromUnixSeconds(-2'208'988'800))
+        << "old but within reach";
+    const char* refused[] = {
+        "2026-11-16T21:00:53", "2026-02-30T00:00:00Z", "2026-11-16T24:00:00Z",
+        "2026-11-16T21:00:53.Z", "2026-11-16T21:00:53Zjunk", "2026-11-16T21:00:53+0100",
+        // beyond what a Date holds: no overflow into a wrong moment
+        "1013-11-16T21:00:53Z", "9999-12-31T23:59:59.999Z", "0000-01-01T00:00:00+23:59"};
     for (const char* text : refused)
         EXPECT_EQ(RuntimeStateDateParser::parse(text), std::nullopt) << text;
 }
