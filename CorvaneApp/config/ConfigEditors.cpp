@@ -55,13 +55,6 @@ std::optional<size_t> findNestedKey(const std::vector<std::string>& lines, const
     return std::nullopt;
 }
 
-std::vector<std::string> withLineEnds(std::vector<std::string> newLines, bool crlf) {
-    if (crlf) {
-        for (auto& line : newLines) line += '\r';
-    }
-    return newLines;
-}
-
 // One past the last line of the grid that starts at `header`: its rows (flow or block, at the
 // header's depth or deeper) and blank lines between them, not blank lines after them.
 size_t gridEnd(const std::vector<std::string>& lines, size_t header, size_t limit) {
@@ -90,7 +83,7 @@ void setFlatScalar(std::string_view key, std::string_view value, std::vector<std
         }
     }
     bool crlf = cl::usesCrlf(lines);
-    lines.push_back(withLineEnds({line}, crlf).front());
+    cl::insertLines(lines, lines.size(), {line}, crlf);
 }
 
 void setNestedScalar(std::string_view section, std::string_view key, std::string_view value,
@@ -99,16 +92,14 @@ void setNestedScalar(std::string_view section, std::string_view key, std::string
     bool crlf = cl::usesCrlf(lines);
     auto found = findSection(lines, section);
     if (!found) {
-        auto added = withLineEnds({std::string(section) + ":", line}, crlf);
-        lines.insert(lines.end(), added.begin(), added.end());
+        cl::insertLines(lines, lines.size(), {std::string(section) + ":", line}, crlf);
         return;
     }
     if (auto index = findNestedKey(lines, *found, key)) {
         lines[*index] = cl::keepLineEnd(lines[*index], line);
         return;
     }
-    lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(found->bodyEnd),
-                 withLineEnds({line}, crlf).front());
+    cl::insertLines(lines, found->bodyEnd, {line}, crlf);
 }
 
 void setNestedWeeklyGrid(std::string_view section, std::string_view key, const ScheduleGrid& grid,
@@ -121,8 +112,7 @@ void setNestedWeeklyGrid(std::string_view section, std::string_view key, const S
     auto found = findSection(lines, section);
     if (!found) {
         block.insert(block.begin(), std::string(section) + ":");
-        block = withLineEnds(std::move(block), crlf);
-        lines.insert(lines.end(), block.begin(), block.end());
+        cl::insertLines(lines, lines.size(), std::move(block), crlf);
         return;
     }
     std::string header = std::string(key) + ":";
@@ -132,14 +122,20 @@ void setNestedWeeklyGrid(std::string_view section, std::string_view key, const S
             at = i;
     }
     if (!at) {
-        block = withLineEnds(std::move(block), crlf);
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(found->bodyEnd), block.begin(),
-                     block.end());
+        cl::insertLines(lines, found->bodyEnd, std::move(block), crlf);
         return;
     }
-    // The replaced lines keep the line end of the old header.
-    block = withLineEnds(std::move(block), !lines[*at].empty() && lines[*at].back() == '\r');
+    // The new lines take the line end of the old header, or the file's where the header was the
+    // last line and had none to give; the last of them ends as the old grid did when that ended
+    // the file.
     size_t end = gridEnd(lines, *at, found->bodyEnd);
+    const bool headerCrlf = lines[*at].ends_with('\r') || (*at + 1 == lines.size() && crlf);
+    const bool lastCrlf = end == lines.size() ? lines[end - 1].ends_with('\r') : headerCrlf;
+    for (auto& line : block) {
+        if (headerCrlf) line += '\r';
+    }
+    if (lastCrlf && !headerCrlf) block.back() += '\r';
+    if (!lastCrlf && headerCrlf) block.back().pop_back();
     lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(*at),
                 lines.begin() + static_cast<std::ptrdiff_t>(end));
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*at), block.begin(), block.end());

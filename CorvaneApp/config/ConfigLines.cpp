@@ -59,6 +59,16 @@ bool usesCrlf(const std::vector<std::string>& lines) {
     return !lines.empty() && !lines.front().empty() && lines.front().back() == '\r';
 }
 
+void insertLines(std::vector<std::string>& lines, size_t at, std::vector<std::string> added,
+                 bool crlf) {
+    if (crlf) {
+        for (auto& line : added) line += '\r';
+        if (at == lines.size() && !lines.empty() && !lines.back().ends_with('\r'))
+            lines.back() += '\r';
+    }
+    lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(at), added.begin(), added.end());
+}
+
 bool isEmpty(std::string_view line) {
     return content(line).empty();
 }

@@ -31,6 +31,11 @@ std::string_view content(std::string_view line);
 std::string keepLineEnd(std::string_view original, std::string replacement);
 // The line end new lines take in this file: CRLF when its first line has one.
 bool usesCrlf(const std::vector<std::string>& lines);
+// Inserts `added` before index `at`, each line ending in CR when `crlf`. Past the end of a CRLF
+// file the line that was last (the empty one after the final line break, or a last line without
+// one) gets its CR too, now that a line break follows it.
+void insertLines(std::vector<std::string>& lines, size_t at, std::vector<std::string> added,
+                 bool crlf);
 
 bool isEmpty(std::string_view line);
 // Starts with a space or a tab.

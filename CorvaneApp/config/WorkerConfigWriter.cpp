@@ -134,9 +134,6 @@ void WorkerConfigWriter::replaceWorkerTokenKeychainBlock(std::vector<std::string
         "  service: " + cl::singleQuoted(workerTokenRef.service),
         "  account: " + cl::singleQuoted(workerTokenRef.account),
     };
-    if (crlf) {
-        for (auto& line : block) line += '\r';
-    }
     if (lines.empty()) {
         lines = block;
         return;
@@ -149,11 +146,11 @@ void WorkerConfigWriter::replaceWorkerTokenKeychainBlock(std::vector<std::string
         while (end < lines.size() && !cl::isEmpty(lines[end]) && cl::isIndented(lines[end])) ++end;
         lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i),
                     lines.begin() + static_cast<std::ptrdiff_t>(end));
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(i), block.begin(), block.end());
+        cl::insertLines(lines, i, std::move(block), crlf);
         return;
     }
-    auto at = cl::isEmpty(lines.back()) ? lines.end() - 1 : lines.end();
-    lines.insert(at, block.begin(), block.end());
+    cl::insertLines(lines, cl::isEmpty(lines.back()) ? lines.size() - 1 : lines.size(),
+                    std::move(block), crlf);
 }
 
 }  // namespace corvane

@@ -207,16 +207,20 @@ std::string applyChecked(const std::string& text, const Edit& edit, const std::s
     auto after = before;
     edit.apply(after);
     auto result = cl::withBom(hasBom, cl::join(after));
-    auto diff = testing::diffLines(before, after);
+    auto diff = testing::diffEditedLines(before, after);
     for (const auto& line : diff.removed)
         EXPECT_TRUE(edit.owns(line)) << where << ": removed \"" << line << "\"";
     for (const auto& line : diff.added)
         EXPECT_TRUE(edit.owns(line)) << where << ": added \"" << line << "\"";
     EXPECT_LE(diff.removed.size(), edit.maxRemoved) << where;
-    const bool crlf = cl::usesCrlf(before);  // inserted lines take the file's line ends too
-    for (const auto& line : after)
-        EXPECT_TRUE(line.empty() || line.ends_with('\r') == crlf)
-            << where << ": \"" << line << "\"";
+    // Inserted lines take the file's line ends too, and every line break of a CRLF file stays
+    // CRLF (only the last line, after which none follows, may lack its CR).
+    const bool crlf = cl::usesCrlf(before);
+    for (size_t i = 0; i < after.size(); ++i) {
+        const bool last = i + 1 == after.size();
+        EXPECT_TRUE((last && after[i].empty()) || after[i].ends_with('\r') == crlf)
+            << where << ": \"" << after[i] << "\"";
+    }
     for (size_t i = 0; i + 1 < after.size();
          ++i) {  // a key written under "section: {}" would be no YAML
         auto text = cl::content(after[i]);
@@ -251,6 +255,49 @@ TEST(ConfigCorpusTest, EditsChangeOnlyTheirOwnLinesAloneAndInSequence) {
             for (const auto& edit : edits)
                 EXPECT_TRUE(edit.readsBack(text)) << name << " / " << edit.name;
         }
+    }
+}
+
+// Lines added past the end of a CRLF file: the empty line after the final line break (or a last
+// line without one) gets its CR once a line follows it, so that no line break turns into a bare
+// LF. (Found by fuzzing the editors.)
+TEST(ConfigCorpusTest, LinesAddedPastTheEndOfACrlfFileKeepEveryLineBreakCrlf) {
+    const WorkerConfigWriter writer{"u", "w", {"S", "A"}, {}, [] { return Date{}; }};
+    struct Row {
+        const char* name;
+        std::string before;
+        std::function<void(Lines&)> edit;
+        std::string after;
+    };
+    const Row rows[] = {
+        {"flat key appended", "a: 1\r\nidle_detection:\r\n  min_idle_minutes: 6\r\n",
+         [](Lines& l) { configyaml::setFlatScalar("payout_method", "paypal", l); },
+         "a: 1\r\nidle_detection:\r\n  min_idle_minutes: 6\r\n\r\npayout_method: paypal\r"},
+        {"section appended after a last line without a break", "a: 1\r\nb: 2",
+         [](Lines& l) { configyaml::setNestedScalar("resource_policy", "k", "5", l); },
+         "a: 1\r\nb: 2\r\nresource_policy:\r\n  k: 5\r"},
+        {"key added to the last section", "idle_detection:\r\n  x: 1\r\n",
+         [](Lines& l) { configyaml::setNestedScalar("idle_detection", "k", "5", l); },
+         "idle_detection:\r\n  x: 1\r\n\r\n  k: 5\r"},
+        {"grid whose header ends the file", "schedule:\r\n  weekly_grid:",
+         [](Lines& l) {
+             configyaml::setNestedWeeklyGrid("schedule", "weekly_grid", ScheduleGrid::recommended(),
+                                             l);
+         },
+         [] {
+             std::string text = "schedule:\r\n  weekly_grid:";
+             for (const auto& row : configyaml::weeklyGridRows(ScheduleGrid::recommended()))
+                 text += "\r\n" + row;
+             return text;
+         }()},
+        {"token block after a last line without a break", "a: 1\r\nb: 2",
+         [&](Lines& l) { writer.replaceWorkerTokenKeychainBlock(l); },
+         "a: 1\r\nb: 2\r\nworker_token_keychain:\r\n  service: 'S'\r\n  account: 'A'\r"},
+    };
+    for (const auto& row : rows) {
+        auto lines = cl::split(row.before);
+        row.edit(lines);
+        EXPECT_EQ(cl::join(lines), row.after) << row.name;
     }
 }
 
