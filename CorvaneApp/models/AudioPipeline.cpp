@@ -4,13 +4,16 @@
 #include "CorvaneApp/platform/Log.h"
 
 namespace corvane {
+namespace {
 
-std::vector<float> AudioPipeline::decodeTo16kMonoPCM(const std::filesystem::path& fileURL) {
+// The decoder's stages become the cases of AudioDecodeError, whatever the bytes came from.
+template <typename Decode>
+std::vector<float> decodeAs(const std::filesystem::path& fileURL, Decode decode) {
     using Stage = FfmpegAudioDecoder::Failure::Stage;
     const std::string url = fileURL.string();
     FfmpegAudioDecoder::Result decoded;
     try {
-        decoded = FfmpegAudioDecoder(static_cast<int>(targetSampleRate)).decodeFile(fileURL);
+        decoded = decode(FfmpegAudioDecoder(static_cast<int>(AudioPipeline::targetSampleRate)));
     } catch (const FfmpegAudioDecoder::Failure& failure) {
         switch (failure.stage()) {
             case Stage::open:
@@ -31,6 +34,19 @@ std::vector<float> AudioPipeline::decodeTo16kMonoPCM(const std::filesystem::path
                 static_cast<double>(decoded.sourceSampleRate), decoded.sourceChannels,
                 decoded.samples.size());
     return std::move(decoded.samples);
+}
+
+}  // namespace
+
+std::vector<float> AudioPipeline::decodeTo16kMonoPCM(const std::filesystem::path& fileURL) {
+    return decodeAs(fileURL,
+                    [&](const FfmpegAudioDecoder& decoder) { return decoder.decodeFile(fileURL); });
+}
+
+std::vector<float> AudioPipeline::decodeBytesTo16kMonoPCM(std::span<const std::byte> bytes,
+                                                          const std::filesystem::path& fileURL) {
+    return decodeAs(fileURL,
+                    [&](const FfmpegAudioDecoder& decoder) { return decoder.decodeBytes(bytes); });
 }
 
 }  // namespace corvane

@@ -1,7 +1,10 @@
 #pragma once
 // The decoder both handlers call with a claim's audio file: mono 32-bit float samples at 16 kHz.
 
+#include <cstddef>
 #include <filesystem>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "CorvaneApp/models/AudioDecodeError.h"
@@ -16,6 +19,9 @@ class AudioPipeline {
     // the main sequence). Any container and codec FFmpeg reads, found by content; channels are
     // averaged. Throws AudioDecodeError.
     static std::vector<float> decodeTo16kMonoPCM(const std::filesystem::path& fileURL);
+    // The same for a file's bytes already in memory; `fileURL` only names it in errors and logs.
+    static std::vector<float> decodeBytesTo16kMonoPCM(std::span<const std::byte> bytes,
+                                                      const std::filesystem::path& fileURL);
 
     AudioPipeline() = delete;
 };

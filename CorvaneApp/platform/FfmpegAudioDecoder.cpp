@@ -1,7 +1,12 @@
 #include "CorvaneApp/platform/FfmpegAudioDecoder.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -18,7 +23,9 @@ extern "C" {
 namespace corvane {
 namespace {
 
-using Stage = FfmpegAudioDecoder::Failure::Stage;
+using Failure = FfmpegAudioDecoder::Failure;
+using Result = FfmpegAudioDecoder::Result;
+using Stage = Failure::Stage;
 
 std::string errorText(int code) {
     char buffer[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -47,6 +54,103 @@ void routeLibraryLogOnce() {
     });
 }
 
+// Where the bytes of a file come from: positional reads of a known length. A file and a buffer
+// in memory are the two kinds; everything after them is the same decoding.
+class Source {
+  public:
+    virtual ~Source() = default;
+    virtual std::int64_t size() const = 0;
+    // Up to `length` bytes at `offset`, fewer only at the end; a negative FFmpeg error code when
+    // the bytes cannot be read.
+    virtual int readAt(std::int64_t offset, std::uint8_t* into, int length) const = 0;
+};
+
+class FileSource final : public Source {
+  public:
+    explicit FileSource(const std::filesystem::path& path)
+        : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (descriptor_ < 0) fail(Stage::open, AVERROR(errno));
+        struct stat info {};
+        if (::fstat(descriptor_, &info) != 0) fail(Stage::open, AVERROR(errno));
+        size_ = info.st_size;
+    }
+    FileSource(const FileSource&) = delete;
+    FileSource& operator=(const FileSource&) = delete;
+    ~FileSource() override {
+        if (descriptor_ >= 0) ::close(descriptor_);
+    }
+
+    std::int64_t size() const override { return size_; }
+    int readAt(std::int64_t offset, std::uint8_t* into, int length) const override {
+        while (true) {
+            ssize_t got = ::pread(descriptor_, into, static_cast<size_t>(length), offset);
+            if (got >= 0) return static_cast<int>(got);
+            if (errno != EINTR) return AVERROR(errno);
+        }
+    }
+
+  private:
+    int descriptor_;
+    std::int64_t size_ = 0;
+};
+
+class MemorySource final : public Source {
+  public:
+    explicit MemorySource(std::span<const std::byte> bytes) : bytes_(bytes) {}
+    std::int64_t size() const override { return static_cast<std::int64_t>(bytes_.size()); }
+    int readAt(std::int64_t offset, std::uint8_t* into, int length) const override {
+        if (offset < 0 || offset >= size()) return 0;
+        auto count = std::min<std::int64_t>(length, size() - offset);
+        std::memcpy(into, bytes_.data() + offset, static_cast<size_t>(count));
+        return static_cast<int>(count);
+    }
+
+  private:
+    std::span<const std::byte> bytes_;
+};
+
+// FFmpeg's view of a Source: a read position and the callbacks of a custom I/O context.
+class SourceReader {
+  public:
+    explicit SourceReader(const Source& source) : source_(source) {}
+
+    static int read(void* opaque, std::uint8_t* into, int length) {
+        auto* self = static_cast<SourceReader*>(opaque);
+        int got = self->source_.readAt(self->position_, into, length);
+        if (got < 0) return got;
+        if (got == 0) return AVERROR_EOF;
+        self->position_ += got;
+        return got;
+    }
+
+    static std::int64_t seek(void* opaque, std::int64_t offset, int whence) {
+        auto* self = static_cast<SourceReader*>(opaque);
+        const std::int64_t size = self->source_.size();
+        if (whence & AVSEEK_SIZE) return size;
+        std::int64_t target = 0;
+        switch (whence & ~AVSEEK_FORCE) {
+            case SEEK_SET:
+                target = offset;
+                break;
+            case SEEK_CUR:
+                target = self->position_ + offset;
+                break;
+            case SEEK_END:
+                target = size + offset;
+                break;
+            default:
+                return AVERROR(EINVAL);
+        }
+        if (target < 0) return AVERROR(EINVAL);
+        self->position_ = target;
+        return target;
+    }
+
+  private:
+    const Source& source_;
+    std::int64_t position_ = 0;
+};
+
 struct FormatInput {
     AVIOContext* io = nullptr;
     AVFormatContext* format = nullptr;
@@ -55,7 +159,8 @@ struct FormatInput {
     FormatInput& operator=(const FormatInput&) = delete;
     ~FormatInput() {
         avformat_close_input(&format);  // leaves our own I/O context to us
-        avio_closep(&io);
+        if (io) av_freep(&io->buffer);
+        avio_context_free(&io);
     }
 };
 
@@ -117,9 +222,15 @@ class MonoResampler {
 
   private:
     void configure(const AVChannelLayout& layout, AVSampleFormat format, int rate) {
-        if (rate <= 0)
-            throw FfmpegAudioDecoder::Failure(Stage::conversion,
-                                              "source sample rate " + std::to_string(rate));
+        // Rates outside what audio uses are refused: resampling from gigahertz builds filters of
+        // gigabytes, and from a few hertz turns a small file into gigabytes of samples.
+        constexpr int kLowestRate = 1000;
+        constexpr int kHighestRate = 768000;
+        if (rate < kLowestRate || rate > kHighestRate)
+            throw FfmpegAudioDecoder::Failure(
+                Stage::conversion, "source sample rate " + std::to_string(rate) +
+                                       " Hz is outside " + std::to_string(kLowestRate) + " to " +
+                                       std::to_string(kHighestRate) + " Hz");
         AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
         SwrContext* raw = nullptr;
         // This FFmpeg takes the layouts by non-const pointer but only reads them.
@@ -173,24 +284,24 @@ std::optional<std::int64_t> declaredFrames(const AVFormatContext* format, const 
 
 // FFmpeg trims a WAV's stated data size to what the file holds, which hides a file cut short; the
 // header's own figure tells. Absent for a size left open by a streaming writer.
-std::optional<std::int64_t> wavHeaderFrames(const std::filesystem::path& path, int blockAlign) {
+std::optional<std::int64_t> wavHeaderFrames(const Source& source, int blockAlign) {
     if (blockAlign <= 0) return std::nullopt;
-    std::ifstream in(path, std::ios::binary);
-    char riff[12];
-    if (!in.read(riff, sizeof riff) || std::string_view(riff, 4) != "RIFF" ||
-        std::string_view(riff + 8, 4) != "WAVE") {
+    std::uint8_t riff[12];
+    if (source.readAt(0, riff, sizeof riff) != sizeof riff || std::memcmp(riff, "RIFF", 4) != 0 ||
+        std::memcmp(riff + 8, "WAVE", 4) != 0) {
         return std::nullopt;
     }
+    std::int64_t offset = sizeof riff;
     for (int chunk = 0; chunk < 64; ++chunk) {
-        unsigned char header[8];
-        if (!in.read(reinterpret_cast<char*>(header), sizeof header)) return std::nullopt;
+        std::uint8_t header[8];
+        if (source.readAt(offset, header, sizeof header) != sizeof header) return std::nullopt;
         std::uint32_t size = header[4] | header[5] << 8 | header[6] << 16 |
                              static_cast<std::uint32_t>(header[7]) << 24;
-        if (std::string_view(reinterpret_cast<char*>(header), 4) == "data") {
+        if (std::memcmp(header, "data", 4) == 0) {
             if (size == 0xFFFFFFFF) return std::nullopt;
             return static_cast<std::int64_t>(size) / blockAlign;
         }
-        in.seekg(size + (size & 1), std::ios::cur);
+        offset += sizeof header + size + (size & 1);
     }
     return std::nullopt;
 }
@@ -202,24 +313,34 @@ bool endsEarly(std::int64_t decoded, std::int64_t declared) {
     return decoded + allowance < declared;
 }
 
-}  // namespace
+// Compressed speech rarely yields more than a few dozen samples at 16 kHz per byte of file (Opus
+// at 6 kbit/s about 21); beyond this the output grows as it is decoded instead of up front.
+constexpr std::int64_t kMostSamplesPerByte = 64;
 
-FfmpegAudioDecoder::FfmpegAudioDecoder(int targetSampleRate) : targetSampleRate_(targetSampleRate) {
-    if (targetSampleRate_ <= 0) throw std::invalid_argument("target sample rate must be positive");
-    routeLibraryLogOnce();
-}
-
-FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem::path& path) const {
+Result decodeSource(const Source& source, int targetSampleRate) {
+    constexpr int kReadBufferSize = 64 * 1024;
+    SourceReader reader(source);  // outlives the I/O context that calls it
     FormatInput input;
-    // Our own I/O context with an empty name: the format is probed from the bytes, never guessed
-    // from the extension, and a ':' in the path is never taken for a protocol.
-    int code = avio_open(&input.io, ("file:" + path.string()).c_str(), AVIO_FLAG_READ);
-    if (code < 0) fail(Stage::open, code);
+    auto* buffer = static_cast<std::uint8_t*>(av_malloc(kReadBufferSize));
+    if (!buffer) fail(Stage::open, AVERROR(ENOMEM));
+    input.io = avio_alloc_context(buffer, kReadBufferSize, 0, &reader, &SourceReader::read, nullptr,
+                                  &SourceReader::seek);
+    if (!input.io) {
+        av_free(buffer);
+        fail(Stage::open, AVERROR(ENOMEM));
+    }
     input.format = avformat_alloc_context();
     if (!input.format) fail(Stage::open, AVERROR(ENOMEM));
     input.format->pb = input.io;
-    if ((code = avformat_open_input(&input.format, "", nullptr, nullptr)) < 0)
-        fail(Stage::open, code);
+    // A media file may name others (a concat list, a playlist). No protocol is allowed, so none of
+    // them is ever opened: a downloaded file can't make us read local files or reach other hosts.
+    // Demuxers that open files of their own inherit the list.
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "none", 0);
+    // An empty name: the format is probed from the bytes, never guessed from an extension.
+    int code = avformat_open_input(&input.format, "", nullptr, &options);
+    av_dict_free(&options);
+    if (code < 0) fail(Stage::open, code);
     if ((code = avformat_find_stream_info(input.format, nullptr)) < 0) fail(Stage::open, code);
 
     const AVCodec* codec = nullptr;
@@ -245,17 +366,20 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
     result.sourceChannels = stream->codecpar->ch_layout.nb_channels;
     result.declaredFrames = declaredFrames(input.format, stream, result.sourceSampleRate);
     if (std::string_view(input.format->iformat->name) == "wav") {
-        if (auto stated = wavHeaderFrames(path, stream->codecpar->block_align))
+        if (auto stated = wavHeaderFrames(source, stream->codecpar->block_align))
             result.declaredFrames = stated;
     }
     if (result.declaredFrames && result.sourceSampleRate > 0) {
-        // One allocation for the whole output, so that peak memory is the samples and no more.
-        auto expected =
-            av_rescale(*result.declaredFrames, targetSampleRate_, result.sourceSampleRate);
-        result.samples.reserve(static_cast<size_t>(expected + expected / 100 + 16384));
+        // One allocation for the whole output, so that peak memory is the samples and no more;
+        // but no more than the file's bytes could plausibly hold, whatever its header claims.
+        const std::int64_t expected =
+            std::min(av_rescale(*result.declaredFrames, targetSampleRate, result.sourceSampleRate),
+                     source.size() * kMostSamplesPerByte);
+        if (expected > 0)
+            result.samples.reserve(static_cast<size_t>(expected + expected / 100 + 16384));
     }
 
-    MonoResampler resampler(targetSampleRate_, result.samples);
+    MonoResampler resampler(targetSampleRate, result.samples);
     PacketPtr packet(av_packet_alloc());
     FramePtr frame(av_frame_alloc());
     if (!packet || !frame) fail(Stage::read, AVERROR(ENOMEM));
@@ -306,12 +430,27 @@ FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem:
     if (result.declaredFrames && result.decodedFrames > *result.declaredFrames) {
         // Encoders pad the last packet (AAC in MP4 keeps it); the container's length is the
         // audio's.
-        auto keep = av_rescale_rnd(*result.declaredFrames, targetSampleRate_,
+        auto keep = av_rescale_rnd(*result.declaredFrames, targetSampleRate,
                                    result.sourceSampleRate, AV_ROUND_NEAR_INF);
         if (keep >= 0 && static_cast<size_t>(keep) < result.samples.size())
             result.samples.resize(static_cast<size_t>(keep));
     }
     return result;
+}
+
+}  // namespace
+
+FfmpegAudioDecoder::FfmpegAudioDecoder(int targetSampleRate) : targetSampleRate_(targetSampleRate) {
+    if (targetSampleRate_ <= 0) throw std::invalid_argument("target sample rate must be positive");
+    routeLibraryLogOnce();
+}
+
+FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem::path& path) const {
+    return decodeSource(FileSource(path), targetSampleRate_);
+}
+
+FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeBytes(std::span<const std::byte> bytes) const {
+    return decodeSource(MemorySource(bytes), targetSampleRate_);
 }
 
 std::vector<float> FfmpegAudioDecoder::convertInterleaved(std::span<const float> samples,

@@ -2,6 +2,7 @@
 // Decodes any audio file that FFmpeg reads, recognised by its content, to mono float samples at
 // one target rate; also converts interleaved float buffers to that form.
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -45,8 +46,12 @@ class FfmpegAudioDecoder {
     int targetSampleRate() const { return targetSampleRate_; }
 
     // Decodes the best audio stream of the file. The format is found from the bytes alone, so a
-    // file with the wrong extension still decodes. Throws Failure.
+    // file with the wrong extension still decodes. The file is read as it is decoded, never held
+    // whole. A media file that names other files or URLs (playlists, references) never gets them
+    // opened: it is decoded from its own bytes or not at all. Throws Failure.
     Result decodeFile(const std::filesystem::path& path) const;
+    // The same for a file's bytes already in memory.
+    Result decodeBytes(std::span<const std::byte> bytes) const;
 
     // Converts interleaved float samples at `sampleRate` with `channels` channels to mono at the
     // target rate. Throws Failure (conversion) for a rate or channel count below 1.

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <random>
+#include <variant>
 
 #include "tests/models/AudioFixtures.h"
 #include "tests/models/TestFolder.h"
@@ -136,6 +139,135 @@ TEST(AudioPipeline, BadFilesFailWithTheirOwnCase) {
         } catch (const AudioDecodeError& error) {
             EXPECT_EQ(error.description().substr(0, text.size()), text) << error.description();
             EXPECT_EQ(error.description().find("no underlying error"), std::string::npos) << file;
+        }
+    }
+}
+
+std::vector<std::byte> bytesOf(const std::filesystem::path& file) {
+    const auto text = testing::readFile(file);
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
+
+// What decoding gives: the samples, or the error's text.
+template <typename Decode>
+std::variant<std::vector<float>, std::string> outcome(Decode decode) {
+    try {
+        return decode();
+    } catch (const AudioDecodeError& error) {
+        return error.description();
+    }
+}
+
+// The in-memory entry is the same decoding: same samples, same errors, including a WAV whose
+// header promises more than it holds.
+TEST(AudioPipeline, BytesInMemoryDecodeExactlyAsTheirFile) {
+    auto wav = AudioFixtures::speech();
+    std::string noise(4096, '\0');
+    for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>(i * 7919 % 251);
+    const std::filesystem::path files[] = {
+        wav,
+        AudioFixtures::ffmpeg("speech-memory.flac", {"-i", wav.string()}),
+        AudioFixtures::ffmpeg("speech-memory.mp3", {"-i", wav.string()}),
+        AudioFixtures::bytes("truncated-memory.wav",
+                             testing::readFile(wav).substr(0, testing::readFile(wav).size() / 2)),
+        AudioFixtures::bytes("noise-memory.mp3", noise),
+        AudioFixtures::bytes("empty-memory.wav", ""),
+    };
+    for (const auto& file : files) {
+        auto fromFile = outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(file); });
+        auto bytes = bytesOf(file);
+        auto fromMemory =
+            outcome([&] { return AudioPipeline::decodeBytesTo16kMonoPCM(bytes, file); });
+        EXPECT_EQ(fromMemory, fromFile) << file;
+    }
+    EXPECT_TRUE(std::holds_alternative<std::vector<float>>(
+        outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(wav); })));
+}
+
+// 8-bit mono PCM at `rate` whose header says its data chunk holds `statedBytes`.
+std::string wavClaiming(std::uint32_t statedBytes, int rate, const std::string& samples) {
+    auto le = [](std::uint32_t value, int bytes) {
+        std::string out;
+        for (int i = 0; i < bytes; ++i) out += static_cast<char>(value >> (8 * i) & 0xFF);
+        return out;
+    };
+    const auto r = static_cast<std::uint32_t>(rate);
+    return "RIFF" + le(36 + statedBytes, 4) + "WAVEfmt " + le(16, 4) + le(1, 2) + le(1, 2) +
+           le(r, 4) + le(r, 4) + le(1, 2) + le(8, 2) + "data" + le(statedBytes, 4) + samples;
+}
+
+// A small file whose header promises hundreds of gigabytes of samples is a file cut short, not a
+// reason to allocate them up front (which threw std::bad_alloc past the decoder's errors).
+TEST(AudioPipeline, AHeaderPromisingGigabytesFailsAsTheShortFileItIs) {
+    const auto text = wavClaiming(0xFFFFFFF0u, 1000, std::string(1000, '\x80'));
+    auto file = AudioFixtures::bytes("promises-gigabytes.wav", text);
+    auto bytes = bytesOf(file);
+    for (const auto& result :
+         {outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(file); }),
+          outcome([&] { return AudioPipeline::decodeBytesTo16kMonoPCM(bytes, file); })}) {
+        ASSERT_TRUE(std::holds_alternative<std::string>(result));
+        EXPECT_EQ(std::get<std::string>(result),
+                  "AudioDecodeError.readFailure(promises-gigabytes.wav): End of file after 1000 of "
+                  "4294967280 frames");
+    }
+}
+
+// Sample rates no audio uses are refused before the resampler is built: from 1.4 GHz it took half
+// a minute and gigabytes to build its filters; from 1 Hz each byte would become 16000 samples.
+TEST(AudioPipeline, SampleRatesNoAudioUsesAreRefused) {
+    auto fileAt = [&](int sourceRate) {  // a tenth of a second, at most 100 000 frames
+        const int frames = std::min(sourceRate / 10 + 1, 100'000);
+        return AudioFixtures::bytes("rate-" + std::to_string(sourceRate) + ".wav",
+                                    wavClaiming(static_cast<std::uint32_t>(frames), sourceRate,
+                                                std::string(static_cast<size_t>(frames), '\x80')));
+    };
+    for (int sourceRate : {1398488704, 768001, 999, 1}) {
+        EXPECT_EQ(outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(fileAt(sourceRate)); }),
+                  (std::variant<std::vector<float>, std::string>(
+                      "AudioDecodeError.conversionFailure: source sample rate " +
+                      std::to_string(sourceRate) + " Hz is outside 1000 to 768000 Hz")));
+    }
+    for (int sourceRate : {1000, 768000}) {
+        auto seconds = std::min(sourceRate / 10 + 1, 100'000) / static_cast<double>(sourceRate);
+        EXPECT_NEAR(
+            static_cast<double>(AudioPipeline::decodeTo16kMonoPCM(fileAt(sourceRate)).size()),
+            seconds * rate, 2.0)
+            << sourceRate;
+    }
+}
+
+// A downloaded "audio" file that is really a list of other files (an FFmpeg concat script, an HLS
+// playlist) must not make the worker read a file of the machine and send its transcript away.
+TEST(AudioPipeline, AFileThatNamesOtherFilesNeverGetsThemRead) {
+    // The concat list's safe mode takes bare names, relative to the working directory.
+    const std::string name = "corvane-private-" + std::to_string(::getpid()) + ".wav";
+    const auto secret = std::filesystem::current_path() / name;
+    std::filesystem::copy_file(AudioFixtures::speech(), secret,
+                               std::filesystem::copy_options::overwrite_existing);
+    struct Remove {
+        std::filesystem::path path;
+        ~Remove() { std::filesystem::remove(path); }
+    } removeSecret{secret};
+    ASSERT_FALSE(AudioPipeline::decodeTo16kMonoPCM(secret).empty());
+
+    const std::pair<const char*, std::string> lists[] = {
+        {"concat.wav", "ffconcat version 1.0\nfile " + name + "\n"},
+        {"playlist.mp3", "#EXTM3U\n#EXT-X-TARGETDURATION:10\n#EXTINF:1.0,\nfile:" +
+                             secret.string() + "\n#EXT-X-ENDLIST\n"},
+    };
+    for (const auto& [file, content] : lists) {
+        auto path = AudioFixtures::bytes(file, content);
+        std::vector<std::byte> bytes(
+            reinterpret_cast<const std::byte*>(content.data()),
+            reinterpret_cast<const std::byte*>(content.data()) + content.size());
+        for (const auto& result :
+             {outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(path); }),
+              outcome([&] { return AudioPipeline::decodeBytesTo16kMonoPCM(bytes, path); })}) {
+            ASSERT_TRUE(std::holds_alternative<std::string>(result)) << file << " was decoded";
+            EXPECT_EQ(std::get<std::string>(result).rfind("AudioDecodeError.unsupportedFormat", 0),
+                      0u)
+                << std::get<std::string>(result);
         }
     }
 }
