@@ -1,9 +1,10 @@
 # Helpers that give every target of ours the same warnings and sanitizer flags.
 
 function(corvane_compile_options target)
-  # The gcc trees hold the -Werror line; the clang TSan tree looks for races, not for warnings
-  # only the second compiler knows.
-  if(CORVANE_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # The gcc trees hold the -Werror line; the clang TSan and fuzzing trees look for races and
+  # crashes, not for warnings only the second compiler knows.
+  if((CORVANE_SANITIZE STREQUAL "thread" OR CORVANE_BUILD_FUZZ)
+     AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     set(werror -Wno-error)
   else()
     set(werror -Werror)
@@ -14,7 +15,15 @@ function(corvane_compile_options target)
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 endfunction()
 
-if(CORVANE_SANITIZE STREQUAL "address")
+if(CORVANE_BUILD_FUZZ)
+  # Every library gets coverage for libFuzzer to steer by; only the fuzz targets link its main.
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "CORVANE_BUILD_FUZZ needs clang (-DCMAKE_CXX_COMPILER=clang++)")
+  endif()
+  add_compile_options(-O1 -gline-tables-only -fno-omit-frame-pointer
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(CORVANE_SANITIZE STREQUAL "address")
   add_compile_options(-O1 -g1 -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
 elseif(CORVANE_SANITIZE STREQUAL "thread")

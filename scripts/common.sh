@@ -14,7 +14,9 @@ APT_PACKAGES=(
   libxss-dev libx11-dev libxcb1-dev libicu-dev libsystemd-dev
   qt6-base-dev qt6-charts-dev fonts-dejavu-core
 )
-TEST_APT_PACKAGES=(clang clang-format x11-utils espeak-ng ffmpeg xvfb xauth dbus dbus-x11 gnome-keyring libsecret-tools)
+# libclang-rt-14-dev: clang's sanitizer and libFuzzer runtimes (only recommended by clang).
+TEST_APT_PACKAGES=(clang libclang-rt-14-dev clang-format x11-utils espeak-ng ffmpeg xvfb xauth dbus dbus-x11
+                   gnome-keyring libsecret-tools)
 
 # One compiler cache per user, shared by every clone: paths are hashed relative to the clone, so a
 # fresh checkout on a machine that built before compiles only what changed.

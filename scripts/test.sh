@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the whole suite under ASan+UBSan, then the concurrency
-# suites under TSan. Idempotent; build trees are reused when present.
+# suites under TSan, then every fuzz target for a short while. Idempotent; build trees are reused
+# when present.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 bash "$ROOT/scripts/setup.sh" --tests
@@ -30,3 +31,6 @@ echo "== TSan: concurrency suites"
 configure "$ROOT/build-tsan" thread -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCORVANE_BUILD_UI=OFF
 cmake --build "$ROOT/build-tsan" --target concurrency_tests -j"$jobs"
 ctest --test-dir "$ROOT/build-tsan" -L "^concurrency$" -j"$jobs" --output-on-failure --timeout 600
+
+echo "== Fuzzing: every target for ${CORVANE_FUZZ_SECONDS:-15} s"
+bash "$ROOT/scripts/fuzz.sh" "${CORVANE_FUZZ_SECONDS:-15}"
