@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the whole suite under ASan+UBSan, then the concurrency
-# suites under TSan, then every fuzz target for a short while. Idempotent; build trees are reused
-# when present.
+# suites under TSan, then a warning-free Release build of every target, then every fuzz target
+# for a short while. Idempotent; build trees are reused when present.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 bash "$ROOT/scripts/setup.sh" --tests
@@ -31,6 +31,16 @@ echo "== TSan: concurrency suites"
 configure "$ROOT/build-tsan" thread -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCORVANE_BUILD_UI=OFF
 cmake --build "$ROOT/build-tsan" --target concurrency_tests -j"$jobs"
 ctest --test-dir "$ROOT/build-tsan" -L "^concurrency$" -j"$jobs" --output-on-failure --timeout 600
+
+# Optimisation brings warnings of its own (GCC's -Wmaybe-uninitialized at -O2 and above), so every
+# target, tests and benchmarks included, is also built as Release; -Werror makes any warning fail.
+# With the shared compiler cache only what changed compiles again. CORVANE_RELEASE_CHECK=0 skips it.
+if [ "${CORVANE_RELEASE_CHECK:-1}" != 0 ]; then
+  echo "== Release: every target compiles warning-free"
+  cmake -S "$ROOT" -B "$ROOT/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCORVANE_BUILD_TESTS=ON -DCORVANE_BUILD_BENCH=ON -DCORVANE_BUILD_UI="${CORVANE_BUILD_UI:-ON}" >/dev/null
+  cmake --build "$ROOT/build-release" -j"$jobs"
+fi
 
 echo "== Fuzzing: every target for ${CORVANE_FUZZ_SECONDS:-15} s"
 bash "$ROOT/scripts/fuzz.sh" "${CORVANE_FUZZ_SECONDS:-15}"
