@@ -71,7 +71,11 @@ class FileSource final : public Source {
         : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
         if (descriptor_ < 0) fail(Stage::open, AVERROR(errno));
         struct stat info {};
-        if (::fstat(descriptor_, &info) != 0) fail(Stage::open, AVERROR(errno));
+        if (::fstat(descriptor_, &info) != 0) {
+            const int error = errno;
+            ::close(descriptor_);  // no destructor runs for a constructor that throws
+            fail(Stage::open, AVERROR(error));
+        }
         size_ = info.st_size;
     }
     FileSource(const FileSource&) = delete;
