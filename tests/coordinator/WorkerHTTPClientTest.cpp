@@ -12,6 +12,18 @@ namespace {
 using Kind = WorkerHTTPError::Kind;
 using dev::ScriptedReply;
 
+// Runs `call` and returns the WorkerHTTPError it throws (failing the test when it throws none).
+template <typename Call>
+WorkerHTTPError errorOf(Call call) {
+    try {
+        call();
+    } catch (const WorkerHTTPError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no WorkerHTTPError was thrown";
+    return WorkerHTTPError::unauthorized();
+}
+
 class WorkerHTTPClientTest : public ::testing::Test {
   protected:
     WorkerHTTPClientTest() : coordinator(dev::DevCoordinator::Options{}) {}
@@ -21,18 +33,6 @@ class WorkerHTTPClientTest : public ::testing::Test {
         return WorkerHTTPClient(base.empty() ? coordinator.baseURL() : base, "dev-token",
                                 "worker-7", version,
                                 std::make_shared<const http::Session>(session));
-    }
-
-    // Runs `call` and returns the WorkerHTTPError it throws (failing the test when it throws none).
-    template <typename Call>
-    static WorkerHTTPError errorOf(Call call) {
-        try {
-            call();
-        } catch (const WorkerHTTPError& error) {
-            return error;
-        }
-        ADD_FAILURE() << "no WorkerHTTPError was thrown";
-        return WorkerHTTPError::unauthorized();
     }
 
     static std::string claimJSON(const std::string& job) {
@@ -163,6 +163,20 @@ TEST_F(WorkerHTTPClientTest, PollBodiesAndHeadersAreReadWhateverTheShardCount) {
     EXPECT_EQ(sent.headers.at("accept"), "application/json");
     EXPECT_EQ(sent.headers.at("x-worker-capabilities"), capabilities.encode().dump());
     EXPECT_EQ(requests[requests.size() - 2].query, "max_shards=2");
+}
+
+// An answer that is no HTTP response (status 0) reads as "HTTP 0: no response" on both poll paths,
+// and its headers suggest nothing.
+TEST(WorkerHTTPClientReading, AnAnswerThatIsNoHTTPResponseIsAnHTTPErrorOfStatusZero) {
+    http::Response none;
+    none.headers.add("X-Suggested-Max-Shards", "4");
+    for (const auto& error :
+         {errorOf([&] { WorkerHTTPClient::readPollBatchResponse(none, 2, "/p"); }),
+          errorOf([&] { WorkerHTTPClient::readPollResponse(none, "/p"); })}) {
+        EXPECT_EQ(error.kind(), Kind::httpError);
+        EXPECT_EQ(error.statusCode(), 0);
+        EXPECT_EQ(error.errorDescription(), "HTTP 0: no response");
+    }
 }
 
 TEST_F(WorkerHTTPClientTest, PathsIgnoreTheBaseURLsPathAndEncodeIDs) {
