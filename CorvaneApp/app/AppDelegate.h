@@ -72,6 +72,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
         return sampler_;
     }  // null before launch()
     KeychainStore& keychain() { return *keychain_; }
+    const std::shared_ptr<KeychainStore>& sharedKeychain() const { return keychain_; }
     // The one model download the screens show: the latest to start, fail or finish wins.
     const std::optional<ModelDownloadProgress>& modelDownloadProgress() const {
         return modelDownloadProgress_;

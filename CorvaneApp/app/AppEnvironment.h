@@ -32,6 +32,8 @@ struct AppEnvironment {
     std::string version;
     std::shared_ptr<CredentialBackend> credentials;
     std::shared_ptr<const http::Session> session;
+    // Registration's connection at onboarding; absent: one with registration's own time-outs.
+    std::shared_ptr<const http::Session> registrationSession;
     std::shared_ptr<MachineProbe> machine;
     std::shared_ptr<ResourceSampler::Probes> samplerProbes;
     std::function<std::optional<double>()> secondsSinceLastInput;  // absent: no source answered

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "CorvaneApp/app/OnboardingSystemCredentialStore.h"
 #include "CorvaneApp/app/SignOutCommand.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
@@ -145,6 +146,39 @@ WorkerStatusRecord AppSession::statusRecord() {
     }
     record.pid = long(::getpid());
     return record;
+}
+
+std::unique_ptr<OnboardingViewModel> AppSession::makeOnboarding(std::function<void()> onFinish) {
+    const AppEnvironment& env = delegate_->environment();
+    if (!onboardingFacts_) {
+        OnboardingMachineFacts::Sources sources;
+        sources.version = env.version;
+        onboardingFacts_ = OnboardingMachineFacts::read(*env.machine, sources);
+    }
+    OnboardingViewModel::Dependencies deps;
+    deps.mainSequence = &main_;
+    deps.registrationClient = std::make_shared<CoordinatorRegistrationClient>(
+        onboardingFacts_->buildIdentity, env.registrationSession);
+    // The delegate's own store, so that the worker finds the new token in its cache.
+    deps.credentialStore =
+        std::make_shared<OnboardingSystemCredentialStore>(delegate_->sharedKeychain());
+    deps.configPath = env.configPath;
+    deps.machine = *onboardingFacts_;
+    deps.flushPendingSettings = [this] {
+        WorkerConfigStore& store = configStore();
+        if (!store.hasPendingSave()) return;
+        store.cancelPendingSave();
+        store.saveNow();
+    };
+    deps.onFinish = std::move(onFinish);
+    return std::make_unique<OnboardingViewModel>(std::move(deps));
+}
+
+void AppSession::finishOnboarding() {
+    if (!model_) return;
+    // The store read no file at launch; the owner's choices of onboarding are in one now.
+    configStore().reload();
+    model_->didCompleteOnboarding();
 }
 
 void AppSession::forgetEnrollment() {

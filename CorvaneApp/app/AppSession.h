@@ -4,7 +4,9 @@
 // model's requests reach the delegate, the delegate's model download reaches the model, and the
 // payout-preference hooks of the settings store go through the account client.
 
+#include <functional>
 #include <memory>
+#include <optional>
 
 #include "CorvaneApp/app/AppDelegate.h"
 #include "CorvaneApp/app/AppModel.h"
@@ -36,6 +38,11 @@ class AppSession final : public Session {
     // The line under the status: a pause's own reason when someone other than the owner paused.
     std::string statusSubtitle() const;
     WorkerStatusRecord statusRecord() override;
+    // Registers with the coordinator the owner names, stores the token in the session's credential
+    // store and writes the session's config.yaml.
+    std::unique_ptr<OnboardingViewModel> makeOnboarding(std::function<void()> onFinish) override;
+    // Reads the new config.yaml's settings, then tells the model (which asks for the worker).
+    void finishOnboarding() override;
 
     // A client when the config file and the token both exist.
     static std::shared_ptr<const CoordinatorAPI> coordinatorAPI(const AppEnvironment& environment,
@@ -50,6 +57,7 @@ class AppSession final : public Session {
     std::shared_ptr<AppDelegate> delegate_;
     std::unique_ptr<AppModel> model_;
     Subscription delegateSubscription_;
+    std::optional<OnboardingMachineFacts> onboardingFacts_;  // read once, when first asked
 };
 
 }  // namespace corvane

@@ -1,8 +1,9 @@
 #include "CorvaneApp/app/OnboardingViewModel.h"
 
+#include <algorithm>
 #include <ctime>
 
-#include "CorvaneApp/config/WorkerConfigWriter.h"
+#include "CorvaneApp/config/WorkerSettings.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/Text.h"
 
@@ -104,6 +105,14 @@ void OnboardingViewModel::connect() {
             token = std::move(code);
     }
     std::string url = trimWhitespaceAndNewlines(coordinatorURL_);
+    // Back from `configure` and on again to the same coordinator: the registration already held
+    // stands. Asking again would only be refused as a second registration of this computer.
+    if (registrationResponse_ && url == registeredCoordinatorURL_) {
+        isWorking_ = false;
+        step_ = OnboardingStep::configure;
+        changed();
+        return;
+    }
     changed();
     job_ = deps_.backgroundRunner->run([deliver = poster(), client = deps_.registrationClient,
                                         url = std::move(url), token = std::move(token),
@@ -194,10 +203,15 @@ void OnboardingViewModel::keepCredential(WorkerTokenKeychainRef stored) {
                                             WorkerConfigWriter{registeredCoordinatorURL_,
                                                                registrationResponse_->workerID,
                                                                stored, configuration_, deps_.now},
-                                        path = deps_.configPath, stored](std::stop_token) {
+                                        path = deps_.configPath, write = deps_.writeConfig,
+                                        stored](std::stop_token) {
         std::optional<std::string> failure;
         try {
-            writer.write(path);
+            if (write) {
+                write(writer);
+            } else {
+                writer.write(path);
+            }
         } catch (const std::exception& error) {
             log::get("OnboardingViewModel")->error("saving the enrolment failed: {}", error.what());
             // A credential without its config.yaml would be a half-enrolled machine.
@@ -239,7 +253,6 @@ void OnboardingViewModel::applySchedulePreset(OnboardingSchedulePreset preset) {
         lastCustomSchedule_ = configuration_.schedule;
     }
     configuration_.preset = preset;
-    changed();
     switch (preset) {
         case OnboardingSchedulePreset::alwaysOn:
             configuration_.schedule = {false, makeTime(9), makeTime(17)};
@@ -251,6 +264,19 @@ void OnboardingViewModel::applySchedulePreset(OnboardingSchedulePreset preset) {
             configuration_.schedule = lastCustomSchedule_;
             break;
     }
+    changed();
+}
+
+void OnboardingViewModel::setMinIdleMinutes(int minutes) {
+    // The range the settings store accepts, so the first save keeps the value.
+    configuration_.minIdleMinutes =
+        std::clamp(minutes, int(kIdleMinutesRange.min), int(kIdleMinutesRange.max));
+    changed();
+}
+
+void OnboardingViewModel::setRequireACPower(bool required) {
+    configuration_.requireACPower = required;
+    changed();
 }
 
 void OnboardingViewModel::updateCustomStart(Date time) {
@@ -258,6 +284,7 @@ void OnboardingViewModel::updateCustomStart(Date time) {
     configuration_.schedule.enabled = true;
     configuration_.preset = OnboardingSchedulePreset::custom;
     lastCustomSchedule_ = configuration_.schedule;
+    changed();
 }
 
 void OnboardingViewModel::updateCustomEnd(Date time) {
@@ -265,6 +292,7 @@ void OnboardingViewModel::updateCustomEnd(Date time) {
     configuration_.schedule.enabled = true;
     configuration_.preset = OnboardingSchedulePreset::custom;
     lastCustomSchedule_ = configuration_.schedule;
+    changed();
 }
 
 }  // namespace corvane

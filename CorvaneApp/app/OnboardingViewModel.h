@@ -14,6 +14,7 @@
 #include "CorvaneApp/app/OnboardingCredentialStore.h"
 #include "CorvaneApp/app/OnboardingMachineFacts.h"
 #include "CorvaneApp/config/OnboardingConfiguration.h"
+#include "CorvaneApp/config/WorkerConfigWriter.h"
 #include "CorvaneApp/coordinator/CoordinatorAPI.h"
 #include "CorvaneApp/coordinator/CoordinatorRegistrationClient.h"
 #include "CorvaneApp/platform/BackgroundRunner.h"
@@ -49,6 +50,9 @@ class OnboardingViewModel {
         NowFunction now = systemNow;
         // The coordinator a new installation offers first.
         std::string defaultCoordinatorURL = CoordinatorAPI::defaultProductionURL;
+        // Writes config.yaml (off the main sequence); absent: the writer writes `configPath`.
+        // The sample session keeps the text in memory instead.
+        std::function<void(const WorkerConfigWriter&)> writeConfig = nullptr;
     };
 
     explicit OnboardingViewModel(Dependencies dependencies);
@@ -69,7 +73,8 @@ class OnboardingViewModel {
     void advance();  // welcome -> connect, the user's own step
     void goBack();
     // Registers; on success moves to `configure`, else leaves the words in errorMessage(). Does
-    // nothing while a request is under way.
+    // nothing while a request is under way. A registration already held for the same coordinator
+    // (the owner went back a step) is kept, with no second request.
     void connect();
     // Stores the credential and writes config.yaml; on success moves to `done`. Either both are
     // in place afterwards or neither is (a credential stored for a config that could not be
@@ -77,6 +82,8 @@ class OnboardingViewModel {
     void saveConfiguration();
     void finish();  // the `done` step's button
 
+    void setMinIdleMinutes(int minutes);
+    void setRequireACPower(bool required);
     void applySchedulePreset(OnboardingSchedulePreset preset);
     void updateCustomStart(Date time);
     void updateCustomEnd(Date time);

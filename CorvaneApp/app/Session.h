@@ -2,7 +2,11 @@
 // The running application as its front ends (the tray, the windows, the headless loop) see it,
 // whichever sources stand behind it: a real session (AppSession) or the sample one.
 
+#include <functional>
+#include <memory>
+
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/OnboardingViewModel.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
@@ -23,6 +27,14 @@ class Session {
     virtual UserDefaults& userDefaults() = 0;
     // What `corvane status` prints: the words, the job in hand and the worker's last error.
     virtual WorkerStatusRecord statusRecord() = 0;
+
+    // A new onboarding over this session's coordinator, credential store and config file, on
+    // the session's main sequence; its `done` button calls `onFinish`. Nothing of an earlier one
+    // is kept: a registration dies with its view model.
+    virtual std::unique_ptr<OnboardingViewModel> makeOnboarding(std::function<void()> onFinish) = 0;
+    // Onboarding has written the enrolment: the session takes it up, and the model asks for the
+    // worker.
+    virtual void finishOnboarding() = 0;
 };
 
 }  // namespace corvane
