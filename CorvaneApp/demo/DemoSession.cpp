@@ -85,6 +85,34 @@ void DemoSession::enroll() {
     model_->didCompleteOnboarding();
 }
 
+OnboardingMachineFacts DemoSession::onboardingMachine(const std::string& version) {
+    const MachineInfo machine = DummyDataProvider::machine(version);
+    OnboardingMachineFacts facts;
+    facts.workerID = machine.workerID;
+    facts.computerName = machine.name;
+    // The brand a 12-core x86-64 processor reports, as the sample's machine has.
+    facts.chipDescription = "AMD Ryzen 9 5900X 12-Core Processor";
+    facts.physicalMemoryBytes = std::uint64_t(machine.totalRAM_GB) << 30;
+    facts.buildIdentity = version;
+    return facts;
+}
+
+std::unique_ptr<OnboardingViewModel> DemoSession::makeOnboarding(std::function<void()> onFinish) {
+    OnboardingViewModel::Dependencies deps;
+    deps.mainSequence = &main_;
+    // The sample answers at once; the answer still lands on the main sequence as a real one does.
+    deps.backgroundRunner = std::make_shared<InlineBackgroundRunner>();
+    deps.registrationClient = registration_;
+    deps.credentialStore = credentials_;
+    deps.machine = onboardingMachine(options_.version);
+    deps.onFinish = std::move(onFinish);
+    deps.now = options_.now;
+    deps.writeConfig = [text = configText_](const WorkerConfigWriter& writer) {
+        *text = writer.buildYAML(*text);
+    };
+    return std::make_unique<OnboardingViewModel>(std::move(deps));
+}
+
 void DemoSession::setSessionElapsedOverride(std::optional<double> seconds) {
     elapsedOverride_ = seconds;
     model_->refreshStatus(true);

@@ -11,7 +11,9 @@
 
 #include "CorvaneApp/app/Session.h"
 #include "CorvaneApp/demo/DemoCoordinatorAPI.h"
+#include "CorvaneApp/demo/DemoCredentialStore.h"
 #include "CorvaneApp/demo/DemoModelDownload.h"
+#include "CorvaneApp/demo/DemoRegistrationClient.h"
 #include "CorvaneApp/demo/DummyDataProvider.h"
 #include "CorvaneApp/platform/BackgroundRunner.h"
 
@@ -39,9 +41,19 @@ class DemoSession final : public Session {
     WorkerConfigStore& configStore() override { return *configStore_; }
     UserDefaults& userDefaults() override { return userDefaults_; }
     WorkerStatusRecord statusRecord() override;
+    // Onboarding against the sample coordinator: registration, the credential and config.yaml
+    // all stay in memory.
+    std::unique_ptr<OnboardingViewModel> makeOnboarding(std::function<void()> onFinish) override;
+    void finishOnboarding() override { enroll(); }
 
     // The sample onboarding's end: the session is enrolled again.
     void enroll();
+    // What this computer says of itself at the sample onboarding.
+    static OnboardingMachineFacts onboardingMachine(const std::string& version);
+    const DemoRegistrationClient& registration() const { return *registration_; }
+    const DemoCredentialStore& credentials() const { return *credentials_; }
+    // The config.yaml the sample onboarding wrote last; empty before.
+    const std::string& configText() const { return *configText_; }
     // Pins the shard rhythm (screenshots show one moment); absent follows the clock again.
     void setSessionElapsedOverride(std::optional<double> seconds);
     const DummyDataProvider& provider() const { return *provider_; }
@@ -60,6 +72,10 @@ class DemoSession final : public Session {
     std::unique_ptr<WorkerConfigStore> configStore_;
     std::shared_ptr<const DummyDataProvider> provider_;
     std::shared_ptr<DemoCoordinatorAPI> api_;
+    std::shared_ptr<DemoRegistrationClient> registration_ =
+        std::make_shared<DemoRegistrationClient>();
+    std::shared_ptr<DemoCredentialStore> credentials_ = std::make_shared<DemoCredentialStore>();
+    std::shared_ptr<std::string> configText_ = std::make_shared<std::string>();
     bool signedOut_ = false;
     std::optional<double> elapsedOverride_;
     DemoModelDownload download_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <stdexcept>
 
 #include "CorvaneApp/app/AppModel.h"
 #include "CorvaneApp/demo/DemoSession.h"
@@ -87,6 +88,9 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
     constexpr std::nullopt_t none = std::nullopt;
     constexpr ScreenshotSurface popover{K::popover, DashPage::overview};
     auto page = [](DashPage p) { return ScreenshotSurface{K::dashboard, p}; };
+    auto onboarding = [](OnboardingStep step, std::string_view code = {}) {
+        return ScreenshotSurface{K::onboarding, DashPage::overview, step, code};
+    };
     static const std::vector<ScreenshotScenarioInfo> catalog{
         {"popover-earning", "Tray popover — earning, no update banner.", popover, S::earning, false,
          none},
@@ -124,6 +128,20 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          false, none},
         {"settings-default", "Settings page — default.", page(DashPage::settings), none, false,
          none},
+        {"onboarding-welcome",
+         "Onboarding — welcome: this computer's processor and what similar machines earn.",
+         onboarding(OnboardingStep::welcome), none, false, none},
+        {"onboarding-connect", "Onboarding — connect: the name this computer registers under.",
+         onboarding(OnboardingStep::connect), none, false, none},
+        {"onboarding-configure",
+         "Onboarding — configure: idle minutes, AC power and when Corvane may run.",
+         onboarding(OnboardingStep::configure), none, false, none},
+        {"onboarding-done", "Onboarding — done: the credential stored and config.yaml written.",
+         onboarding(OnboardingStep::done), none, false, none},
+        {"onboarding-invitation-rejected",
+         "Onboarding — connect after the coordinator refused the invitation code: Advanced open, "
+         "the code kept.",
+         onboarding(OnboardingStep::connect, "EXPIRED-2025-0417"), none, false, none},
     };
     return catalog;
 }
@@ -133,6 +151,33 @@ const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id) {
     auto it =
         std::find_if(catalog.begin(), catalog.end(), [&](const auto& s) { return s.id == id; });
     return it == catalog.end() ? nullptr : &*it;
+}
+
+bool advanceOnboardingScene(const ScreenshotSurface& surface, OnboardingViewModel& model) {
+    if (model.isWorking()) return true;  // the last step's answer has not landed yet
+    if (model.step() == surface.onboardingStep) {
+        if (surface.invitationCode.empty() || model.errorMessage()) return false;
+        model.setShowAdvancedOptions(true);
+        model.setEnrollmentToken(std::string(surface.invitationCode));
+        model.connect();
+        return true;
+    }
+    if (const auto& error = model.errorMessage())
+        throw std::runtime_error("the onboarding scene stopped short: " + *error);
+    switch (model.step()) {
+        case OnboardingStep::welcome:
+            model.advance();
+            return true;
+        case OnboardingStep::connect:
+            model.connect();
+            return true;
+        case OnboardingStep::configure:
+            model.saveConfiguration();
+            return true;
+        case OnboardingStep::done:
+            return false;
+    }
+    return false;
 }
 
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model) {

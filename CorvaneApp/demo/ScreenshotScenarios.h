@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CorvaneApp/app/DashPage.h"
+#include "CorvaneApp/app/OnboardingViewModel.h"
 #include "CorvaneApp/app/WorkerStatus.h"
 
 namespace corvane {
@@ -29,9 +30,13 @@ struct ScreenshotLaunchArgs {
 enum class ScreenshotModelsState { ready, downloading, notInstalled, downloadFailed };
 
 struct ScreenshotSurface {
-    enum class Kind { dashboard, popover };
+    enum class Kind { dashboard, popover, onboarding };
     Kind kind = Kind::popover;
     DashPage page = DashPage::overview;  // only for dashboard
+    // Only for onboarding: the step the window shows, reached through the sample coordinator,
+    // and an invitation code sent from Advanced on the way (empty: none).
+    OnboardingStep onboardingStep = OnboardingStep::welcome;
+    std::string_view invitationCode = {};
     friend bool operator==(const ScreenshotSurface&, const ScreenshotSurface&) = default;
 };
 
@@ -51,6 +56,11 @@ struct ScreenshotScenarioInfo {
 // In catalogue order, the popover scenes first.
 const std::vector<ScreenshotScenarioInfo>& screenshotCatalog();
 const ScreenshotScenarioInfo* findScreenshotScenario(std::string_view id);
+
+// One step of the owner's walk through onboarding towards the scene's step (and its invitation
+// code); false once the window shows the scene. Each step's answer lands on the main sequence,
+// which must run between calls. Throws when a refusal stops the walk short of the scene.
+bool advanceOnboardingScene(const ScreenshotSurface& surface, OnboardingViewModel& model);
 
 // Sets the sample session's model up for the scene: the page it asks for, the demo account
 // (fetched once), then the scene's status, update and model state. A scene that names no status

@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "CorvaneApp/coordinator/CoordinatorAPI.h"
 #include "CorvaneApp/demo/DemoSession.h"
 #include "CorvaneApp/demo/DummyDataProvider.h"
 #include "CorvaneApp/demo/ScreenshotScenarios.h"
@@ -52,10 +53,10 @@ TEST_F(ScreenshotScenarioTest, EveryCatalogueSceneLeavesTheModelAsItsDescription
         applyScreenshotScenario(scenario, m);
         executor.runUntilIdle();
         EXPECT_EQ(loads, 1) << "every scene shows the demo account";
-        const bool popover = scenario.id.starts_with("popover-");
+        const bool dashboard = scenario.surface.kind == ScreenshotSurface::Kind::dashboard;
         EXPECT_EQ(
             m.requestedPage(),
-            popover ? std::nullopt : std::optional<std::string>(rawValue(scenario.surface.page)));
+            dashboard ? std::optional<std::string>(rawValue(scenario.surface.page)) : std::nullopt);
         EXPECT_EQ(m.presentation(), scenario.status
                                         ? WorkerStatusPresentation::defaultFor(*scenario.status)
                                         : DummyDataProvider::sessionPresentation());
@@ -88,6 +89,70 @@ TEST_F(ScreenshotScenarioTest, ScenesAppliedInTurnDoNotLeakIntoEachOther) {
     EXPECT_EQ(m.account().latestAppVersion()->version, "0.3.0");
     EXPECT_FALSE(m.account().updateAvailable()) << "the banner waits for an installer";
     EXPECT_EQ(loads, 1) << "the demo account is loaded once per session";
+}
+
+// The onboarding scenes are walked as an owner walks the window, against the sample coordinator:
+// each ends on its step, nothing reaches a keyring or a file, and the refused code is kept.
+TEST_F(ScreenshotScenarioTest, OnboardingScenesWalkTheSampleOnboardingToTheirStep) {
+    std::vector<const ScreenshotScenarioInfo*> scenes;
+    for (const auto& scenario : screenshotCatalog()) {
+        if (scenario.surface.kind == ScreenshotSurface::Kind::onboarding)
+            scenes.push_back(&scenario);
+    }
+    ASSERT_EQ(scenes.size(), 5u);
+    for (const auto* scenario : scenes) {
+        SCOPED_TRACE(std::string(scenario->id));
+        makeModel();
+        auto model = session->makeOnboarding({});
+        int turns = 0;
+        while (advanceOnboardingScene(scenario->surface, *model)) {
+            executor.runUntilIdle();
+            ASSERT_LT(++turns, 10);
+        }
+        EXPECT_EQ(model->step(), scenario->surface.onboardingStep);
+        EXPECT_FALSE(model->isWorking());
+        const bool rejected = !scenario->surface.invitationCode.empty();
+        EXPECT_EQ(model->errorMessage().has_value(), rejected);
+        if (rejected) {
+            EXPECT_EQ(model->errorMessage(),
+                      "That invitation code wasn't accepted. Check Advanced and try again.");
+            EXPECT_TRUE(model->showAdvancedOptions());
+            EXPECT_EQ(model->enrollmentToken(), scenario->surface.invitationCode);
+        }
+        const bool registered = scenario->surface.onboardingStep > OnboardingStep::connect;
+        EXPECT_EQ(session->registration().registrations(), registered ? 1 : 0);
+        const bool saved = scenario->surface.onboardingStep == OnboardingStep::done;
+        EXPECT_EQ(session->configText().find("worker_id: 'wk_demo_7f3a'") != std::string::npos,
+                  saved)
+            << session->configText();
+        EXPECT_EQ(session->credentials()
+                      .token({"Corvane sample (" +
+                                  std::string(CoordinatorAPI::defaultProductionURL) + ")",
+                              "wk_demo_7f3a"})
+                      .has_value(),
+                  saved);
+    }
+}
+
+TEST(DemoRegistration, AcceptsNoCodeOrItsOwnAndRefusesOthersAndNonURLs) {
+    DemoRegistrationClient client;
+    WorkerRegistrationRequest request;
+    request.workerID = "wk_x";
+    using Kind = CoordinatorRegistrationError::Kind;
+    auto refusal = [&](std::string url, std::optional<std::string> code) -> std::optional<Kind> {
+        try {
+            client.registerWorker(url, code, request);
+            return std::nullopt;
+        } catch (const CoordinatorRegistrationError& error) {
+            return error.kind();
+        }
+    };
+    EXPECT_EQ(refusal("https://c.example", std::nullopt), std::nullopt);
+    EXPECT_EQ(refusal(" https://c.example ", " CORVANE-DEMO "), std::nullopt);
+    EXPECT_EQ(refusal("https://c.example", "   "), std::nullopt) << "blanks are no code";
+    EXPECT_EQ(refusal("https://c.example", "OTHER"), Kind::invalidInvitation);
+    EXPECT_EQ(refusal("c.example", std::nullopt), Kind::invalidCoordinatorURL);
+    EXPECT_EQ(client.registrations(), 3);
 }
 
 }  // namespace
