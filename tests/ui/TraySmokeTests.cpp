@@ -341,6 +341,8 @@ TEST_F(TraySmokeTest, WithoutATrayTheRealApplicationRunsUntilASignalEndsItCleanl
         ASSERT_FALSE(
             waitForLine(*app, QStringLiteral("No system tray is available: the dashboard stands"))
                 .isEmpty());
+        // A home that was never enrolled starts with the onboarding window.
+        ASSERT_FALSE(waitForLine(*app, QStringLiteral("showing onboarding")).isEmpty());
         ::kill(pid_t(app->processId()), signalNumber);
         EXPECT_TRUE(endedWith(*app, 0));
     }

@@ -9,12 +9,14 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <stdexcept>
 
 #include "CorvaneApp/dashboard/PopoverState.h"
 #include "CorvaneApp/demo/DemoSession.h"
 #include "CorvaneApp/platform/AtomicFile.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/dashboard/DashboardWindow.h"
+#include "CorvaneApp/ui/onboarding/OnboardingWindow.h"
 #include "CorvaneApp/ui/shell/QtExecutor.h"
 #include "CorvaneApp/ui/tray/PopoverView.h"
 
@@ -46,6 +48,22 @@ QImage renderScene(const ScreenshotScenarioInfo& scenario, DemoSession& session,
         frame.adjustSize();
         settle();
         return frame.grab().toImage();
+    }
+    if (scenario.surface.kind == ScreenshotSurface::Kind::onboarding) {
+        // The owner's walk to the step, each answer of the sample coordinator landing between.
+        auto model = session.makeOnboarding({});
+        for (int turn = 0; advanceOnboardingScene(scenario.surface, *model); ++turn) {
+            if (turn > 20) throw std::runtime_error("the onboarding scene never settled");
+            settle();
+        }
+        OnboardingWindow window(*model, {});
+        window.setAttribute(Qt::WA_DontShowOnScreen);
+        window.resize(OnboardingWindow::defaultWidth, OnboardingWindow::defaultHeight);
+        window.show();
+        settle();
+        window.refresh();
+        settle();
+        return window.grab().toImage();
     }
     PageContext context{session, mainSequence, [](DashPage) {}, [] {}};
     DashboardWindow window(context);

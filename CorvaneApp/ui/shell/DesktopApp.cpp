@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "CorvaneApp/platform/Log.h"
+#include "CorvaneApp/ui/onboarding/OnboardingFlow.h"
 #include "CorvaneApp/ui/shell/DesktopShell.h"
 #include "CorvaneApp/ui/shell/PaintLog.h"
 #include "CorvaneApp/ui/shell/QtExecutor.h"
@@ -120,9 +121,15 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     std::atexit(endSessionAtExit);
 
     const auto paintLog = PaintLog::installIfRequested();
-    DesktopShell shell(*session, mainSequence, {options.version, quit, {}});
+    OnboardingFlow onboarding(*session, mainSequence, {[&shellForActivation] {
+        if (shellForActivation) shellForActivation->openDashboard();
+    }});
+    DesktopShell shell(*session, mainSequence,
+                       {options.version, quit, [&onboarding] { onboarding.show(); }});
     shellForActivation = &shell;
     shell.start();
+    // A computer that is not enrolled yet starts with the way to enrol it.
+    if (session->model().phase() != AppPhase::enrolled) onboarding.show();
 
     const int loopResult = QApplication::exec();
     shellForActivation = nullptr;

@@ -47,6 +47,10 @@ DesktopShell::DesktopShell(Session& session, Executor& mainSequence, Options opt
     model.setRequests([this, requests = model.requests()]() mutable {
         requests.requestOnboarding = [this] { openOnboarding(); };
         requests.requestDashboardShow = [this] { openDashboard(); };
+        requests.onSignedOut = [this] {
+            dashboard_->close();
+            openOnboarding();
+        };
         return requests;
     }());
     modelSubscription_ = model.observe([this](ModelParts parts) { modelChanged(parts); });
