@@ -125,6 +125,7 @@ std::string readableChipName(std::string_view brand) {
     }
     // "… CPU @ 3.80GHz": the clock is a detail of the part, not its name.
     if (auto at = text.find('@'); at != std::string::npos) text.erase(at);
+    text = trimWhitespaceAndNewlines(text);
     if (auto at = text.rfind(" CPU"); at != std::string::npos && at + 4 == text.size())
         text.erase(at);
     std::string tidy;

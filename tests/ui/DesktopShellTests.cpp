@@ -30,7 +30,9 @@ class DesktopShellTest : public ::testing::Test {
         session.emplace(main, std::move(options));
         session->launch();
         session->model().refreshFromAPI();
-        shell.emplace(*session, main, DesktopShell::Options{"0.2.0", [this] { ++quits; }, {}});
+        shell.emplace(
+            *session, main,
+            DesktopShell::Options{"0.2.0", [this] { ++quits; }, [this] { ++onboardings; }});
     }
 
     template <typename T>
@@ -46,6 +48,7 @@ class DesktopShellTest : public ::testing::Test {
     std::optional<DemoSession> session;
     std::optional<DesktopShell> shell;
     int quits = 0;
+    int onboardings = 0;  // times the shell asked for the onboarding window
 };
 
 TEST_F(DesktopShellTest, PausingFromThePopoverChangesTheWordsEverywhereAtOnce) {
@@ -90,9 +93,14 @@ TEST_F(DesktopShellTest, TheFooterAndTheStatusActionsOpenWhatTheySay) {
     EXPECT_EQ(quits, 1);
 }
 
-TEST_F(DesktopShellTest, SigningOutShowsTheWelcomeInBothSurfaces) {
+// Signing out closes the dashboard and asks for onboarding; both surfaces then offer the way in.
+TEST_F(DesktopShellTest, SigningOutClosesTheDashboardAndShowsTheWayBackIn) {
     shell->openDashboard();
+    ASSERT_TRUE(testing::runEventsUntil([&] { return shell->dashboard().isVisible(); }));
     session->model().signOut();
+    EXPECT_TRUE(testing::runEventsUntil([&] { return !shell->dashboard().isVisible(); }));
+    EXPECT_EQ(onboardings, 1);
+    shell->openDashboard();
     EXPECT_TRUE(testing::runEventsUntil([&] {
         auto* welcome = shell->dashboard().findChild<QWidget*>(QStringLiteral("preOnboarding"));
         return welcome && welcome->isVisible();
@@ -101,6 +109,8 @@ TEST_F(DesktopShellTest, SigningOutShowsTheWelcomeInBothSurfaces) {
     auto& connect = find<QPushButton>(shell->popover(), "connectComputer");
     EXPECT_TRUE(connect.isVisible());
     EXPECT_EQ(connect.text().toStdString(), "Connect this computer");
+    connect.click();
+    EXPECT_EQ(onboardings, 2);
     EXPECT_EQ(trayLine(), "Not enrolled — Sign in to start earning");
     EXPECT_FALSE(shell->tray().menu().actions().at(1)->isVisible())
         << "no pause while not enrolled";

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDeadlineTimer>
+#include <QInputDevice>
 #include <QTimer>
 
 #include <chrono>
@@ -16,6 +17,10 @@ namespace corvane::testing {
 inline QApplication& qtTestApp() {
     static std::unique_ptr<QApplication> app = [] {
         ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        // Qt's list of input devices is a static made on first use; made after the application,
+        // it would be gone at exit before the devices the application still owns unregister
+        // from it. Touched first, it outlives them.
+        QInputDevice::devices();
         static int argc = 1;
         static char name[] = "ui_tests";
         static char* argv[] = {name, nullptr};
