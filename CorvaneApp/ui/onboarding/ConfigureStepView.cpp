@@ -32,6 +32,15 @@ void setTime(QTimeEdit& edit, ClockTime time) {
     edit.setTime(value);
 }
 
+// Fusion outlines check boxes and radio buttons in a shade of the window colour, which on a dark
+// palette all but vanishes: these take a lighter colour to shade their outline from.
+void outlineVisibly(QWidget& control) {
+    QPalette palette = control.palette();
+    if (!theme::isDark(palette)) return;
+    palette.setColor(QPalette::Window, theme::mutedText(palette));
+    control.setPalette(palette);
+}
+
 }  // namespace
 
 ConfigureStepView::ConfigureStepView(ConfigureStepActions actions, QWidget* parent)
@@ -74,6 +83,7 @@ ConfigureStepView::ConfigureStepView(ConfigureStepActions actions, QWidget* pare
     });
 
     ac_->setObjectName(QStringLiteral("requireACPower"));
+    outlineVisibly(*ac_);
     QObject::connect(ac_, &QCheckBox::clicked, this, [this](bool checked) {
         if (actions_.onRequireACPower) actions_.onRequireACPower(checked);
     });
@@ -91,6 +101,7 @@ ConfigureStepView::ConfigureStepView(ConfigureStepActions actions, QWidget* pare
     for (P preset : {P::alwaysOn, P::businessHours, P::custom}) {
         auto* button = new QRadioButton(this);
         button->setObjectName(QStringLiteral("preset-") + qt(rawValue(preset)));
+        outlineVisibly(*button);
         QObject::connect(button, &QRadioButton::clicked, this, [this, preset] {
             if (actions_.onPreset) actions_.onPreset(preset);
         });

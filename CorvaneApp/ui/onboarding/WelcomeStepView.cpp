@@ -27,9 +27,11 @@ WelcomeStepView::WelcomeStepView(QWidget* parent)
     body_->setObjectName(QStringLiteral("welcomeBody"));
     body_->setWordWrap(true);
     body_->setAlignment(Qt::AlignHCenter);
-    body_->setMaximumWidth(460);
+    // Full width with inner margins: an aligned word-wrapped label gets its one-line size hint's
+    // height and clips the rest of the sentence.
+    body_->setContentsMargins(48, 0, 48, 0);
     theme::setRole(*body_, "muted");
-    column->addWidget(body_, 0, Qt::AlignHCenter);
+    column->addWidget(body_);
     column->addStretch(2);
 }
 
