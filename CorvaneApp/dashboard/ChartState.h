@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace corvane {
@@ -35,5 +36,10 @@ struct ChartState {
 // A round top for a value axis whose largest value is `largest`: 1, 2 or 5 times a power of ten,
 // and `floor` when nothing is larger.
 double niceAxisTop(double largest, double floor);
+// The printf-style format of a value axis from 0 to `top` in four steps, with as many decimals as
+// a step needs to read exactly (a step of 2.5 shows "2.5", not "2"), between `prefix` ("$") and
+// `suffix` (" GB", "%%"); at least `fractionDigits` once a step has a fraction (cents: 2).
+std::string valueAxisFormat(double top, std::string_view prefix, std::string_view suffix,
+                            int fractionDigits = 1);
 
 }  // namespace corvane

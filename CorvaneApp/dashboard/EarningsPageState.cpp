@@ -56,11 +56,6 @@ double sum(const std::vector<double>& values) {
     });
 }
 
-// Dollars on a value axis: whole dollars once a step is a dollar or more.
-std::string dollarAxisFormat(double top) {
-    return top / 4 >= 1 ? "$%.0f" : "$%.2f";
-}
-
 // The process's own zone, named: the calendar library keeps the zone it found first, while the
 // owner's zone is read afresh.
 ChartAxis::Calendar ownersCalendar() {
@@ -132,7 +127,7 @@ EarningsPageState earningsPageState(const AppModel& model, EarningsRange inForce
     const Date start = snapshot.startDate.value_or(addSeconds(now, -(count - 1) * secondsPerDay));
     area.xLabels = axisLabels(chartAxisRange(visible, start), count, now, locale, calendar);
     area.yMax = niceAxisTop(largest(area.series.front().values), 1);
-    area.yLabelFormat = dollarAxisFormat(area.yMax);
+    area.yLabelFormat = valueAxisFormat(area.yMax, "$", "", 2);
     int todayIndex = earnings.earningsChartTodayIndex(now);
     if (visible != EarningsRange::day && snapshot.daily.empty()) todayIndex = count - 1;
     area.highlightIndex = std::clamp(todayIndex, 0, std::max(count - 1, 0));
@@ -145,7 +140,7 @@ EarningsPageState earningsPageState(const AppModel& model, EarningsRange inForce
     bars.series = {{"Earnings by hour", EarningsState::normalizeHourly(snapshot.hourly), true}};
     bars.xLabels = axisLabels(ChartAxis::Range::hours24(), 24, now, locale, calendar);
     bars.yMax = niceAxisTop(largest(bars.series.front().values), 1);
-    bars.yLabelFormat = dollarAxisFormat(bars.yMax);
+    bars.yLabelFormat = valueAxisFormat(bars.yMax, "$", "", 2);
     const auto& hours = bars.series.front().values;
     const auto best = std::max_element(hours.begin(), hours.end());
     bars.summary = best == hours.end() || *best <= 0

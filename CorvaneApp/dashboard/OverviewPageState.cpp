@@ -33,7 +33,7 @@ ChartState lastHourChart(std::string title, std::vector<ChartSeries> series, dou
     chart.series = std::move(series);
     chart.xLabels = lastHourLabels(chart.series.front().values.size());
     chart.yMax = niceAxisTop(largestStacked(chart.series), floor);
-    chart.yLabelFormat = (chart.yMax / 4 >= 1 ? "%.0f" : "%.1f") + axisUnit;
+    chart.yLabelFormat = valueAxisFormat(chart.yMax, "", axisUnit);
     chart.summary = chart.title + ". ";
     if (chart.series.front().values.empty()) {
         chart.summary += "No samples yet.";
@@ -84,6 +84,7 @@ OverviewPageState overviewPageState(const AppModel& model) {
     state.statusLabel = model.statusLabel();
     state.statusLine = model.statusSubtitle();
     state.statusExplanation = model.inlineStatusExplanation();
+    if (state.statusExplanation == state.statusLine) state.statusExplanation.reset();
 
     state.today = formatUSD(earnings.todayEarnings());
     if (auto delta = earnings.deltaVsYesterday())

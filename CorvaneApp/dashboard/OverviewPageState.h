@@ -30,7 +30,7 @@ struct OverviewPageState {
     WorkerStatus status = WorkerStatus::idle;
     std::string statusLabel;
     std::string statusLine;
-    std::optional<std::string> statusExplanation;
+    std::optional<std::string> statusExplanation;  // absent when the line says it already
 
     std::string todayTitle = "Earned today";
     std::string today;       // "$2.06"
@@ -38,7 +38,6 @@ struct OverviewPageState {
     std::string pace;        // "$0.42/hr last 15 min pace"
     std::string activity;    // "14 jobs today · 5 hr 12 min active"
 
-    std::string balanceTitle = "Balance";
     std::string availableTitle = "Available";
     std::string available;
     std::string heldTitle = "Held";

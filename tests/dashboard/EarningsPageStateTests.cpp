@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <tuple>
 
 #include "CorvaneApp/dashboard/EarningsPageState.h"
 #include "CorvaneApp/dashboard/EarningsRangeSelection.h"
@@ -42,8 +43,13 @@ class PageStateTest : public ::testing::TestWithParam<const char*> {
     }
     bool losAngeles() const { return std::string(GetParam()) != "UTC"; }
     AppModel& model() { return session->model(); }
+    // As the screenshot harness sets a scene: the account's answers land before the scene's own
+    // records.
     AppModel& scene(std::string_view id) {
-        applyScreenshotScenario(*findScreenshotScenario(id), *session);
+        const auto& scenario = *findScreenshotScenario(id);
+        applyScreenshotScenario(scenario, model());
+        executor.runUntilIdle();
+        if (scenario.prepare) scenario.prepare(*session);
         executor.runUntilIdle();
         return model();
     }
@@ -263,18 +269,8 @@ TEST_P(PageStateTest, TheSampleAccountAsTheScenesShowIt) {
 }
 
 TEST_P(PageStateTest, TheEarningsScenesOfTheCatalogue) {
-    // Today's scene: the remembered range, which the page brings into force when shown.
-    scene("earnings-range-day");
-    EarningsRangeSelection selection(model(), session->userDefaults());
-    EXPECT_TRUE(selection.restore());
-    executor.runUntilIdle();
-    EXPECT_EQ(page(selection.inForce()).areaChart.subtitle,
-              "Today so far gross actuals so far, after Corvane's 50% routing fee");
-
-    // Nothing earned yet: zeros of the month's length, dashes nowhere, no jobs.
-    session->userDefaults().remove("cvn.earnings.range");
-    model().selectEarningsRange(EarningsRange::month);
-    executor.runUntilIdle();
+    // Nothing earned yet, on a session whose account has not been fetched: zeros of the month's
+    // length, no jobs, and the sample account's answers do not come back over them.
     scene("earnings-empty");
     const auto empty = page();
     EXPECT_EQ(empty.areaChart.series.front().values, std::vector<double>(30, 0.0));
@@ -287,10 +283,20 @@ TEST_P(PageStateTest, TheEarningsScenesOfTheCatalogue) {
     EXPECT_TRUE(empty.jobs.empty());
     EXPECT_EQ(empty.unpaidLagNote, std::nullopt);
     EXPECT_EQ(overviewPageState(model()).available, "$0.00");
+
+    // Today's scene: the remembered range, which the page brings into force when shown.
+    scene("earnings-range-day");
+    EarningsRangeSelection selection(model(), session->userDefaults());
+    EXPECT_TRUE(selection.restore());
+    executor.runUntilIdle();
+    EXPECT_EQ(page(selection.inForce()).areaChart.subtitle,
+              "Today so far gross actuals so far, after Corvane's 50% routing fee");
 }
 
 TEST_P(PageStateTest, TheOverviewShowsTheHourBalancesAndADownloadOnItsWay) {
     // Before any sample or account: dashes and empty charts, never a crash.
+    const auto samples = model().resources().history();
+    model().resources().reset();
     auto empty = overviewPageState(model());
     EXPECT_EQ(empty.available, "—");
     EXPECT_EQ(empty.week, "—");
@@ -298,9 +304,11 @@ TEST_P(PageStateTest, TheOverviewShowsTheHourBalancesAndADownloadOnItsWay) {
     EXPECT_EQ(empty.memoryChart.summary,
               "Memory in use (GB) · last hour (per-minute avg). No samples yet.");
 
+    model().resources().applySamplerSnapshot(samples);
     scene("overview-earning");
     const auto state = overviewPageState(model());
     EXPECT_EQ(state.statusLabel, "Earning");
+    EXPECT_EQ(state.statusExplanation, std::nullopt) << "no second copy of the status line";
     EXPECT_EQ(state.weekTitle, "Last 7 days of earnings");
     EXPECT_EQ(state.week, formatUSD(model().earnings().weekEarnings()));
     EXPECT_EQ(state.available, formatUSD(model().account().availableBalance()));
@@ -344,11 +352,19 @@ TEST_P(PageStateTest, TheOverviewShowsTheHourBalancesAndADownloadOnItsWay) {
 
 TEST(ChartStateTest, AxisTopsAreFourRoundSteps) {
     const std::vector<std::pair<double, double>> rows{
-        {0, 1}, {0.3, 1}, {1.7, 2}, {6.3, 8}, {9.9, 10}, {16.4, 20}, {123, 200}, {540, 600}};
+        {0, 1}, {0.3, 1}, {1.7, 2}, {6.3, 8}, {9.9, 10}, {16.4, 20}, {123, 200}, {540, 800}};
     for (const auto& [largest, top] : rows)
         EXPECT_DOUBLE_EQ(niceAxisTop(largest, 1), top) << largest;
     EXPECT_DOUBLE_EQ(niceAxisTop(40, 100), 100) << "never below the floor";
     EXPECT_DOUBLE_EQ(niceAxisTop(std::nan(""), 1), 1);
+    // Every tick reads exactly: a step of 2.5 keeps its half, cents keep two places.
+    const std::vector<std::tuple<double, int, std::string>> formats{
+        {800, 1, "%.0f"}, {10, 1, "%.1f"}, {4, 1, "%.0f"}, {2, 1, "%.1f"},
+        {1, 1, "%.2f"},   {1, 2, "%.2f"},  {2, 2, "%.2f"}, {100, 2, "%.0f"}};
+    for (const auto& [top, digits, format] : formats)
+        EXPECT_EQ(valueAxisFormat(top, "", "", digits), format) << top;
+    EXPECT_EQ(valueAxisFormat(20, "$", "", 2), "$%.0f");
+    EXPECT_EQ(valueAxisFormat(400, "", "%%"), "%.0f%%");
     EXPECT_EQ(lastHourLabels(3),
               (std::vector<std::optional<std::string>>{std::nullopt, std::nullopt, "now"}));
     EXPECT_EQ(audioSizeLabel(59.4), "0:59 audio");

@@ -124,7 +124,9 @@ void ChartView::rebuild(const ChartState& state) {
     chart->setAnimationOptions(QChart::NoAnimation);
     chart->setBackgroundVisible(false);
     chart->setPlotAreaBackgroundVisible(false);
-    chart->setMargins(QMargins(0, 4, 4, 0));
+    // Room on the right for half of the last label ("Today", "now"), which stands on the last
+    // point.
+    chart->setMargins(QMargins(0, 4, 18, 0));
     chart->layout()->setContentsMargins(0, 0, 0, 0);
     chart->setBackgroundRoundness(0);
 

@@ -21,10 +21,9 @@ MetricCard::MetricCard(const QString& objectName, QWidget* parent)
     theme::setRole(*title_, "muted");
     value_->setObjectName(objectName);
     theme::setRole(*value_, "value");
-    QFont large = value_->font();
-    large.setPointSizeF(large.pointSizeF() * 1.6);
-    large.setWeight(QFont::DemiBold);
-    value_->setFont(large);
+    // The application's style sheet decides label fonts, so the figure's size is set the same way.
+    value_->setStyleSheet(QStringLiteral("font-size: 13pt; font-weight: 600;"));
+    value_->setWordWrap(true);  // a long figure ("waiting for last 15 min pace") keeps cards even
     value_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     theme::setRole(*caption_, "muted");
     caption_->setWordWrap(true);
