@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneApp/app/AppEnvironment.h"
+#include "CorvaneApp/app/AppSession.h"
 #include "CorvaneApp/app/EnrollCommand.h"
 #include "CorvaneApp/app/HeadlessRunner.h"
 #include "CorvaneApp/app/OnboardingSystemCredentialStore.h"
@@ -23,6 +25,7 @@
 #include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
+#include "CorvaneApp/dashboard/EarningsCommand.h"
 #include "CorvaneApp/demo/DemoHeadless.h"
 #include "CorvaneApp/demo/ScreenshotScenarios.h"
 #include "CorvaneApp/eligibility/X11Display.h"
@@ -38,6 +41,7 @@ constexpr const char* kUsage =
     "WHEN]\n"
     "       corvane status\n"
     "       corvane signout\n"
+    "       corvane earnings [--range today|7d|30d|90d|all] [--csv FILE]\n"
     "\n"
     "  (no arguments)  run the worker: in the tray when a display is available, else headless\n"
     "  --headless      run the worker without a display, logging to stderr and the log file;\n"
@@ -47,7 +51,9 @@ constexpr const char* kUsage =
     "  --screen, --capture-to  with demo data: render one screen offscreen to a PNG\n"
     "  enroll          connect this computer to a coordinator (see: corvane enroll --help)\n"
     "  status          print the running worker's status, job and last error\n"
-    "  signout         end this computer's enrolment (config and credential removed)\n";
+    "  signout         end this computer's enrolment (config and credential removed)\n"
+    "  earnings        show balances, today, a range's totals and recent jobs; --csv writes\n"
+    "                  the range's daily earnings (see: corvane earnings --help)\n";
 
 // What the running headless worker last published; absent when none is running.
 std::optional<corvane::WorkerStatusRecord> runningWorker() {
@@ -136,6 +142,19 @@ int main(int argc, char** argv) {
             return std::nullopt;
         };
         return corvane::runSignOutCommand(
+            std::vector<std::string>(arguments.begin() + 1, arguments.end()), std::cout, std::cerr,
+            dependencies);
+    }
+    if (!arguments.empty() && arguments.front() == "earnings") {
+        corvane::EarningsCommandDependencies dependencies;
+        dependencies.coordinatorAPI = [] {
+            corvane::AppEnvironment environment;  // only where the enrolment lives
+            environment.configPath = corvane::paths::varnixDir() / "config.yaml";
+            corvane::KeychainStore keychain(corvane::chooseCredentialBackend());
+            return std::shared_ptr<const corvane::CoordinatorAPIProtocol>(
+                corvane::AppSession::coordinatorAPI(environment, keychain));
+        };
+        return corvane::runEarningsCommand(
             std::vector<std::string>(arguments.begin() + 1, arguments.end()), std::cout, std::cerr,
             dependencies);
     }

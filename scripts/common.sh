@@ -13,10 +13,13 @@ APT_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
   libxss-dev libx11-dev libxcb1-dev libicu-dev libsystemd-dev
   qt6-base-dev qt6-charts-dev fonts-dejavu-core
+  # Qt Charts' CMake package needs Qt OpenGL's, which Debian ships apart.
+  libqt6opengl6-dev
 )
 # libclang-rt-14-dev: clang's sanitizer and libFuzzer runtimes (only recommended by clang).
+# locales: the sources localedef builds the tests' comma-decimal locale from.
 TEST_APT_PACKAGES=(clang libclang-rt-14-dev clang-format x11-utils espeak-ng ffmpeg xvfb xauth dbus dbus-x11
-                   gnome-keyring libsecret-tools)
+                   gnome-keyring libsecret-tools locales)
 
 # One compiler cache per user, shared by every clone: paths are hashed relative to the clone, so a
 # fresh checkout on a machine that built before compiles only what changed.

@@ -1,17 +1,11 @@
 #include "CorvaneApp/dashboard/Formatting.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace corvane {
 namespace {
-
-std::string printf1(const char* pattern, double value) {
-    char text[64];
-    std::snprintf(text, sizeof text, pattern, value);
-    return text;
-}
 
 // "1234.5" with comma groups in the whole part: "1,234.5".
 std::string grouped(const std::string& plain) {
@@ -24,10 +18,22 @@ std::string grouped(const std::string& plain) {
 
 }  // namespace
 
+std::string fixed(double value, int decimals) {
+    if (!std::isfinite(value)) return "—";
+    char text[400];  // the largest double in full, with room for its decimals
+    const auto [end, error] =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+    if (error != std::errc()) return "—";
+    std::string out(text, end);
+    if (out.starts_with('-') && out.find_first_not_of("-0.") == std::string::npos)
+        out.erase(0, 1);  // "-0.00" rounds to no amount at all
+    return out;
+}
+
 std::string formatUSD(double usd) {
     if (!std::isfinite(usd)) return "—";
     const double cents = std::round(std::fabs(usd) * 100) / 100;
-    return std::string(usd < 0 && cents > 0 ? "−" : "") + "$" + grouped(printf1("%.2f", cents));
+    return std::string(usd < 0 && cents > 0 ? "−" : "") + "$" + grouped(fixed(cents, 2));
 }
 
 std::string formatUSD(const std::optional<double>& usd) {
@@ -35,7 +41,7 @@ std::string formatUSD(const std::optional<double>& usd) {
 }
 
 std::string formattedDelta(double value) {
-    return std::string(value >= 0 ? "+" : "−") + "$" + printf1("%.2f", std::fabs(value));
+    return std::string(value >= 0 ? "+" : "−") + "$" + fixed(std::fabs(value), 2);
 }
 
 std::string formatActiveTime(const std::optional<std::int64_t>& minutes) {
@@ -54,8 +60,8 @@ std::string formatActiveTime(const std::optional<std::int64_t>& minutes) {
 
 std::string formatFileBytes(std::uint64_t bytes) {
     const double value = double(bytes);
-    if (value >= 1e9) return printf1("%.1f GB", value / 1e9);
-    return printf1("%.0f MB", std::floor(value / 1e6));
+    if (value >= 1e9) return fixed(value / 1e9, 1) + " GB";
+    return fixed(std::floor(value / 1e6), 0) + " MB";
 }
 
 std::string byteProgressSubtitle(std::uint64_t bytes, const std::optional<std::uint64_t>& total,
@@ -69,11 +75,11 @@ std::string byteProgressSubtitle(std::uint64_t bytes, const std::optional<std::u
 }
 
 std::string formatPercent(double percent) {
-    return printf1("%.0f%%", std::isfinite(percent) ? std::max(percent, 0.0) : 0.0);
+    return fixed(std::isfinite(percent) ? std::max(percent, 0.0) : 0.0, 0) + "%";
 }
 
 std::string formatGB(double gigabytes) {
-    return printf1("%.1f GB", std::isfinite(gigabytes) ? std::max(gigabytes, 0.0) : 0.0);
+    return fixed(std::isfinite(gigabytes) ? std::max(gigabytes, 0.0) : 0.0, 1) + " GB";
 }
 
 }  // namespace corvane

@@ -8,6 +8,9 @@
 
 namespace corvane {
 
+// "%.<decimals>f" with a point whatever the process's locale (the desktop runs under the owner's,
+// where printf may write a comma); a rounded negative zero loses its sign.
+std::string fixed(double value, int decimals);
 // "$1,234.56": two decimals, a point and comma grouping, a leading "−" for a negative amount.
 std::string formatUSD(double usd);
 // "$1,234.56", or "—" when absent.

@@ -61,6 +61,26 @@ void applyModelsState(ScreenshotModelsState state, AppModel& model) {
     model.refreshStatus(true);
 }
 
+// The earnings page opens on today: the owner's remembered choice, which the page brings into
+// force.
+void rememberTodayRange(DemoSession& session) {
+    session.userDefaults().setString("cvn.earnings.range", "Today");
+}
+
+// An account that has earned nothing yet: no days, no hours, no jobs, zero balances.
+void noEarningsYet(DemoSession& session) {
+    AppModel& model = session.model();
+    ModelChanges::Batch batch(model.changes());
+    WorkerDashboard dashboard;
+    dashboard.workerId = model.machine().workerID;
+    dashboard.trustTier = "new";
+    model.account().applyDashboard(dashboard);
+    model.account().setTopJobs({});
+    model.earnings().applyEarningsSnapshot(EarningsRangeSnapshot::fromRows({}, {}),
+                                           EarningsRange::month, true);
+    model.earnings().applyEarningsSummary(EarningsSummary{});
+}
+
 }  // namespace
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
@@ -142,6 +162,10 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          "Onboarding — connect after the coordinator refused the invitation code: Advanced open, "
          "the code kept.",
          onboarding(OnboardingStep::connect, "EXPIRED-2025-0417"), none, false, none},
+        {"earnings-range-day", "Earnings page — today, hour by hour.", page(DashPage::earnings),
+         none, false, none, rememberTodayRange},
+        {"earnings-empty", "Earnings page — nothing earned yet.", page(DashPage::earnings), none,
+         false, none, noEarningsYet},
     };
     return catalog;
 }

@@ -32,8 +32,13 @@ void settle() {
 
 QImage renderScene(const ScreenshotScenarioInfo& scenario, DemoSession& session,
                    Executor& mainSequence) {
-    applyScreenshotScenario(scenario, session);
+    applyScreenshotScenario(scenario, session.model());
     settle();
+    // After the account's answers have landed, or they would overwrite the records a scene sets.
+    if (scenario.prepare) {
+        scenario.prepare(session);
+        settle();
+    }
     if (scenario.surface.kind == ScreenshotSurface::Kind::popover) {
         QWidget frame;
         frame.setAttribute(Qt::WA_DontShowOnScreen);

@@ -1,14 +1,18 @@
 // Which view stands for each page of the dashboard.
 
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
+#include "CorvaneApp/ui/dashboard/pages/EarningsPage.h"
+#include "CorvaneApp/ui/dashboard/pages/OverviewPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
 
 namespace corvane {
 
-std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext&) {
+std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& context) {
     switch (page) {
         case DashPage::overview:
+            return std::make_unique<OverviewPage>(context);
         case DashPage::earnings:
+            return std::make_unique<EarningsPage>(context);
         case DashPage::models:
         case DashPage::schedule:
         case DashPage::payouts:
