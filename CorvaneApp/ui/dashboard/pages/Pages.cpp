@@ -1,19 +1,21 @@
 // Which view stands for each page of the dashboard.
 
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
+#include "CorvaneApp/ui/dashboard/pages/PayoutsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
 
 namespace corvane {
 
-std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext&) {
+std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& context) {
     switch (page) {
         case DashPage::overview:
         case DashPage::earnings:
         case DashPage::models:
         case DashPage::schedule:
-        case DashPage::payouts:
         case DashPage::settings:
             break;
+        case DashPage::payouts:
+            return std::make_unique<PayoutsPage>(context);
     }
     return std::make_unique<PlaceholderPage>(page);
 }
