@@ -85,15 +85,18 @@ TEST_F(PayoutMethodsStoreTest, AddsThenListsAndActsOnMethods) {
     EXPECT_EQ(store.state().primaryMethodId, "pm_1") << "the first method becomes primary";
     EXPECT_EQ(store.state().methods[1].detail, "Savings ····6789");
 
-    store.makePrimary(store.state().methods[1]);
+    const auto shownBeforeSwitch = store.state().methods[1];
+    store.makePrimary(shownBeforeSwitch);
     EXPECT_TRUE(store.state().isActing);
     executor.runUntilIdle();
     EXPECT_FALSE(store.state().isActing);
     EXPECT_EQ(store.state().primaryMethodId, "pm_2");
 
-    // The primary one can't go while another is left: the coordinator's own words are kept.
-    const auto primary = store.state().methods[1];
-    store.remove(primary);
+    // The fresh list marks the primary as not removable, and the store refuses it unasked.
+    EXPECT_EQ(store.state().methods[1].canDelete, false);
+    // A row shown before the switch still offers removal; the coordinator refuses it, and its
+    // own words are kept.
+    store.remove(shownBeforeSwitch);
     executor.runUntilIdle();
     ASSERT_TRUE(store.state().methodActionError);
     EXPECT_EQ(store.state().methodActionError->kind,

@@ -7,12 +7,13 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QInputDevice>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTabBar>
-#include <QTest>
 
 #include <fstream>
 #include <sstream>
@@ -31,6 +32,19 @@ namespace corvane {
 namespace {
 
 constexpr const char* kMethods = "/api/v1/workers/me/payout-methods";
+
+// Qt makes a stand-in pointer and keyboard the first time a shown widget needs one, as children
+// of the application. Made after the application, they would be torn down at exit after the
+// registry they sign out of is gone; they go while it is still there.
+class InputDevicesCleanup final : public ::testing::Environment {
+  public:
+    void TearDown() override {
+        for (const auto* device : QInputDevice::devices())
+            if (device->parent() == QCoreApplication::instance()) delete device;
+    }
+};
+const auto* const kInputDevicesCleanup =
+    ::testing::AddGlobalTestEnvironment(new InputDevicesCleanup);  // gtest owns it
 
 // An enrolled session whose account is the local coordinator and whose settings live in a
 // scratch config.yaml; calls run inline and answer through the Qt loop.
@@ -101,8 +115,15 @@ class PayoutsPageTest : public ::testing::Test {
     }
     void typeInto(const char* field, const QString& text) {
         auto& edit = find<QLineEdit>(field);
+        // As typing does: the edit reports the change as the owner's.
         edit.selectAll();
-        QTest::keyClicks(&edit, text);
+        edit.insert(text);
+    }
+    static void pressKey(QWidget& widget, Qt::Key key) {
+        QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+        QCoreApplication::sendEvent(&widget, &press);
+        QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier);
+        QCoreApplication::sendEvent(&widget, &release);
     }
     int posts() const {
         int count = 0;
@@ -159,7 +180,9 @@ TEST_F(PayoutsPageTest, AnInvalidRoutingNumberNeverLeavesTheSheetAndTheCorrected
     EXPECT_EQ(posts(), 1);
     ASSERT_EQ(coordinator.payoutMethods().size(), 1u);
     EXPECT_EQ(coordinator.payoutMethods()[0].routingNumber, "021000021");
-    EXPECT_EQ(rowIDs(), std::vector<QString>{QStringLiteral("pm_1")});
+    // Rows added to the shown page appear once the loop runs.
+    EXPECT_TRUE(testing::runEventsUntil(
+        [&] { return rowIDs() == std::vector<QString>{QStringLiteral("pm_1")}; }));
     EXPECT_TRUE(find<QWidget>("payoutsScroll").isEnabled()) << "the page is usable again";
 }
 
@@ -182,6 +205,8 @@ TEST_F(PayoutsPageTest, ADroppedConnectionKeepsTheSheetAndTheRetryAddsOnce) {
     ASSERT_TRUE(testing::runEventsUntil([&] { return !page->sheet().isOpen(); }));
     EXPECT_EQ(coordinator.payoutMethods().size(), 1u);
     EXPECT_EQ(posts(), 1);
+    EXPECT_TRUE(testing::runEventsUntil([&] { return rowIDs().size() == 1; }));
+    QCoreApplication::processEvents();
     EXPECT_EQ(rowIDs().size(), 1u);
 }
 
@@ -228,7 +253,7 @@ TEST_F(PayoutsPageTest, ARefusedPreferenceGoesBackOnScreenAndInTheStore) {
 
     // Accepted: it reaches the coordinator and becomes the last accepted pair.
     schedule.setFocus();
-    QTest::keyClick(&schedule, Qt::Key_Down);
+    pressKey(schedule, Qt::Key_Down);
     EXPECT_EQ(store.payoutSchedule(), "monthly");
     store.flushPendingSave();
     ASSERT_TRUE(
@@ -237,7 +262,7 @@ TEST_F(PayoutsPageTest, ARefusedPreferenceGoesBackOnScreenAndInTheStore) {
 
     // Refused while a payout cycle runs: back to monthly on screen, in the store and the file.
     coordinator.setPayoutCycleInProgress(true);
-    QTest::keyClick(&schedule, Qt::Key_Up);
+    pressKey(schedule, Qt::Key_Up);
     EXPECT_EQ(schedule.currentText().toStdString(), "Weekly");
     store.flushPendingSave();
     EXPECT_NE(configText().find("payout_schedule: weekly"), std::string::npos);
@@ -254,7 +279,7 @@ TEST_F(PayoutsPageTest, ARefusedPreferenceGoesBackOnScreenAndInTheStore) {
     coordinator.requirePayoutSetup("usdc", "usdc_wallet_address");
     auto& method = find<QComboBox>("payoutMethodPicker");
     method.setFocus();
-    QTest::keyClick(&method, Qt::Key_Home);  // USDC on Base, the first
+    pressKey(method, Qt::Key_Home);  // USDC on Base, the first
     EXPECT_TRUE(banner.isHidden()) << "a new choice clears the old refusal";
     store.flushPendingSave();
     ASSERT_TRUE(testing::runEventsUntil([&] { return store.payoutMethod() == "ach"; }));
@@ -306,7 +331,7 @@ TEST_F(PayoutsPageTest, TheDesktopTakesThePayoutBaselineAtStartAndOnActivation) 
     auto& store = session->configStore();
     const auto ns = WorkerConfigStore::payoutPrefsDefaultsNamespace(store.rawYAML());
     DesktopShell shell(*session, executor, {"0.2.0", [] {}, {}});
-    shell.start(true);
+    shell.start();
     ASSERT_TRUE(
         testing::runEventsUntil([&] { return store.lastSyncedPayoutPrefs(ns).has_value(); }));
     EXPECT_EQ(store.lastSyncedPayoutPrefs(ns), (PayoutPrefsSyncPayload{"ach", "weekly"}));
