@@ -247,15 +247,18 @@ void AppModel::loadActivityHistogram(
     int days,
     std::function<void(std::optional<ActivityHistogramResponse>, std::optional<std::string>)>
         done) {
-    auto api =
-        api_ ? api_
-             : (deps_.enrollment.coordinatorAPIFactory ? deps_.enrollment.coordinatorAPIFactory()
-                                                       : nullptr);
+    auto api = coordinatorAPI();
     if (!api) {
         done(std::nullopt, "Corvane is not enrolled on this computer.");
         return;
     }
     refresher_.loadHistogram(std::move(api), machine_.workerID, days, std::move(done));
+}
+
+std::shared_ptr<const CoordinatorAPIProtocol> AppModel::coordinatorAPI() const {
+    if (api_) return api_;
+    return deps_.enrollment.coordinatorAPIFactory ? deps_.enrollment.coordinatorAPIFactory()
+                                                  : nullptr;
 }
 
 void AppModel::retryDownload() {

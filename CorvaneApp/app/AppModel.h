@@ -167,6 +167,13 @@ class AppModel {
     void setWorkerOverrides(std::optional<bool> isWorkerRunning, std::optional<bool> hasActiveJob);
     void setCurrentDateOverride(std::optional<Date> date);
     bool hasAPI() const { return api_ != nullptr; }
+    // The account client: the model's own once enrolled, else whatever the enrolment gives now
+    // (null while not enrolled).
+    std::shared_ptr<const CoordinatorAPIProtocol> coordinatorAPI() const;
+    // Where the model runs its network calls; a page's own calls go there too.
+    const std::shared_ptr<BackgroundRunner>& backgroundRunner() const {
+        return deps_.backgroundRunner;
+    }
     bool isRefreshing() const { return refresher_.isRefreshing(); }
     const std::string& appVersion() const { return deps_.appVersion; }
 

@@ -3,23 +3,13 @@
 #include <unistd.h>
 
 #include "CorvaneApp/app/OnboardingSystemCredentialStore.h"
+#include "CorvaneApp/app/PayoutPrefsHooksFactory.h"
 #include "CorvaneApp/app/SignOutCommand.h"
 #include "CorvaneApp/config/WorkerConfig.h"
 #include "CorvaneApp/eligibility/HeavyAppSystemSampler.h"
 #include "CorvaneApp/platform/Log.h"
 
 namespace corvane {
-namespace {
-
-PayoutPrefsSyncError toSyncError(const CoordinatorAPIError& error) {
-    if (error.kind() == CoordinatorAPIError::Kind::payoutPrefsSetupRequired) {
-        return PayoutPrefsSyncError::setupRequired(error.requiredSetup(), error.detail());
-    }
-    return PayoutPrefsSyncError::payoutCycleConflict(error.detail());
-}
-
-}  // namespace
-
 AppSession::AppSession(Executor& mainSequence, AppEnvironment environment)
     : main_(mainSequence), delegate_(AppDelegate::create(mainSequence, std::move(environment))) {}
 
@@ -189,30 +179,11 @@ void AppSession::forgetEnrollment() {
 
 void AppSession::installPayoutPrefsHooks() {
     std::weak_ptr<AppDelegate> weak = delegate_;
-    auto client = [weak]() -> std::shared_ptr<const CoordinatorAPI> {
-        auto self = weak.lock();
-        auto api = self ? coordinatorAPI(self->environment(), self->keychain()) : nullptr;
-        if (!api) throw PayoutPrefsSyncError::missingCredentials();
-        return api;
-    };
-    PayoutPrefsHooks hooks;
-    hooks.push = [client](const PayoutPrefsSyncPayload& pair, std::stop_token stop) {
-        try {
-            client()->putPayoutPrefs(pair.method, pair.schedule, stop);
-        } catch (const CoordinatorAPIError& error) {
-            if (error.kind() == CoordinatorAPIError::Kind::payoutPrefsSetupRequired ||
-                error.kind() == CoordinatorAPIError::Kind::payoutCycleConflict) {
-                throw toSyncError(error);
-            }
-            throw;
-        }
-    };
-    hooks.fetchBaseline = [client](std::stop_token stop) -> std::optional<PayoutPrefsSyncPayload> {
-        const auto summary = client()->dashboard(stop).payoutSummary;
-        return PayoutPrefsSyncPayload{summary.method.value_or("ach"),
-                                      summary.schedule.value_or("weekly")};
-    };
-    delegate_->configStore().setPayoutPrefsHooks(std::move(hooks));
+    delegate_->configStore().setPayoutPrefsHooks(
+        makePayoutPrefsHooks([weak]() -> std::shared_ptr<const CoordinatorAPIProtocol> {
+            auto self = weak.lock();
+            return self ? coordinatorAPI(self->environment(), self->keychain()) : nullptr;
+        }));
 }
 
 }  // namespace corvane

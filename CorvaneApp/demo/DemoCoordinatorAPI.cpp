@@ -61,6 +61,14 @@ void DemoCoordinatorAPI::addPayoutMethod(const AddPayoutMethodRequest& request,
     method.accountNumber = request.accountNumber;
     method.accountHolderName = request.accountHolderName;
     method.accountType = request.accountType;
+    if (request.method == PayoutMethodType::ach && request.accountNumber) {
+        // A coordinator shows a bank account by its kind and last digits.
+        const auto& number = *request.accountNumber;
+        method.detail =
+            std::string(request.accountType == PayoutBankAccountType::savings ? "Savings"
+                                                                              : "Checking") +
+            " ····" + number.substr(number.size() > 4 ? number.size() - 4 : 0);
+    }
     method.canDelete = true;
     method.status = "active";
     const bool primary = request.makePrimary || methods_.empty();

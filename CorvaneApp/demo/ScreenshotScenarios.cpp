@@ -81,6 +81,24 @@ void noEarningsYet(DemoSession& session) {
     model.earnings().applyEarningsSummary(EarningsSummary{});
 }
 
+// A wallet made primary and a checking account, as an owner who set up two destinations has.
+void attachSamplePayoutMethods(DemoSession& session) {
+    auto api = session.model().coordinatorAPI();
+    if (!api) return;
+    AddPayoutMethodRequest wallet;
+    wallet.method = PayoutMethodType::usdc;
+    wallet.walletAddress = "0x4b1e2f9a7c3d5e6f8a9b0c1d2e3f4a5b6c7d8e9f";
+    wallet.makePrimary = true;
+    api->addPayoutMethod(wallet);
+    AddPayoutMethodRequest bank;
+    bank.method = PayoutMethodType::ach;
+    bank.routingNumber = "021000021";
+    bank.accountNumber = "000123456789";
+    bank.accountHolderName = "Sam Rivera";
+    bank.accountType = PayoutBankAccountType::checking;
+    api->addPayoutMethod(bank);
+}
+
 }  // namespace
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
@@ -166,6 +184,10 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          none, false, none, rememberTodayRange},
         {"earnings-empty", "Earnings page — nothing earned yet.", page(DashPage::earnings), none,
          false, none, noEarningsYet},
+        {"payouts-with-methods", "Payouts page — a USDC wallet (primary) and a bank account.",
+         page(DashPage::payouts), none, false, none, attachSamplePayoutMethods},
+        {"payouts-add-method-invalid", "Payouts page — add-method sheet showing validation errors.",
+         page(DashPage::payouts), none, false, none},
     };
     return catalog;
 }

@@ -95,6 +95,14 @@ DevCoordinator::DevCoordinator(Options options)
            &DevCoordinator::handlePutPayoutPrefs},
           {"GET", PathPattern("/api/v1/workers/me/dashboard"), true,
            &DevCoordinator::handleDashboard},
+          {"GET", PathPattern("/api/v1/workers/me/payout-methods"), true,
+           &DevCoordinator::handleListPayoutMethods},
+          {"POST", PathPattern("/api/v1/workers/me/payout-methods"), true,
+           &DevCoordinator::handleAddPayoutMethod},
+          {"PUT", PathPattern("/api/v1/workers/me/payout-methods/{}/primary"), true,
+           &DevCoordinator::handleSetPrimaryPayoutMethod},
+          {"DELETE", PathPattern("/api/v1/workers/me/payout-methods/{}"), true,
+           &DevCoordinator::handleRemovePayoutMethod},
           {"GET", PathPattern("/api/v1/workers/me/earnings/summary"), true,
            &DevCoordinator::handleEarningsSummary},
           {"GET", PathPattern("/api/v1/workers/me/earnings/daily"), true,
@@ -277,7 +285,7 @@ void DevCoordinator::serve(const httplib::Request& request, httplib::Response& r
     record(request);
     const std::string rawPath = splitTarget(request.target).first;
     std::string outcome;
-    if (auto scripted = takeScriptedReply(rawPath)) {
+    if (auto scripted = takeScriptedReply(rawPath); scripted && !scripted->dropAfterHandling) {
         outcome = play(*scripted, request, response);
     } else {
         const std::string method = request.method == "HEAD" ? "GET" : request.method;
@@ -299,6 +307,10 @@ void DevCoordinator::serve(const httplib::Request& request, httplib::Response& r
             (this->*route->handler)(request, response, *placeholder);
         }
         outcome = std::to_string(response.status);
+        if (scripted) {
+            shutdownConnection(request.local_port, request.remote_port);
+            outcome += ", closed without reply (scripted)";
+        }
     }
     log::get("DevCoordinator")->info("{} {} -> {}", request.method, request.target, outcome);
 }

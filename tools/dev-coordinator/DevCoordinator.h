@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "CorvaneApp/coordinator/AccountRecords.h"
 #include "tools/dev-coordinator/DevCoordinatorRecords.h"
 #include "tools/dev-coordinator/PathPattern.h"
 #include "tools/dev-coordinator/ShardBook.h"
@@ -89,6 +90,13 @@ class DevCoordinator {
     void requirePayoutSetup(std::string method, std::string requiredSetup);
     void setPayoutCycleInProgress(bool inProgress);
 
+    // Payout methods ("/api/v1/workers/me/payout-methods": GET lists, POST adds, PUT
+    // ".../{id}/primary" and DELETE ".../{id}"), kept in memory; and the payout history and
+    // balances the dashboard reports. See DevCoordinatorAccount.cpp.
+    std::vector<WorkerPayoutMethod> payoutMethods() const;
+    void addPayout(WorkerDashboard::PayoutDisbursement payout);
+    void setBalances(double held, double available);
+
     // Blocks until the predicate holds or `limit` passes; returns whether it held. The
     // predicate runs without the coordinator's lock, so it may call the accessors above.
     bool waitUntil(std::function<bool(const DevCoordinator&)> predicate,
@@ -137,6 +145,14 @@ class DevCoordinator {
                               const std::string&);
     void handleDashboard(const httplib::Request& request, httplib::Response& response,
                          const std::string&);
+    void handleListPayoutMethods(const httplib::Request& request, httplib::Response& response,
+                                 const std::string&);
+    void handleAddPayoutMethod(const httplib::Request& request, httplib::Response& response,
+                               const std::string&);
+    void handleSetPrimaryPayoutMethod(const httplib::Request& request, httplib::Response& response,
+                                      const std::string& id);
+    void handleRemovePayoutMethod(const httplib::Request& request, httplib::Response& response,
+                                  const std::string& id);
     void handleEarningsSummary(const httplib::Request& request, httplib::Response& response,
                                const std::string&);
     void handleNoHistory(const httplib::Request& request, httplib::Response& response,
@@ -156,16 +172,20 @@ class DevCoordinator {
     bool stopping_ = false;           // guarded by mutex_
     unsigned long changes_ = 0;       // guarded by mutex_
     ShardBook book_;                  // guarded by mutex_
-    std::map<std::string, std::deque<ScriptedReply>> scripted_;  // guarded by mutex_
-    AudioFaults audioFaults_;                                    // guarded by mutex_
-    std::vector<RecordedRequest> requests_;                      // guarded by mutex_
-    std::vector<ResultRecord> results_;                          // guarded by mutex_
-    std::vector<FailureRecord> failures_;                        // guarded by mutex_
-    std::vector<HeartbeatRecord> heartbeats_;                    // guarded by mutex_
-    std::vector<RegistrationRecord> registrations_;              // guarded by mutex_
-    PayoutPrefs payoutPrefs_;                                    // guarded by mutex_
-    std::map<std::string, std::string> payoutSetupRequired_;     // guarded by mutex_
-    bool payoutCycleInProgress_ = false;                         // guarded by mutex_
+    std::map<std::string, std::deque<ScriptedReply>> scripted_;       // guarded by mutex_
+    AudioFaults audioFaults_;                                         // guarded by mutex_
+    std::vector<RecordedRequest> requests_;                           // guarded by mutex_
+    std::vector<ResultRecord> results_;                               // guarded by mutex_
+    std::vector<FailureRecord> failures_;                             // guarded by mutex_
+    std::vector<HeartbeatRecord> heartbeats_;                         // guarded by mutex_
+    std::vector<RegistrationRecord> registrations_;                   // guarded by mutex_
+    PayoutPrefs payoutPrefs_;                                         // guarded by mutex_
+    std::map<std::string, std::string> payoutSetupRequired_;          // guarded by mutex_
+    bool payoutCycleInProgress_ = false;                              // guarded by mutex_
+    std::vector<WorkerPayoutMethod> payoutMethods_;                   // guarded by mutex_
+    int nextPayoutMethodNumber_ = 1;                                  // guarded by mutex_
+    std::vector<WorkerDashboard::PayoutDisbursement> payoutHistory_;  // guarded by mutex_
+    WorkerDashboard::EarningsUSD balances_{};                         // guarded by mutex_
 
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;

@@ -37,6 +37,9 @@ struct ScriptedReply {
     double delaySeconds = 0;   // answer late
     bool dropMidBody = false;  // announce Content-Length, send half of the body, close
     bool closeWithoutReply = false;
+    // Handle the request as usual (its effect happens), then close without sending the answer:
+    // the client can't tell whether it went through.
+    bool dropAfterHandling = false;
 };
 
 // Faults of the audio files. They stay until replaced.

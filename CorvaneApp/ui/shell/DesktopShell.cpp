@@ -1,5 +1,6 @@
 #include "CorvaneApp/ui/shell/DesktopShell.h"
 
+#include <QGuiApplication>
 #include <QMessageBox>
 
 #include "CorvaneApp/dashboard/PopoverState.h"
@@ -54,12 +55,20 @@ DesktopShell::DesktopShell(Session& session, Executor& mainSequence, Options opt
         return requests;
     }());
     modelSubscription_ = model.observe([this](ModelParts parts) { modelChanged(parts); });
+    // Coming to the front is when the owner may look at payouts: the coordinator's payout
+    // choices become the baseline a refused change rolls back to, if none is known yet.
+    QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, dashboard_.get(),
+                     [this](Qt::ApplicationState state) {
+                         if (state == Qt::ApplicationActive)
+                             session_.configStore().refreshPayoutPrefsBaselineOnActivation();
+                     });
     tray_->render(trayMenuState(model));
 }
 
 DesktopShell::~DesktopShell() = default;
 
 void DesktopShell::start() {
+    session_.configStore().refreshPayoutPrefsBaselineOnActivation();
     if (TrayHost::present()) {
         tray_->show();
         return;

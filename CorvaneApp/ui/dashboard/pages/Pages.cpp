@@ -3,6 +3,7 @@
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
 #include "CorvaneApp/ui/dashboard/pages/EarningsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/OverviewPage.h"
+#include "CorvaneApp/ui/dashboard/pages/PayoutsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
 
 namespace corvane {
@@ -15,9 +16,10 @@ std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& con
             return std::make_unique<EarningsPage>(context);
         case DashPage::models:
         case DashPage::schedule:
-        case DashPage::payouts:
         case DashPage::settings:
             break;
+        case DashPage::payouts:
+            return std::make_unique<PayoutsPage>(context);
     }
     return std::make_unique<PlaceholderPage>(page);
 }
