@@ -60,6 +60,19 @@ void applyModelsState(ScreenshotModelsState state, AppModel& model) {
     model.refreshStatus(true);
 }
 
+// Quiet nights every day and late weekend evenings: hours the sample owner is rarely at the
+// computer, so that the activity history has suggestions to make.
+void closeQuietHours(DemoSession& session) {
+    auto grid = ScheduleGrid::recommended();
+    for (int day = 0; day < ScheduleGrid::dayCount; ++day) {
+        for (int hour = 0; hour < 6; ++hour) grid.setAllowed(false, day, hour);
+    }
+    for (int day : {5, 6}) {
+        for (int hour : {22, 23}) grid.setAllowed(false, day, hour);
+    }
+    session.configStore().setScheduleGrid(std::move(grid));
+}
+
 }  // namespace
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
@@ -124,6 +137,11 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          false, none},
         {"settings-default", "Settings page — default.", page(DashPage::settings), none, false,
          none},
+        {"schedule-with-suggestion",
+         "Schedule & limits page — activity history loaded, suggestions banner shown.",
+         page(DashPage::schedule), none, false, none, closeQuietHours},
+        {"schedule-in-use-tab", "Schedule & limits page — in-use tab selected.",
+         page(DashPage::schedule), none, false, none},
     };
     return catalog;
 }

@@ -1,16 +1,21 @@
 // Which view stands for each page of the dashboard.
 
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
+#include "CorvaneApp/ui/dashboard/pages/ModelsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
+#include "CorvaneApp/ui/dashboard/pages/SchedulePage.h"
 
 namespace corvane {
 
-std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext&) {
+std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& context) {
     switch (page) {
         case DashPage::overview:
         case DashPage::earnings:
+            break;
         case DashPage::models:
+            return std::make_unique<ModelsPage>(context);
         case DashPage::schedule:
+            return std::make_unique<SchedulePage>(context);
         case DashPage::payouts:
         case DashPage::settings:
             break;
