@@ -26,6 +26,9 @@
 namespace corvane {
 namespace {
 
+// The side cards: narrow enough that the rows beside them keep room for their texts.
+constexpr int kSideWidth = 260;
+
 using Kind = DiskAllocationBar::Segment::Kind;
 
 class Swatch final : public QWidget {
@@ -102,17 +105,20 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     heroColumn->addWidget(diskTitle_);
     diskBar_ = new DiskAllocationBarView(hero);
     heroColumn->addWidget(diskBar_);
-    auto* legend = new QHBoxLayout;
-    legend->setSpacing(6);
+    // Two entries a line: in one line the legend is wider than the column.
+    auto* legend = new QGridLayout;
+    legend->setHorizontalSpacing(6);
+    legend->setVerticalSpacing(4);
     const std::array kinds{Kind::system, Kind::models, Kind::headroom};
     for (std::size_t i = 0; i < kinds.size(); ++i) {
-        legend->addWidget(new Swatch(kinds[i], hero));
+        const int line = int(i / 2), at = int(i % 2) * 2;
+        legend->addWidget(new Swatch(kinds[i], hero), line, at);
         diskLegend_[i] = label(hero, "muted");
         diskLegend_[i]->setObjectName(QStringLiteral("diskLegend"));
-        legend->addWidget(diskLegend_[i]);
-        legend->addSpacing(10);
+        legend->addWidget(diskLegend_[i], line, at + 1);
     }
-    legend->addStretch(1);
+    legend->setColumnMinimumWidth(1, 200);
+    legend->setColumnStretch(3, 1);
     heroColumn->addLayout(legend);
     removal_ = label(hero, "muted", true);
     removal_->setObjectName(QStringLiteral("removalText"));
@@ -170,7 +176,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
 
     // Who picks the models.
     auto* mode = card(body);
-    mode->setFixedWidth(300);
+    mode->setFixedWidth(kSideWidth);
     auto* modeColumn = new QVBoxLayout(mode);
     modeColumn->setContentsMargins(16, 14, 16, 14);
     modeColumn->setSpacing(6);
@@ -201,11 +207,11 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
 
     // The budget.
     auto* budget = card(body);
-    budget->setFixedWidth(300);
+    budget->setFixedWidth(kSideWidth);
     auto* budgetColumn = new QVBoxLayout(budget);
     budgetColumn->setContentsMargins(16, 14, 16, 14);
     budgetColumn->setSpacing(6);
-    budgetTitle_ = label(budget, "muted");
+    budgetTitle_ = label(budget, "muted", true);
     budgetColumn->addWidget(budgetTitle_);
     budgetText_ = label(budget, "", true);
     budgetColumn->addWidget(budgetText_);

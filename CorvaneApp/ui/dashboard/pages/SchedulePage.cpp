@@ -8,9 +8,9 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QSignalBlocker>
 #include <QSlider>
-#include <QStackedWidget>
 #include <QVBoxLayout>
 
 #include "CorvaneApp/dashboard/ShellState.h"
@@ -79,7 +79,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
 
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
+    auto* scroll = scroll_ = new QScrollArea(this);
     scroll->setObjectName(QStringLiteral("scheduleScroll"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
@@ -122,7 +122,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     inUseRate_[0]->setObjectName(QStringLiteral("inUseRate"));
     column->addWidget(head);
 
-    auto* middle = new QHBoxLayout;
+    // The limits above the quiet hours: side by side they need more than the window's width.
+    auto* middle = new QVBoxLayout;
     middle->setSpacing(14);
 
     // The limits, in two tabs.
@@ -138,11 +139,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
         limits);
     tabs_->setObjectName(QStringLiteral("scheduleTabs"));
     limitsColumn->addWidget(tabs_);
-    tabPages_ = new QStackedWidget(limits);
-    limitsColumn->addWidget(tabPages_);
-    limitsColumn->addStretch(1);
 
-    auto* awayPage = new QWidget(tabPages_);
+    auto* awayPage = tabPages_[0] = new QWidget(limits);
     auto* away = new QVBoxLayout(awayPage);
     away->setContentsMargins(0, 4, 0, 0);
     away->setSpacing(8);
@@ -183,9 +181,9 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     away->addWidget(awayCpu_);
     away->addWidget(awayRam_);
     away->addStretch(1);
-    tabPages_->addWidget(awayPage);
+    limitsColumn->addWidget(awayPage);
 
-    auto* inUsePage = new QWidget(tabPages_);
+    auto* inUsePage = tabPages_[1] = new QWidget(limits);
     auto* inUse = new QVBoxLayout(inUsePage);
     inUse->setContentsMargins(0, 4, 0, 0);
     inUse->setSpacing(8);
@@ -202,11 +200,11 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     inUse->addWidget(inUseCpu_);
     inUse->addWidget(inUseRam_);
     inUse->addStretch(1);
-    tabPages_->addWidget(inUsePage);
-    middle->addWidget(limits, 1);
+    limitsColumn->addWidget(inUsePage);
+    middle->addWidget(limits);
 
     // The quiet hours.
-    auto* quiet = card(body);
+    auto* quiet = quietCard_ = card(body);
     auto* quietColumn = new QVBoxLayout(quiet);
     quietColumn->setContentsMargins(18, 14, 18, 16);
     quietColumn->setSpacing(8);
@@ -218,7 +216,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
         {[this](HeatmapCell cell) { paintCell(cell); }, [this] { finishPaint(); },
          [this](HeatmapCell cell) { toggleCell(cell); }},
         quiet);
-    quietColumn->addWidget(heatmap_);
+    quietColumn->addWidget(heatmap_, 0, Qt::AlignLeft);
     const std::array<CellState, 3> legendStates{CellState::allowedBusy, CellState::quietSuggest,
                                                 CellState::blocked};
     for (std::size_t i = 0; i < legendStates.size(); ++i) {
@@ -245,7 +243,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     quietColumn->addSpacing(4);
     quietColumn->addWidget(banner);
     quietColumn->addStretch(1);
-    middle->addWidget(quiet, 0);
+    middle->addWidget(quiet);
     column->addLayout(middle);
 
     // What other settings would earn.
@@ -301,6 +299,9 @@ void SchedulePage::shown() {
 
 void SchedulePage::prepareScene(std::string_view sceneID) {
     selectTab(sceneID == "schedule-in-use-tab" ? SchedulePageTab::inUse : SchedulePageTab::away);
+    // The suggestions sit below the limits: that scene shows them.
+    if (sceneID == "schedule-with-suggestion")
+        scroll_->verticalScrollBar()->setValue(quietCard_->y() - 14);
 }
 
 void SchedulePage::selectTab(SchedulePageTab tab) {
@@ -364,7 +365,11 @@ void SchedulePage::render(const SchedulePageState& state) {
     }
     tabs_->render({{state.tabTitles[0], "awayTab", state.tab == SchedulePageTab::away},
                    {state.tabTitles[1], "inUseTab", state.tab == SchedulePageTab::inUse}});
-    tabPages_->setCurrentIndex(state.tab == SchedulePageTab::away ? 0 : 1);
+    // A hidden tab takes no room: the card is as tall as the tab shown.
+    const std::size_t shown = state.tab == SchedulePageTab::away ? 0 : 1;
+    for (std::size_t i = 0; i < tabPages_.size(); ++i) {
+        if (tabPages_[i]->isHidden() == (i == shown)) tabPages_[i]->setVisible(i == shown);
+    }
 
     setText(*awayHeading_, state.awayHeading);
     setText(*awayLine_, state.awayLine);

@@ -18,7 +18,7 @@ class QCheckBox;
 class QGridLayout;
 class QLabel;
 class QPushButton;
-class QStackedWidget;
+class QScrollArea;
 
 namespace corvane {
 
@@ -66,7 +66,7 @@ class SchedulePage final : public DashboardPage {
     std::array<QLabel*, 3> awayRate_{};   // rate, title, line
     std::array<QLabel*, 3> inUseRate_{};  // rate, title, line
     SegmentedControl* tabs_;
-    QStackedWidget* tabPages_;
+    std::array<QWidget*, 2> tabPages_;  // away, in use: only the chosen one is shown
     QLabel* awayHeading_;
     QLabel* awayLine_;
     LimitSlider* idle_;
@@ -82,6 +82,8 @@ class SchedulePage final : public DashboardPage {
     LimitSlider* inUseRam_;
     QLabel* quietTitle_;
     QLabel* quietLine_;
+    QScrollArea* scroll_;
+    QWidget* quietCard_;  // the heatmap's card, where a scene of the suggestions scrolls to
     ScheduleHeatmap* heatmap_;
     std::array<QLabel*, 3> legend_{};
     QLabel* banner_;
