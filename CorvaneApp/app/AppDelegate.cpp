@@ -82,7 +82,20 @@ void AppDelegate::refreshMirror() {
     mirror_->fallbackPercent = configStore_->currentEffectiveResourcePercentFallback();
 }
 
+void AppDelegate::watchConfigFile() {
+    if (terminated_ || (configWatcher_ && configWatcher_->isWatching())) return;
+    configWatcher_.reset();
+    configWatcher_ =
+        std::make_unique<FileWatcher>(env_.configPath, [weak = weak_from_this(), &main = main_] {
+            main.post([weak] {
+                if (auto self = weak.lock(); self && !self->terminated_)
+                    self->configStore_->followFileChange();
+            });
+        });
+}
+
 void AppDelegate::launch() {
+    watchConfigFile();
     sampler_ =
         std::make_shared<ResourceSampler>(main_, env_.samplerProbes, static_cast<int>(::getpid()));
     sampler_->start(2.0);
@@ -172,6 +185,7 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
     log::get("AppDelegate")
         ->info("buildAndStartWorkerIfPossible: building worker controller for worker_id={}",
                config->workerID);
+    watchConfigFile();
     prepareShardFolder();
     handlerBox_ = handlerBox_ ? handlerBox_ : std::make_shared<HandlerBox>();
     WorkerAssembly assembly{
@@ -499,6 +513,7 @@ void AppDelegate::terminate() {
     if (terminated_) return;
     terminated_ = true;
     modelCacheStreamTask_.reset();  // cancels and joins
+    configWatcher_.reset();
     if (meetingDetector_) meetingDetector_->stop();
     meetingDetector_.reset();
     idleMonitor_.reset();

@@ -32,6 +32,7 @@
 #include "CorvaneApp/models/WhisperHandler.h"
 #include "CorvaneApp/platform/BackgroundRunner.h"
 #include "CorvaneApp/platform/Executor.h"
+#include "CorvaneApp/platform/FileWatcher.h"
 #include "CorvaneApp/platform/Http.h"
 #include "CorvaneApp/worker/WorkerControllerBridge.h"
 
@@ -86,6 +87,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
   private:
     void refreshMirror();
+    // config.yaml edited behind the store (by hand, by the daemon) reaches the settings, and with
+    // them the screens and the worker's limits, without a restart. Needs the file's folder, so it
+    // is tried again once enrolment has made it.
+    void watchConfigFile();
     // What the weights on disk allow; with `runnableOnly`, Parakeet only where a runtime can run it
     // (what the worker may advertise).
     std::vector<ModelIdentifier> modelsOnDisk(bool runnableOnly) const;
@@ -118,6 +123,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     std::string shardFolderProblem_;  // the reason of shardFolderPause_
     TimerHandle shardFolderRetryTimer_;
     Subscription storeSubscription_;
+    std::unique_ptr<FileWatcher> configWatcher_;
 
     std::shared_ptr<HandlerBox> handlerBox_;
     std::shared_ptr<WorkerController> workerController_;

@@ -12,6 +12,7 @@ AppModel::Dependencies withDefaults(AppModel::Dependencies deps) {
     if (!deps.backgroundRunner) deps.backgroundRunner = std::make_shared<TaskBackgroundRunner>();
     if (!deps.sleeper) deps.sleeper = std::make_shared<TaskSleepProvider>();
     if (!deps.now) deps.now = systemNow;
+    if (!deps.volumeInfo) deps.volumeInfo = [] { return VolumeInfo::current(); };
     if (!deps.reasonReporter)
         deps.reasonReporter = std::make_shared<UnknownEligibilityReasonReporter>();
     if (!deps.statusSource)
@@ -52,6 +53,8 @@ AppModel::AppModel(Executor& mainSequence, Dependencies dependencies)
 }
 
 AppModel::~AppModel() {
+    alive_.reset();
+    volumeJob_.reset();
     localTimer_.cancel();
     refreshTimer_.cancel();
 }
@@ -263,6 +266,18 @@ std::shared_ptr<const CoordinatorAPIProtocol> AppModel::coordinatorAPI() const {
 
 void AppModel::retryDownload() {
     if (requests_.requestModelDownloadRetry) requests_.requestModelDownloadRetry();
+}
+
+void AppModel::refreshVolumeInfo() {
+    volumeJob_ = deps_.backgroundRunner->run(
+        [read = deps_.volumeInfo, main = &main_,
+         alive = std::weak_ptr<AppModel*>(alive_)](std::stop_token stop) {
+            auto volume = read();
+            if (stop.stop_requested()) return;
+            main->post([alive, volume] {
+                if (auto self = alive.lock()) (*self)->modelInstall().setVolume(volume);
+            });
+        });
 }
 
 // --- Setters

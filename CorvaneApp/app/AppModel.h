@@ -86,6 +86,8 @@ class AppModel {
         // The frontmost application's load and the owner's setting for its pause.
         std::shared_ptr<HeavyAppDetector::Sampling> heavyAppSampler;
         std::function<bool()> pauseOnHeavyApp;
+        // The volume of the model weights; absent: the home directory's, read from the system.
+        std::function<std::optional<VolumeInfo>()> volumeInfo;
     };
 
     // What the model asks of the application; each may be left empty.
@@ -132,6 +134,8 @@ class AppModel {
     // One refresh per selection; a newer selection drops an older one's late answer.
     void selectEarningsRange(EarningsRange range);
     void retryDownload();
+    // Measures the weights' volume off the main sequence; modelInstall().volume() follows.
+    void refreshVolumeInfo();
     // Delivered on the main sequence; `error` says why there is no answer. A newer request
     // replaces one still in flight, whose answer is dropped.
     void loadActivityHistogram(int days,
@@ -226,6 +230,9 @@ class AppModel {
     std::shared_ptr<const CoordinatorAPIProtocol> api_;
     TimerHandle localTimer_;
     TimerHandle refreshTimer_;
+    std::unique_ptr<BackgroundJob> volumeJob_;
+    // Lets a measurement that ends after the model is gone find that out.
+    std::shared_ptr<AppModel*> alive_ = std::make_shared<AppModel*>(this);
 };
 
 }  // namespace corvane

@@ -110,6 +110,7 @@ void AppSession::syncModelDownload() {
     ModelChanges::Batch batch(model_->changes());
     model_->modelInstall().setModelDownloadProgress(delegate_->modelDownloadProgress());
     model_->modelInstall().setInstalledModelIDs(delegate_->installedModelIDs());
+    model_->modelInstall().setParakeetRunnable(delegate_->environment().parakeetRuntime != nullptr);
     model_->refreshStatus(true);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
-// The models as the screens show them: the one download in progress (or failed), and the models
-// whose weights are on disk.
+// The models as the screens show them: the one download in progress (or failed), the models
+// whose weights are on disk, whether this build can run Parakeet at all, and the space on the
+// volume that holds them.
 
 #include <optional>
 #include <unordered_set>
@@ -8,6 +9,7 @@
 #include "CorvaneApp/app/ModelChanges.h"
 #include "CorvaneApp/coordinator/ModelIdentifier.h"
 #include "CorvaneApp/models/ModelDownloadProgress.h"
+#include "CorvaneApp/platform/VolumeInfo.h"
 
 namespace corvane {
 
@@ -23,6 +25,12 @@ class ModelInstallState {
     void setInstalledModelIDs(std::unordered_set<ModelIdentifier> identifiers) {
         changes_.assign(installedModelIDs_, std::move(identifiers), ModelPart::models);
     }
+    void setParakeetRunnable(bool runnable) {
+        changes_.assign(parakeetRunnable_, runnable, ModelPart::models);
+    }
+    void setVolume(std::optional<VolumeInfo> volume) {
+        changes_.assign(volume_, std::move(volume), ModelPart::models);
+    }
 
     const std::optional<ModelDownloadProgress>& modelDownloadProgress() const {
         return modelDownloadProgress_;
@@ -30,6 +38,11 @@ class ModelInstallState {
     const std::unordered_set<ModelIdentifier>& installedModelIDs() const {
         return installedModelIDs_;
     }
+    // A runtime for Parakeet is built in: only then can an install of it ever serve.
+    bool parakeetRunnable() const { return parakeetRunnable_; }
+    // The volume of the model weights as last measured; absent before the first measurement or
+    // when it could not be read.
+    const std::optional<VolumeInfo>& volume() const { return volume_; }
     // A download is under way and has not failed.
     bool isDownloading() const {
         return modelDownloadProgress_ && std::holds_alternative<ModelDownloadProgress::Downloading>(
@@ -40,6 +53,8 @@ class ModelInstallState {
     ModelChanges& changes_;
     std::optional<ModelDownloadProgress> modelDownloadProgress_;
     std::unordered_set<ModelIdentifier> installedModelIDs_;
+    bool parakeetRunnable_ = false;
+    std::optional<VolumeInfo> volume_;
 };
 
 }  // namespace corvane

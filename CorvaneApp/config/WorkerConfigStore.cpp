@@ -338,6 +338,34 @@ void WorkerConfigStore::reload() {
     log::get("WorkerConfigStore")->debug("WorkerConfigStore reloaded from {}", configURL_.string());
 }
 
+void WorkerConfigStore::followFileChange() {
+    auto text = configfile::read(configURL_);
+    // A removal is sign-out's business (which reloads); a text the store wrote itself is known.
+    if (!text || *text == rawYAML_) return;
+    if (payoutPrefsDefaultsNamespace(*text) != payoutPrefsDefaultsNamespace(rawYAML_))
+        clearPayoutSyncState();
+    // The owner's fresh edits win over the file for their own fields only; they stay dirty, and
+    // their pending save writes the file's other values back as they now stand. Merged first, so
+    // that observers never see an edit flicker back to the file's value.
+    WorkerSettings merged = parseSettings(*text);
+    for (const auto& name : dirtyFields_) {
+        if (name == "awayCpuCeiling") merged.awayCpuCeiling = settings_.awayCpuCeiling;
+        if (name == "awayRamCeilingGB") merged.awayRamCeilingGB = settings_.awayRamCeilingGB;
+        if (name == "inUseCpuCeiling") merged.inUseCpuCeiling = settings_.inUseCpuCeiling;
+        if (name == "inUseRamCeilingGB") merged.inUseRamCeilingGB = settings_.inUseRamCeilingGB;
+        if (name == "scheduleGrid") merged.scheduleGrid = settings_.scheduleGrid;
+        if (name == "idleMinutes") merged.idleMinutes = settings_.idleMinutes;
+        if (name == "pauseOnMeeting") merged.pauseOnMeeting = settings_.pauseOnMeeting;
+        if (name == "pauseOnHeavyApp") merged.pauseOnHeavyApp = settings_.pauseOnHeavyApp;
+        if (name == "payoutMethod") merged.payoutMethod = settings_.payoutMethod;
+        if (name == "payoutSchedule") merged.payoutSchedule = settings_.payoutSchedule;
+    }
+    rawYAML_ = *text;
+    applySettingsExternally(merged);
+    log::get("WorkerConfigStore")
+        ->info("WorkerConfigStore followed a change of {}", configURL_.string());
+}
+
 WorkerSettings WorkerConfigStore::parseSettings(std::string_view yaml) {
     WorkerSettings settings;
     readBool("idle_detection", "pause_on_meeting", yaml, settings.pauseOnMeeting);

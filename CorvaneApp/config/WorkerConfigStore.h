@@ -116,6 +116,11 @@ class WorkerConfigStore {
     // Re-reads config.yaml: a missing file gives the defaults; a changed file also drops the
     // payout sync state, which may belong to another account.
     void reload();
+    // The file changed behind the store (an edit by hand, another program): its settings are
+    // taken, and the owner's edits not yet saved stay on top of them, so neither side is lost.
+    // A file that is gone or unchanged since the store last read or wrote it changes nothing; the
+    // payout sync state is dropped only when the file now names another account.
+    void followFileChange();
     // Writes now (demo mode and a missing file only log). Never throws.
     void saveNow();
     // Drops the pending save and the dirty set; the values stay in memory, unsaved.

@@ -82,4 +82,10 @@ std::string formatGB(double gigabytes) {
     return fixed(std::isfinite(gigabytes) ? std::max(gigabytes, 0.0) : 0.0, 1) + " GB";
 }
 
+std::string formatWholeUSD(std::int64_t dollars) {
+    const std::uint64_t magnitude =
+        dollars < 0 ? std::uint64_t(-(dollars + 1)) + 1 : std::uint64_t(dollars);
+    return std::string(dollars < 0 ? "−" : "") + "$" + grouped(std::to_string(magnitude));
+}
+
 }  // namespace corvane

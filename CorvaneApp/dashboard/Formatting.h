@@ -29,5 +29,7 @@ std::string byteProgressSubtitle(std::uint64_t bytes, const std::optional<std::u
 std::string formatPercent(double percent);
 // "1.2 GB" of memory (binary gigabytes as the charts count them), one decimal.
 std::string formatGB(double gigabytes);
+// "$1,234": whole dollars, comma groups, a leading "−" below zero.
+std::string formatWholeUSD(std::int64_t dollars);
 
 }  // namespace corvane

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "CorvaneApp/app/AppModelDateParser.h"
 #include "CorvaneApp/dashboard/Formatting.h"
@@ -39,12 +38,6 @@ std::string methodName(const std::string& raw) {
     return raw;
 }
 
-std::string dollars(const char* pattern, double value) {
-    char text[64];
-    std::snprintf(text, sizeof text, pattern, value);
-    return text;
-}
-
 BalanceCard availableCard(std::optional<double> available, PayoutMethodType primary) {
     BalanceCard card{"Available", formatUSD(available), std::nullopt, ""};
     if (!available) {
@@ -59,7 +52,7 @@ BalanceCard availableCard(std::optional<double> available, PayoutMethodType prim
             "Available can sweep on the next payout run. Held and recent estimated unpaid work "
             "are shown separately.";
     } else {
-        card.headline = dollars("$%.2f", minimum - *available) + " until $" +
+        card.headline = formatUSD(minimum - *available) + " until $" +
                         std::to_string(wholeMinimum) + " minimum";
         card.caption =
             "Available is released but still below the payout minimum. Held and recent estimated "

@@ -46,6 +46,8 @@ DemoSession::DemoSession(Executor& mainSequence, Options options)
     deps.statusSource = std::make_shared<DemoStatusSource>();
     deps.backgroundRunner = std::make_shared<InlineBackgroundRunner>();
     deps.now = options_.now;
+    // A sample disk, so that every computer shows the same figures.
+    deps.volumeInfo = [] { return std::optional<VolumeInfo>(VolumeInfo{465.6, 171.2}); };
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
     model_->setCurrentDateOverride(options_.referenceDate);  // the demo keeps its own day
     model_->setWorkerSnapshotSource([this] { return workerSnapshot(); });

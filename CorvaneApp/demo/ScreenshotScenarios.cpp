@@ -99,6 +99,19 @@ void attachSamplePayoutMethods(DemoSession& session) {
     api->addPayoutMethod(bank);
 }
 
+// Quiet nights every day and late weekend evenings: hours the sample owner is rarely at the
+// computer, so that the activity history has suggestions to make.
+void closeQuietHours(DemoSession& session) {
+    auto grid = ScheduleGrid::recommended();
+    for (int day = 0; day < ScheduleGrid::dayCount; ++day) {
+        for (int hour = 0; hour < 6; ++hour) grid.setAllowed(false, day, hour);
+    }
+    for (int day : {5, 6}) {
+        for (int hour : {22, 23}) grid.setAllowed(false, day, hour);
+    }
+    session.configStore().setScheduleGrid(std::move(grid));
+}
+
 }  // namespace
 
 std::optional<ScreenshotLaunchArgs> ScreenshotLaunchArgs::parse(
@@ -188,6 +201,11 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          page(DashPage::payouts), none, false, none, attachSamplePayoutMethods},
         {"payouts-add-method-invalid", "Payouts page — add-method sheet showing validation errors.",
          page(DashPage::payouts), none, false, none},
+        {"schedule-with-suggestion",
+         "Schedule & limits page — activity history loaded, suggestions banner shown.",
+         page(DashPage::schedule), none, false, none, closeQuietHours},
+        {"schedule-in-use-tab", "Schedule & limits page — in-use tab selected.",
+         page(DashPage::schedule), none, false, none},
     };
     return catalog;
 }

@@ -130,6 +130,56 @@ TEST_F(WorkerConfigStoreTest, ExternalEditsAndReload) {
     EXPECT_EQ(heard, (std::vector<Field>{Field::idleMinutes, Field::pauseOnMeeting}));
 }
 
+TEST_F(WorkerConfigStoreTest, FollowingAHandEditKeepsBothTheFileAndTheOwnersPendingEdit) {
+    auto& store = *store_;
+    std::vector<Field> heard;
+    auto subscription = store.observe([&](Field field) { heard.push_back(field); });
+    store.setInUseCpuCeiling(35);  // pending, not yet saved
+    // Edited by hand meanwhile: the idle minutes, a line the scanners cannot read, a comment.
+    auto edited = kEnrolled;
+    edited.replace(edited.find("min_idle_minutes: 3"), 19, "min_idle_minutes: 12");
+    edited += "resource_policy_note: hand\n";
+    edited.replace(edited.find("  level_percent: 75\n"), 20,
+                   "  level_percent: 75\n  away_cpu_ceiling_pct: lots\n");
+    writeConfig(edited);
+    store.followFileChange();
+    EXPECT_EQ(store.idleMinutes(), 12) << "the file's value is taken";
+    EXPECT_EQ(store.inUseCpuCeiling(), 35) << "the owner's unsaved edit stays";
+    EXPECT_EQ(store.awayCpuCeiling(), 90) << "an unreadable value shows the default";
+    EXPECT_EQ(heard, (std::vector<Field>{Field::inUseCpuCeiling, Field::idleMinutes}));
+    EXPECT_EQ(store.dirtyFields(), std::set<std::string>{"inUseCpuCeiling"});
+    EXPECT_EQ(configText(), edited) << "following writes nothing";
+
+    executor_.advance(0.5);
+    EXPECT_EQ(onDisk("idle_detection", "min_idle_minutes"), "12") << "the hand edit survives";
+    EXPECT_EQ(onDisk("resource_policy", "in_use_cpu_ceiling_pct"), "35");
+    EXPECT_NE(configText().find("resource_policy_note: hand"), std::string::npos);
+
+    // The store's own save, a file gone and a file unchanged are no news.
+    heard.clear();
+    store.followFileChange();
+    std::filesystem::remove(configPath());
+    store.followFileChange();
+    EXPECT_TRUE(heard.empty());
+    EXPECT_EQ(store.idleMinutes(), 12);
+    EXPECT_FALSE(store.hasPendingSave());
+}
+
+TEST_F(WorkerConfigStoreTest, AnUnreadableLineShowsTheDefaultAndNothingIsSavedUntilAChange) {
+    auto text = kEnrolled;
+    text.replace(text.find("  level_percent: 75\n"), 20,
+                 "  level_percent: 75\n  in_use_ram_ceiling_gb: 1,5\n");
+    writeConfig(text);
+    auto& store = makeStore();
+    EXPECT_EQ(store.inUseRamCeilingGB(), 10);
+    store.followFileChange();
+    store.reload();
+    executor_.advance(5);
+    EXPECT_FALSE(store.hasPendingSave());
+    EXPECT_EQ(store.saveCount(), 0);
+    EXPECT_EQ(configText(), text);
+}
+
 TEST_F(WorkerConfigStoreTest, DemoModeNeverTouchesTheFile) {
     auto& store = makeStore(DataMode::dummy);
     store.setPayoutMethod("paypal");

@@ -15,6 +15,8 @@
 namespace corvane::testing {
 
 inline QApplication& qtTestApp() {
+    // A binary whose main() owns the application (see PageTestMain.cpp) gets that one.
+    if (auto* owned = qobject_cast<QApplication*>(QCoreApplication::instance())) return *owned;
     static std::unique_ptr<QApplication> app = [] {
         ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
         // Qt's list of input devices is a static made on first use; made after the application,

@@ -1,6 +1,6 @@
 #pragma once
-// A row of exclusive choices ("Today", "7d", ...): one checkable button each, reached by Tab and
-// chosen with Space. Only the owner's click reports an index; rendering a selection reports none.
+// A row of exclusive choices (tabs, filters): one checked button each, reached by Tab and moved
+// between with the arrow keys. Picking one reports its index; rendering never does.
 
 #include <QWidget>
 
@@ -18,14 +18,19 @@ class SegmentedControl final : public QWidget {
   public:
     struct Segment {
         std::string title;
-        std::string objectName;      // tests find the button by it
-        std::string accessibleName;  // what a screen reader says of it
+        std::string objectName;
+        bool selected = false;
+        std::string accessibleName;  // what a screen reader says of it; the title when empty
         friend bool operator==(const Segment&, const Segment&) = default;
     };
 
-    SegmentedControl(std::function<void(std::size_t)> onSelect, QWidget* parent = nullptr);
-    void render(const std::vector<Segment>& segments, std::size_t selected);
+    SegmentedControl(const QString& accessibleName, std::function<void(std::size_t)> onSelect,
+                     QWidget* parent = nullptr);
+    void render(const std::vector<Segment>& segments);
     const std::vector<QPushButton*>& buttons() const { return buttons_; }
+
+  protected:
+    void keyPressEvent(QKeyEvent* event) override;
 
   private:
     std::function<void(std::size_t)> onSelect_;
@@ -33,6 +38,7 @@ class SegmentedControl final : public QWidget {
     QButtonGroup* group_;
     std::vector<QPushButton*> buttons_;  // owned by this widget
     std::vector<Segment> shown_;
+    bool rendered_ = false;
 };
 
 }  // namespace corvane

@@ -73,9 +73,10 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     column->setSpacing(12);
 
     auto* header = new PageHeader(qt(info.title), qt(info.line), content);
-    ranges_ = new SegmentedControl([this](std::size_t index) { selectRange(index); }, header);
+    ranges_ = new SegmentedControl(
+        QStringLiteral("Earnings range"), [this](std::size_t index) { selectRange(index); },
+        header);
     ranges_->setObjectName(QStringLiteral("earningsRange"));
-    ranges_->setAccessibleName(QStringLiteral("Earnings range"));
     header->trailing().addWidget(ranges_, 0, Qt::AlignVCenter);
     header->trailing().addSpacing(8);
     export_ = new QPushButton(header);
@@ -200,10 +201,10 @@ void EarningsPage::render(const EarningsPageState& state) {
     std::vector<SegmentedControl::Segment> segments;
     for (std::size_t i = 0; i < state.rangeLabels.size(); ++i) {
         const std::string& title = state.rangeLabels[i];
-        segments.push_back({title, "earningsRange" + title,
+        segments.push_back({title, "earningsRange" + title, i == std::size_t(state.selectedRange),
                             "Show " + std::string(longName(allEarningsRanges[i]))});
     }
-    ranges_->render(segments, std::size_t(state.selectedRange));
+    ranges_->render(segments);
     setText(*export_, state.exportTitle);
     setText(*loading_, state.loadingNote);
     setVisibleIfChanged(*loading_, !state.loadingNote.empty());

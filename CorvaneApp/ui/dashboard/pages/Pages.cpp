@@ -2,9 +2,11 @@
 
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
 #include "CorvaneApp/ui/dashboard/pages/EarningsPage.h"
+#include "CorvaneApp/ui/dashboard/pages/ModelsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/OverviewPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PayoutsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
+#include "CorvaneApp/ui/dashboard/pages/SchedulePage.h"
 
 namespace corvane {
 
@@ -15,11 +17,13 @@ std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& con
         case DashPage::earnings:
             return std::make_unique<EarningsPage>(context);
         case DashPage::models:
+            return std::make_unique<ModelsPage>(context);
         case DashPage::schedule:
-        case DashPage::settings:
-            break;
+            return std::make_unique<SchedulePage>(context);
         case DashPage::payouts:
             return std::make_unique<PayoutsPage>(context);
+        case DashPage::settings:
+            break;
     }
     return std::make_unique<PlaceholderPage>(page);
 }
