@@ -8,6 +8,8 @@
 
 #include "CorvaneApp/app/AppDelegate.h"
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/LoginItemManager.h"
+#include "CorvaneApp/app/NotificationBridge.h"
 #include "CorvaneApp/app/Session.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 
@@ -36,6 +38,11 @@ class AppSession final : public Session {
     // The line under the status: a pause's own reason when someone other than the owner paused.
     std::string statusSubtitle() const;
     WorkerStatusRecord statusRecord() override;
+    DataMode dataMode() const override { return DataMode::real; }
+    NotificationBridge& notifications() override { return *notifications_; }
+    bool launchesAtLogin() override { return loginItems_.isEnabled(); }
+    void setLaunchesAtLogin(bool enabled) override { loginItems_.setEnabled(enabled); }
+    void uninstall(std::function<void(UninstallReport)> done) override;
 
     // A client when the config file and the token both exist.
     static std::shared_ptr<const CoordinatorAPI> coordinatorAPI(const AppEnvironment& environment,
@@ -49,7 +56,12 @@ class AppSession final : public Session {
     Executor& main_;
     std::shared_ptr<AppDelegate> delegate_;
     std::unique_ptr<AppModel> model_;
+    std::unique_ptr<NotificationBridge> notifications_;
+    LoginItemManager loginItems_;
     Subscription delegateSubscription_;
+    TaskBackgroundRunner runner_;
+    std::unique_ptr<BackgroundJob> uninstallJob_;
+    std::shared_ptr<AppSession*> alive_ = std::make_shared<AppSession*>(this);
 };
 
 }  // namespace corvane

@@ -2,8 +2,14 @@
 // The running application as its front ends (the tray, the windows, the headless loop) see it,
 // whichever sources stand behind it: a real session (AppSession) or the sample one.
 
+#include <functional>
+
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/DemoTools.h"
+#include "CorvaneApp/app/NotificationBridge.h"
+#include "CorvaneApp/app/UninstallController.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
+#include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
 
@@ -23,6 +29,19 @@ class Session {
     virtual UserDefaults& userDefaults() = 0;
     // What `corvane status` prints: the words, the job in hand and the worker's last error.
     virtual WorkerStatusRecord statusRecord() = 0;
+    virtual DataMode dataMode() const = 0;
+
+    // The owner's notifications (present after launch()); the desktop gives them its deliverer.
+    virtual NotificationBridge& notifications() = 0;
+    // Whether Corvane starts when the owner signs in, and changing that (throws with why when it
+    // cannot be changed).
+    virtual bool launchesAtLogin() = 0;
+    virtual void setLaunchesAtLogin(bool enabled) = 0;
+    // Signs out and removes Corvane from this computer; `done` on the main sequence says what
+    // went and what stayed. The application ends afterwards.
+    virtual void uninstall(std::function<void(UninstallReport)> done) = 0;
+    // The sample session's tools; a real session has none.
+    virtual DemoTools* demoTools() { return nullptr; }
 };
 
 }  // namespace corvane
