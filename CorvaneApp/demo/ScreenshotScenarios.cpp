@@ -124,6 +124,8 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          false, none},
         {"settings-default", "Settings page — default.", page(DashPage::settings), none, false,
          none},
+        {"settings-demo-tools", "Settings page — demo-mode dev tools.", page(DashPage::settings),
+         none, false, none},
     };
     return catalog;
 }

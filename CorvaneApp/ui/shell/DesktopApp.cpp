@@ -10,6 +10,7 @@
 #include <iostream>
 #include <optional>
 
+#include "CorvaneApp/app/WorkerStatusPublisher.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/shell/DesktopShell.h"
 #include "CorvaneApp/ui/shell/PaintLog.h"
@@ -118,6 +119,8 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     shutdown.attach(session.get());
     exitShutdown = &shutdown;
     std::atexit(endSessionAtExit);
+    std::optional<WorkerStatusPublisher> statusFile;
+    if (options.publishStatus) statusFile.emplace(*session, mainSequence, workerStatusFilePath());
 
     const auto paintLog = PaintLog::installIfRequested();
     DesktopShell shell(*session, mainSequence, {options.version, quit, {}});
@@ -127,6 +130,7 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     const int loopResult = QApplication::exec();
     shellForActivation = nullptr;
     const bool shutDownCleanly = shutdown.run();
+    statusFile.reset();
     exitShutdown = nullptr;
     session.reset();
     return shutDownCleanly ? loopResult : 1;
