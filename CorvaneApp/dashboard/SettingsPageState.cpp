@@ -94,7 +94,7 @@ SettingsPageState settingsPageState(const AppModel& model, const SettingsPageInp
     state.versionLine = "Corvane " + machine.appVersion + " (build " + machine.buildNumber + ")";
     state.checkForUpdatesEnabled = inputs.updateCheck != SettingsPageInputs::UpdateCheck::checking;
     state.updateStatus = updateStatus(model, inputs.updateCheck);
-    if (inputs.diagnosticsCopied) state.diagnosticsStatus = "Diagnostics copied to the clipboard.";
+    if (inputs.diagnosticsCopied) state.diagnosticsLine = "Diagnostics copied to the clipboard.";
 
     const bool enrolled = model.phase() == AppPhase::enrolled;
     state.accountLine = enrolled ? "Worker " + machine.workerID +

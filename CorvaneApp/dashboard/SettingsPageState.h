@@ -53,6 +53,7 @@ struct DevToolsState {
         friend bool operator==(const Entry&, const Entry&) = default;
     };
     std::vector<Entry> entries;
+    std::string sendTitle = "Send";  // each entry's button
     std::string fireAllTitle = "Fire all (sequential)";
     bool firing = false;  // a sequence is under way: the buttons wait
     std::string status;   // "" or what the last tool did
@@ -81,7 +82,9 @@ struct SettingsPageState {
     bool checkForUpdatesEnabled = true;
     std::string updateStatus;  // the last check's answer; may be empty
     std::string copyDiagnosticsTitle = "Copy diagnostics";
-    std::string diagnosticsStatus;  // "Diagnostics copied to the clipboard." once copied
+    std::string diagnosticsTitle = "Diagnostics";
+    // What the button copies; "Diagnostics copied to the clipboard." once copied.
+    std::string diagnosticsLine = "Version, machine, worker and status, for support.";
 
     std::string accountHeading = "Account";
     std::string accountLine;  // "Worker wk_… on this computer · signed in as …"

@@ -138,13 +138,14 @@ TEST_P(SettingsPageStateTest, TheInputsTurnIntoSwitchesNotesAndAnswers) {
         EXPECT_EQ(s.updateStatus, text);
         EXPECT_EQ(s.checkForUpdatesEnabled, enabled);
     }
+    inputs.updateCheck = Check::answered;
     session->model().account().applyLatestAppVersion({"0.10.0", {}, {}, {}}, "0.2.0");
     EXPECT_EQ(state().updateStatus, "Corvane 0.10.0 is published; this computer runs 0.2.0.");
 
     inputs.diagnosticsCopied = true;
     inputs.uninstalling = true;
     s = state();
-    EXPECT_EQ(s.diagnosticsStatus, "Diagnostics copied to the clipboard.");
+    EXPECT_EQ(s.diagnosticsLine, "Diagnostics copied to the clipboard.");
     EXPECT_FALSE(s.signOutEnabled);
     EXPECT_FALSE(s.uninstallEnabled);
 

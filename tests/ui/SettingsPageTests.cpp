@@ -93,7 +93,7 @@ TEST_F(SettingsPageTest, CopyDiagnosticsPutsTheSummaryOnTheClipboard) {
     const auto text = QGuiApplication::clipboard()->text().toStdString();
     EXPECT_EQ(text, diagnosticsSummary(session->model(), DataMode::dummy,
                                        NotificationPreferences::read(session->userDefaults())));
-    EXPECT_EQ(page->state()->diagnosticsStatus, "Diagnostics copied to the clipboard.");
+    EXPECT_EQ(page->state()->diagnosticsLine, "Diagnostics copied to the clipboard.");
 }
 
 TEST_F(SettingsPageTest, SignOutAndUninstallGoAheadOnlyWhenConfirmed) {

@@ -193,7 +193,6 @@ SettingsPage::SettingsPage(PageContext& context, Dialogs dialogs, QWidget* paren
     for (std::size_t i = 0; i < entries.size(); ++i) {
         auto* send = makeButton("sendTestNotification", devToolsCard_);
         send->setProperty("entry", int(i));
-        send->setText(QStringLiteral("Send"));
         QObject::connect(send, &QPushButton::clicked, this, [this, i] { fireTestNotification(i); });
         auto* row = new SettingRow(send, false, devToolsCard_);
         rows->addWidget(row);
@@ -305,9 +304,7 @@ void SettingsPage::render(const SettingsPageState& state) {
     setEnabledIfChanged(*checkForUpdates_, state.checkForUpdatesEnabled);
     versionRow_->render(state.versionLine, state.updateStatus);
     setText(*copyDiagnostics_, state.copyDiagnosticsTitle);
-    diagnosticsRow_->render("Diagnostics", state.diagnosticsStatus.empty()
-                                               ? "Version, machine, worker and status, for support."
-                                               : state.diagnosticsStatus);
+    diagnosticsRow_->render(state.diagnosticsTitle, state.diagnosticsLine);
 
     setText(*accountHeading_, state.accountHeading);
     setText(*accountLine_, state.accountLine);
@@ -330,6 +327,7 @@ void SettingsPage::render(const SettingsPageState& state) {
     setText(*testNotificationsHeading_, tools.testNotificationsTitle);
     for (std::size_t i = 0; i < testRows_.size() && i < tools.entries.size(); ++i) {
         testRows_[i].first->render(tools.entries[i].label, tools.entries[i].line);
+        setText(*testRows_[i].second, tools.sendTitle);
         setEnabledIfChanged(*testRows_[i].second, !tools.firing);
     }
     setText(*fireAll_, tools.fireAllTitle);
