@@ -47,9 +47,11 @@ std::string updateStatus(const AppModel& model, SettingsPageInputs::UpdateCheck 
 DevToolsState devToolsState(const SettingsPageInputs& inputs) {
     DevToolsState tools;
     for (const auto& entry : DevNotificationCatalog::entries()) {
-        const bool daily = entry.kind == DevNotificationEntry::Kind::dailySummary;
+        // The line says what arrives, without repeating the row's own title.
+        const bool titled = entry.kind == DevNotificationEntry::Kind::dailySummary ||
+                            entry.label.starts_with(entry.title);
         tools.entries.push_back(
-            {entry.label, daily ? entry.body : entry.title + " — " + entry.body});
+            {entry.label, titled ? entry.body : entry.title + " — " + entry.body});
     }
     tools.firing = inputs.firingTestNotifications;
     tools.status = inputs.devToolsStatus;

@@ -103,8 +103,9 @@ TEST_P(SettingsPageStateTest, EveryRowSaysWhatItDoesInTheOwnersWords) {
               (std::vector<std::string>{
                   "Payout issued", "Payout issued · arrives in ~30 sec", "Worker offline > 10 min",
                   "Worker offline > 10 min · arrives in ~30 sec", "Daily earnings summary"}));
-    EXPECT_EQ(s.devTools->entries[2].line,
-              "Worker offline > 10 min — Worker hasn't checked in for 12 minutes.");
+    EXPECT_EQ(s.devTools->entries[1].line,
+              "$12.40 sent to PayPal — Your Corvane earnings are on their way.");
+    EXPECT_EQ(s.devTools->entries[3].line, "Worker hasn't checked in for 12 minutes.");
     EXPECT_EQ(s.devTools->entries[4].line,
               "Schedules the 10pm recurring summary with sample totals. Won't fire instantly — "
               "the system will deliver it at the next 22:00 boundary");

@@ -165,6 +165,7 @@ SettingsPage::SettingsPage(PageContext& context, Dialogs dialogs, QWidget* paren
     accountLine_->setObjectName(QStringLiteral("accountLine"));
     theme::setRole(*accountLine_, "muted");
     rows->addWidget(accountLine_);
+    rows->addSpacing(6);
     signOut_ = makeButton("signOut", card);
     QObject::connect(signOut_, &QPushButton::clicked, this, [this] { signOut(); });
     signOutRow_ = new SettingRow(signOut_, false, card);
@@ -188,6 +189,8 @@ SettingsPage::SettingsPage(PageContext& context, Dialogs dialogs, QWidget* paren
     rows->addWidget(resetRow_);
     testNotificationsHeading_ = new QLabel(devToolsCard_);
     testNotificationsHeading_->setObjectName(QStringLiteral("testNotificationsHeading"));
+    theme::setRole(*testNotificationsHeading_, "heading");
+    rows->addSpacing(10);
     rows->addWidget(testNotificationsHeading_);
     const auto& entries = DevNotificationCatalog::entries();
     for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -406,6 +409,7 @@ void SettingsPage::copyDiagnostics() {
 void SettingsPage::signOut() {
     if (!shown_ || !dialogs_.confirm(shown_->signOutConfirmation)) return;
     context_.model().signOut();
+    refresh();  // the window may be closing: the page says so itself
 }
 
 void SettingsPage::uninstall() {
