@@ -47,5 +47,5 @@ int main(int argc, char** argv) {
                                    return std::make_unique<corvane::AppSession>(
                                        main, corvane::AppEnvironment::system(version));
                                },
-                               {version});
+                               {version, true});
 }

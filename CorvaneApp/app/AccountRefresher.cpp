@@ -172,4 +172,19 @@ void AccountRefresher::loadHistogram(
         });
 }
 
+void AccountRefresher::loadAppVersion(FetchAppVersion fetchVersion,
+                                      std::function<void(std::optional<AppVersion>)> done) {
+    versionJob_ = runner_->run([deliver = poster(), fetchVersion = std::move(fetchVersion),
+                                done = std::move(done)](std::stop_token stop) {
+        std::optional<AppVersion> version;
+        try {
+            version = fetchVersion(stop);
+        } catch (const std::exception& error) {
+            log::get("AppModel")->info("version check failed: {}", error.what());
+        }
+        if (stop.stop_requested()) return;
+        deliver([done, version = std::move(version)](AccountRefresher&) { done(version); });
+    });
+}
+
 }  // namespace corvane

@@ -61,6 +61,10 @@ class AccountRefresher {
                                           std::optional<std::string> error)>
                            done);
 
+    // The published version alone (the owner asked); absent when it could not be had.
+    void loadAppVersion(FetchAppVersion fetchVersion,
+                        std::function<void(std::optional<AppVersion>)> done);
+
     // A range's daily rows and hours; absent (and logged) when either request fails.
     static std::optional<EarningsRangeSnapshot> loadEarningsSnapshot(
         const CoordinatorAPIProtocol& api, EarningsRange range, std::stop_token stop);
@@ -78,6 +82,7 @@ class AccountRefresher {
     std::unique_ptr<BackgroundJob> refreshJob_;
     std::unique_ptr<BackgroundJob> rangeJob_;
     std::unique_ptr<BackgroundJob> histogramJob_;
+    std::unique_ptr<BackgroundJob> versionJob_;
     std::shared_ptr<AccountRefresher*> alive_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "CorvaneApp/app/ProgramLocation.h"
 #include "CorvaneApp/config/KeychainStore.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/eligibility/IdleEligibilityMonitor.h"
@@ -24,6 +25,8 @@ AppEnvironment AppEnvironment::system(std::string version) {
     // No runtime for Parakeet's compiled networks exists on Linux yet: it stays unadvertised.
     env.tempDirectory = paths::shardAudioDir();
     env.userDefaultsFile = UserDefaults::defaultFile();
+    env.logDirectory = paths::logDir();
+    env.program = corvaneLauncherPath();
     env.version = std::move(version);
     env.credentials = chooseCredentialBackend();
     env.session = std::make_shared<const http::Session>(http::SessionConfig{30, 120, 30});

@@ -29,6 +29,8 @@ struct AppEnvironment {
     // Downloaded shard audio: a folder of Corvane's own, emptied as shards end.
     std::filesystem::path tempDirectory;
     std::filesystem::path userDefaultsFile;
+    std::filesystem::path logDirectory;  // $XDG_STATE_HOME/Corvane/logs
+    std::filesystem::path program;       // the installed `corvane`: what autostart runs
     std::string version;
     std::shared_ptr<CredentialBackend> credentials;
     std::shared_ptr<const http::Session> session;

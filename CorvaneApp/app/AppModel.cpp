@@ -264,6 +264,19 @@ std::shared_ptr<const CoordinatorAPIProtocol> AppModel::coordinatorAPI() const {
                                                   : nullptr;
 }
 
+void AppModel::refreshAppVersion(std::function<void(bool)> done) {
+    if (!deps_.fetchAppVersion) {
+        if (done) done(false);
+        return;
+    }
+    refresher_.loadAppVersion(deps_.fetchAppVersion,
+                              [this, done = std::move(done)](std::optional<AppVersion> version) {
+                                  if (version)
+                                      account_.applyLatestAppVersion(*version, deps_.appVersion);
+                                  if (done) done(version.has_value());
+                              });
+}
+
 void AppModel::retryDownload() {
     if (requests_.requestModelDownloadRetry) requests_.requestModelDownloadRetry();
 }
@@ -329,6 +342,12 @@ std::optional<RuntimeState> AppModel::activeRuntimeState() const {
     if (!reading || secondsBetween(reading->second, deps_.now()) > runtimeStateMaxAgeSeconds)
         return std::nullopt;
     return std::move(reading->first);
+}
+
+std::optional<Date> AppModel::lastRuntimeStateReadAt() const {
+    if (!deps_.runtimeState) return std::nullopt;
+    auto reading = deps_.runtimeState();
+    return reading ? std::optional<Date>(reading->second) : std::nullopt;
 }
 
 std::optional<LiveShardSnapshot> AppModel::liveShardSnapshot() const {

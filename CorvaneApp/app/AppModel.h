@@ -136,6 +136,9 @@ class AppModel {
     void retryDownload();
     // Measures the weights' volume off the main sequence; modelInstall().volume() follows.
     void refreshVolumeInfo();
+    // Asks for the published version now ("Check for updates"); `done` on the main sequence with
+    // whether an answer came. A newer version is only stored: there is no installer.
+    void refreshAppVersion(std::function<void(bool answered)> done);
     // Delivered on the main sequence; `error` says why there is no answer. A newer request
     // replaces one still in flight, whose answer is dropped.
     void loadActivityHistogram(int days,
@@ -188,6 +191,8 @@ class AppModel {
     std::optional<WorkerControllerSnapshot> workerSnapshot() const;
     // The runtime-state file's reading when it is at most 900 seconds old.
     std::optional<RuntimeState> activeRuntimeState() const;
+    // When the runtime-state file was last read, whatever its age; absent when never.
+    std::optional<Date> lastRuntimeStateReadAt() const;
     std::optional<LiveShardSnapshot> liveShardSnapshot() const;
     std::optional<std::string> sidebarShardIndicator() const;
     // The line under the status: a pause's own reason when someone other than the owner paused.

@@ -11,9 +11,13 @@
 
 namespace corvane {
 AppSession::AppSession(Executor& mainSequence, AppEnvironment environment)
-    : main_(mainSequence), delegate_(AppDelegate::create(mainSequence, std::move(environment))) {}
+    : main_(mainSequence),
+      delegate_(AppDelegate::create(mainSequence, std::move(environment))),
+      loginItems_(LoginItemManager::systemPaths(delegate_->environment().program)) {}
 
 AppSession::~AppSession() {
+    alive_.reset();
+    uninstallJob_.reset();
     terminate();
 }
 
@@ -93,6 +97,20 @@ void AppSession::launch() {
         return self->workerBridge()->snapshot();
     });
     delegateSubscription_ = delegate_->observe([this] { syncModelDownload(); });
+
+    NotificationBridge::Dependencies notificationDeps;
+    auto logOptions = NotificationEventLog::defaultOptions();
+    if (!env.logDirectory.empty()) {
+        logOptions.fileURL = env.logDirectory / "notifications.log";
+        logOptions.rotatedFileURL = env.logDirectory / "notifications.1.log";
+    }
+    notificationDeps.log = std::make_shared<NotificationEventLog>(std::move(logOptions));
+    notificationDeps.dataMode = DataMode::real;
+    notificationDeps.lastStateReadAt = [delegate] { return delegate->stateReader().lastReadAt(); };
+    notifications_ = std::make_unique<NotificationBridge>(main_, *model_, delegate->userDefaults(),
+                                                          std::move(notificationDeps));
+    // Without a desktop nothing is shown; the desktop gives its notification service instead.
+    notifications_->setDeliverer(std::make_shared<SilentNotificationDeliverer>());
     // The model was made before it could hear of the worker; let it ask for it now.
     model_->refreshLocalState(false);
     syncModelDownload();
@@ -100,6 +118,7 @@ void AppSession::launch() {
 
 void AppSession::terminate() {
     delegateSubscription_.reset();
+    notifications_.reset();
     model_.reset();
     delegate_->terminate();
 }
@@ -170,6 +189,30 @@ void AppSession::finishOnboarding() {
     // The store read no file at launch; the owner's choices of onboarding are in one now.
     configStore().reload();
     model_->didCompleteOnboarding();
+}
+
+// A unit of the owner's stops before anything else (its worker holds the credentials too), then
+// the sign-out stops ours and removes them, then the files go.
+void AppSession::uninstall(std::function<void(UninstallReport)> done) {
+    auto controller = std::make_shared<UninstallController>(
+        UninstallController::systemPaths(delegate_->environment().program),
+        UninstallController::systemProbes());
+    auto post = [main = &main_, alive = std::weak_ptr<AppSession*>(alive_)](
+                    std::function<void(AppSession&)> work) {
+        main->post([alive, work = std::move(work)] {
+            if (auto self = alive.lock()) work(**self);
+        });
+    };
+    uninstallJob_ = runner_.run([controller, post, done = std::move(done)](std::stop_token) {
+        controller->stopServices();
+        post([controller, post, done](AppSession& self) {
+            if (self.model_) self.model_->signOut();
+            self.uninstallJob_ = self.runner_.run([controller, post, done](std::stop_token) {
+                auto report = controller->removeFiles();
+                post([done, report = std::move(report)](AppSession&) { done(report); });
+            });
+        });
+    });
 }
 
 void AppSession::forgetEnrollment() {

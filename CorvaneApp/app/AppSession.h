@@ -10,6 +10,8 @@
 
 #include "CorvaneApp/app/AppDelegate.h"
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/LoginItemManager.h"
+#include "CorvaneApp/app/NotificationBridge.h"
 #include "CorvaneApp/app/Session.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
 
@@ -43,6 +45,11 @@ class AppSession final : public Session {
     std::unique_ptr<OnboardingViewModel> makeOnboarding(std::function<void()> onFinish) override;
     // Reads the new config.yaml's settings, then tells the model (which asks for the worker).
     void finishOnboarding() override;
+    DataMode dataMode() const override { return DataMode::real; }
+    NotificationBridge& notifications() override { return *notifications_; }
+    bool launchesAtLogin() override { return loginItems_.isEnabled(); }
+    void setLaunchesAtLogin(bool enabled) override { loginItems_.setEnabled(enabled); }
+    void uninstall(std::function<void(UninstallReport)> done) override;
 
     // A client when the config file and the token both exist.
     static std::shared_ptr<const CoordinatorAPI> coordinatorAPI(const AppEnvironment& environment,
@@ -56,8 +63,13 @@ class AppSession final : public Session {
     Executor& main_;
     std::shared_ptr<AppDelegate> delegate_;
     std::unique_ptr<AppModel> model_;
+    std::unique_ptr<NotificationBridge> notifications_;
+    LoginItemManager loginItems_;
     Subscription delegateSubscription_;
     std::optional<OnboardingMachineFacts> onboardingFacts_;  // read once, when first asked
+    TaskBackgroundRunner runner_;
+    std::unique_ptr<BackgroundJob> uninstallJob_;
+    std::shared_ptr<AppSession*> alive_ = std::make_shared<AppSession*>(this);
 };
 
 }  // namespace corvane

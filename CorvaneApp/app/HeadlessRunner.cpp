@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "CorvaneApp/app/AppSession.h"
+#include "CorvaneApp/app/WorkerStatusPublisher.h"
 #include "CorvaneApp/config/WorkerConfigWriter.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/LoopExecutor.h"
@@ -23,43 +24,6 @@ sigset_t terminationSignals() {
     sigaddset(&set, SIGINT);
     return set;
 }
-
-// Logs each change of the status words once, and keeps the status file that `corvane status`
-// reads in step with them. The file goes with a clean stop.
-class StatusPublisher {
-  public:
-    StatusPublisher(AppSession& session, std::filesystem::path file)
-        : session_(session), file_(std::move(file)) {}
-    ~StatusPublisher() {
-        std::error_code ignored;
-        std::filesystem::remove(file_, ignored);
-    }
-    StatusPublisher(const StatusPublisher&) = delete;
-    StatusPublisher& operator=(const StatusPublisher&) = delete;
-
-    void tick() {
-        WorkerStatusRecord record = session_.statusRecord();
-        if (!last_ || last_->presentation != record.presentation) {
-            const auto& p = record.presentation;
-            log::get("corvane")->info("status: {} — {}", p.label, p.sub);
-        }
-        record.updatedAt = last_ ? last_->updatedAt : "";
-        if (last_ && *last_ == record) return;
-        record.updatedAt = internetDateTime(systemNow());
-        last_ = record;
-        try {
-            writeWorkerStatusFile(file_, record);
-        } catch (const std::exception& error) {
-            log::get("corvane")->warn("cannot write the status file {}: {}", file_.string(),
-                                      error.what());
-        }
-    }
-
-  private:
-    AppSession& session_;
-    std::filesystem::path file_;
-    std::optional<WorkerStatusRecord> last_;
-};
 
 }  // namespace
 
@@ -112,9 +76,7 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
     }
     logger->info("corvane {} starting headless", version);
     session.launch();
-    StatusPublisher status(session, workerStatusFilePath());
-    status.tick();
-    auto statusTimer = loop.scheduleRepeating(2.0, [&status] { status.tick(); });
+    WorkerStatusPublisher status(session, loop, workerStatusFilePath());
     return runUntilTerminated(loop, session);
 }
 

@@ -6,8 +6,12 @@
 #include <memory>
 
 #include "CorvaneApp/app/AppModel.h"
+#include "CorvaneApp/app/DemoTools.h"
+#include "CorvaneApp/app/NotificationBridge.h"
 #include "CorvaneApp/app/OnboardingViewModel.h"
+#include "CorvaneApp/app/UninstallController.h"
 #include "CorvaneApp/app/WorkerStatusTracker.h"
+#include "CorvaneApp/config/DataMode.h"
 #include "CorvaneApp/config/UserDefaults.h"
 #include "CorvaneApp/config/WorkerConfigStore.h"
 
@@ -35,6 +39,19 @@ class Session {
     // Onboarding has written the enrolment: the session takes it up, and the model asks for the
     // worker.
     virtual void finishOnboarding() = 0;
+    virtual DataMode dataMode() const = 0;
+
+    // The owner's notifications (present after launch()); the desktop gives them its deliverer.
+    virtual NotificationBridge& notifications() = 0;
+    // Whether Corvane starts when the owner signs in, and changing that (throws with why when it
+    // cannot be changed).
+    virtual bool launchesAtLogin() = 0;
+    virtual void setLaunchesAtLogin(bool enabled) = 0;
+    // Signs out and removes Corvane from this computer; `done` on the main sequence says what
+    // went and what stayed. The application ends afterwards.
+    virtual void uninstall(std::function<void(UninstallReport)> done) = 0;
+    // The sample session's tools; a real session has none.
+    virtual DemoTools* demoTools() { return nullptr; }
 };
 
 }  // namespace corvane

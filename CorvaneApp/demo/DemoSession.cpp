@@ -7,6 +7,7 @@
 #include "CorvaneApp/demo/DemoShardProgress.h"
 #include "CorvaneApp/demo/DemoStatusSource.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/platform/Log.h"
 
 namespace corvane {
 
@@ -48,6 +49,10 @@ DemoSession::DemoSession(Executor& mainSequence, Options options)
     deps.now = options_.now;
     // A sample disk, so that every computer shows the same figures.
     deps.volumeInfo = [] { return std::optional<VolumeInfo>(VolumeInfo{465.6, 171.2}); };
+    // The sample account is always up to date.
+    deps.fetchAppVersion = [version = options_.version](std::stop_token) {
+        return AppVersion{version, std::nullopt, {}, std::nullopt};
+    };
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
     model_->setCurrentDateOverride(options_.referenceDate);  // the demo keeps its own day
     model_->setWorkerSnapshotSource([this] { return workerSnapshot(); });
@@ -67,10 +72,20 @@ DemoSession::DemoSession(Executor& mainSequence, Options options)
     };
     model_->setRequests(std::move(requests));
     if (!options_.simulateModelDownload) download_.markInstalled(whisper);
+
+    NotificationBridge::Dependencies notificationDeps;
+    notificationDeps.log = std::make_shared<NotificationEventLog>(
+        options_.notificationLog.value_or(NotificationEventLog::defaultOptions()));
+    notificationDeps.dataMode = DataMode::dummy;
+    notificationDeps.now = options_.now;
+    notifications_ = std::make_unique<NotificationBridge>(main_, *model_, userDefaults_,
+                                                          std::move(notificationDeps));
+    notifications_->setDeliverer(std::make_shared<SilentNotificationDeliverer>());
 }
 
 DemoSession::~DemoSession() {
     terminate();
+    notifications_.reset();
 }
 
 void DemoSession::launch() {
@@ -80,6 +95,29 @@ void DemoSession::launch() {
 
 void DemoSession::terminate() {
     configStore_->cancelPendingSave();
+}
+
+void DemoSession::uninstall(std::function<void(UninstallReport)> done) {
+    model_->signOut();
+    UninstallReport report;
+    report.sampleSession = true;
+    done(std::move(report));
+}
+
+void DemoSession::resetToFirstLaunchState() {
+    auto log = log::get("AppModel");
+    log->info(
+        "resetToFirstLaunchState: clearing keychain, config.yaml, model cache, first-run "
+        "UserDefaults, dummy session state");
+    // The sample session has no keychain item or config file: its enrolment is the flag that
+    // the sign-out below clears.
+    if (const auto& reset = model_->requests().requestModelCacheReset) reset();
+    for (const auto& key : userDefaults_.keys()) {
+        if (key.starts_with("cvn.") || key.starts_with("notify.")) userDefaults_.remove(key);
+    }
+    launchesAtLogin_ = false;
+    model_->signOut();
+    log->info("resetToFirstLaunchState complete — app is ready for quit/relaunch");
 }
 
 void DemoSession::enroll() {

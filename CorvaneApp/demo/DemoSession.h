@@ -19,7 +19,7 @@
 
 namespace corvane {
 
-class DemoSession final : public Session {
+class DemoSession final : public Session, public DemoTools {
   public:
     struct Options {
         std::string version;
@@ -30,6 +30,8 @@ class DemoSession final : public Session {
         NowFunction now = systemNow;
         // Seconds since the session began, which the shard rhythm follows; absent: a steady clock.
         std::function<double()> sessionElapsed;
+        // Where the test notifications' attempts are logged; absent: Corvane's log folder.
+        std::optional<NotificationEventLog::Options> notificationLog;
     };
 
     DemoSession(Executor& mainSequence, Options options);
@@ -45,6 +47,15 @@ class DemoSession final : public Session {
     // all stay in memory.
     std::unique_ptr<OnboardingViewModel> makeOnboarding(std::function<void()> onFinish) override;
     void finishOnboarding() override { enroll(); }
+    DataMode dataMode() const override { return DataMode::dummy; }
+    NotificationBridge& notifications() override { return *notifications_; }
+    // In memory, as every setting of the sample session.
+    bool launchesAtLogin() override { return launchesAtLogin_; }
+    void setLaunchesAtLogin(bool enabled) override { launchesAtLogin_ = enabled; }
+    // Signs the sample session out; nothing on this computer is removed.
+    void uninstall(std::function<void(UninstallReport)> done) override;
+    DemoTools* demoTools() override { return this; }
+    void resetToFirstLaunchState() override;
 
     // The sample onboarding's end: the session is enrolled again.
     void enroll();
@@ -80,6 +91,8 @@ class DemoSession final : public Session {
     std::optional<double> elapsedOverride_;
     DemoModelDownload download_;
     std::unique_ptr<AppModel> model_;
+    std::unique_ptr<NotificationBridge> notifications_;
+    bool launchesAtLogin_ = false;
 };
 
 }  // namespace corvane

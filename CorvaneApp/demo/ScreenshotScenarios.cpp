@@ -206,6 +206,8 @@ const std::vector<ScreenshotScenarioInfo>& screenshotCatalog() {
          page(DashPage::schedule), none, false, none, closeQuietHours},
         {"schedule-in-use-tab", "Schedule & limits page — in-use tab selected.",
          page(DashPage::schedule), none, false, none},
+        {"settings-demo-tools", "Settings page — demo-mode dev tools.", page(DashPage::settings),
+         none, false, none},
     };
     return catalog;
 }

@@ -18,9 +18,14 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "CorvaneApp/config/FileCredentialBackend.h"
+#include "CorvaneApp/config/KeychainStore.h"
+#include "CorvaneApp/platform/AtomicFile.h"
 #include "tests/ui/QtTestApp.h"
 
 namespace corvane {
@@ -346,6 +351,52 @@ TEST_F(TraySmokeTest, WithoutATrayTheRealApplicationRunsUntilASignalEndsItCleanl
         ::kill(pid_t(app->processId()), signalNumber);
         EXPECT_TRUE(endedWith(*app, 0));
     }
+}
+
+// The tray application announces itself as a headless worker does: while it runs in an enrolled
+// home, `corvane signout` refuses and the enrolment stays; once it has quit, sign-out goes ahead.
+TEST_F(TraySmokeTest, WhileTheDesktopRunsSignOutRefusesAndTheEnrolmentStays) {
+    const std::filesystem::path varnix =
+        root->filePath(QStringLiteral("HOME/.varnix-compute")).toStdString();
+    const std::string coordinator = "http://127.0.0.1:9";  // nothing listens: refused at once
+    std::filesystem::create_directories(varnix);
+    writeFileAtomically(varnix / "config.yaml",
+                        "coordinator_url: \"" + coordinator + "\"\nworker_id: \"w-smoke\"\n", 0600);
+    KeychainStore keychain(std::make_shared<FileCredentialBackend>(varnix / "credentials"));
+    keychain.storePythonWorkerToken("token", coordinator, "w-smoke");
+    // The weights' download fails at once too, instead of reaching for the internet.
+    qputenv("REGISTRY_URL", "http://127.0.0.1:9");
+    auto app = startApp(QStringLiteral("xcb"));
+    qunsetenv("REGISTRY_URL");
+    ASSERT_FALSE(waitForLine(*app, QStringLiteral("status: ")).isEmpty())
+        << "it never announced itself";
+
+    auto signOut = [&] {
+        auto command = start(QStringLiteral(CORVANE_BINARY), {QStringLiteral("signout")});
+        command->waitForFinished(kLimitMs);
+        return std::pair(command->exitCode(), command->readAllStandardError().toStdString());
+    };
+    const auto [refused, why] = signOut();
+    EXPECT_EQ(refused, 1);
+    EXPECT_NE(why.find("Corvane is running (process " + std::to_string(app->processId()) + ")"),
+              std::string::npos)
+        << why;
+    EXPECT_TRUE(std::filesystem::exists(varnix / "config.yaml"));
+    EXPECT_EQ(keychain.pythonWorkerToken(coordinator, "w-smoke"), "token");
+
+    const auto words = waitForLine(*watcher, QStringLiteral("item ")).split(u' ');
+    ASSERT_EQ(words.size(), 3);
+    const TrayItem item(*client, words[1], words[2]);
+    ASSERT_TRUE(item.waitUntil([&] {
+        const auto menu = item.menu();
+        return std::find(menu.begin(), menu.end(), "Quit Corvane") != menu.end();
+    }));
+    ASSERT_TRUE(item.click("Quit Corvane"));
+    EXPECT_TRUE(endedWith(*app, 0));
+    const auto [signedOut, _] = signOut();
+    EXPECT_EQ(signedOut, 0);
+    EXPECT_FALSE(std::filesystem::exists(varnix / "config.yaml"));
+    std::filesystem::remove_all(varnix);  // the next test's home was never enrolled
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <optional>
 
+#include "CorvaneApp/app/WorkerStatusPublisher.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/onboarding/OnboardingFlow.h"
 #include "CorvaneApp/ui/shell/DesktopShell.h"
@@ -119,6 +120,8 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     shutdown.attach(session.get());
     exitShutdown = &shutdown;
     std::atexit(endSessionAtExit);
+    std::optional<WorkerStatusPublisher> statusFile;
+    if (options.publishStatus) statusFile.emplace(*session, mainSequence, workerStatusFilePath());
 
     const auto paintLog = PaintLog::installIfRequested();
     OnboardingFlow onboarding(*session, mainSequence, {[&shellForActivation] {
@@ -134,6 +137,7 @@ int runDesktop(int argc, char** argv, const SessionFactory& makeSession, Desktop
     const int loopResult = QApplication::exec();
     shellForActivation = nullptr;
     const bool shutDownCleanly = shutdown.run();
+    statusFile.reset();
     exitShutdown = nullptr;
     session.reset();
     return shutDownCleanly ? loopResult : 1;

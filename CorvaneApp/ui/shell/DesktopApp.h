@@ -13,6 +13,9 @@ namespace corvane {
 
 struct DesktopOptions {
     std::string version;
+    // Announce this instance in the status file, as a headless worker does, so that `corvane
+    // status` shows it and `corvane signout` waits for it.
+    bool publishStatus = false;
 };
 
 // Builds the session on the main sequence it will run on. May throw: the desktop then ends with 1.

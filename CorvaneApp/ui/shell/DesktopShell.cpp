@@ -1,12 +1,15 @@
 #include "CorvaneApp/ui/shell/DesktopShell.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QMessageBox>
 
 #include "CorvaneApp/dashboard/PopoverState.h"
+#include "CorvaneApp/dashboard/SettingsPageState.h"
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/ui/dashboard/DashboardWindow.h"
+#include "CorvaneApp/ui/shell/DBusNotificationDeliverer.h"
 #include "CorvaneApp/ui/tray/PopoverWindow.h"
 #include "CorvaneApp/ui/tray/TrayController.h"
 #include "CorvaneApp/ui/tray/TrayHost.h"
@@ -63,6 +66,8 @@ DesktopShell::DesktopShell(Session& session, Executor& mainSequence, Options opt
                              session_.configStore().refreshPayoutPrefsBaselineOnActivation();
                      });
     tray_->render(trayMenuState(model));
+    session_.notifications().setDeliverer(std::make_shared<DBusNotificationDeliverer>());
+    session_.notifications().setDiagnoseHandler([this] { diagnose(); });
 }
 
 DesktopShell::~DesktopShell() = default;
@@ -97,6 +102,13 @@ void DesktopShell::openDashboard(std::optional<DashPage> page) {
     dashboard_->activateWindow();
     // A window opened after a while shows fresh account figures.
     session_.model().refreshFromAPIIfStale(15.0);
+}
+
+void DesktopShell::diagnose() {
+    openDashboard(DashPage::settings);
+    const auto summary = diagnosticsSummary(session_.model(), session_.dataMode(),
+                                            NotificationPreferences::read(session_.userDefaults()));
+    QGuiApplication::clipboard()->setText(qt(summary));
 }
 
 void DesktopShell::togglePopover() {

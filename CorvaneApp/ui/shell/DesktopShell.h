@@ -50,6 +50,8 @@ class DesktopShell {
 
   private:
     void modelChanged(ModelParts parts);
+    // A notification's "diagnose": the settings page, and the diagnostics on the clipboard.
+    void diagnose();
     void onStatusAction(StatusAction::Kind kind);
     void openOnboarding();
 

@@ -1,12 +1,14 @@
 // Which view stands for each page of the dashboard.
 
+#include <stdexcept>
+
 #include "CorvaneApp/ui/dashboard/DashboardPage.h"
 #include "CorvaneApp/ui/dashboard/pages/EarningsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/ModelsPage.h"
 #include "CorvaneApp/ui/dashboard/pages/OverviewPage.h"
 #include "CorvaneApp/ui/dashboard/pages/PayoutsPage.h"
-#include "CorvaneApp/ui/dashboard/pages/PlaceholderPage.h"
 #include "CorvaneApp/ui/dashboard/pages/SchedulePage.h"
+#include "CorvaneApp/ui/dashboard/pages/SettingsPage.h"
 
 namespace corvane {
 
@@ -23,9 +25,9 @@ std::unique_ptr<DashboardPage> makeDashboardPage(DashPage page, PageContext& con
         case DashPage::payouts:
             return std::make_unique<PayoutsPage>(context);
         case DashPage::settings:
-            break;
+            return std::make_unique<SettingsPage>(context);
     }
-    return std::make_unique<PlaceholderPage>(page);
+    throw std::invalid_argument("no dashboard page for this value");
 }
 
 }  // namespace corvane
