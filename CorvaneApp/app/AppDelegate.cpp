@@ -369,8 +369,9 @@ void AppDelegate::repairWhisperWeights() {
         }
     }
     log::get("AppDelegate")
-        ->info("repairWhisperWeights: the Whisper weights could not be reloaded; fetching them "
-               "again");
+        ->info(
+            "repairWhisperWeights: the Whisper weights could not be reloaded; fetching them "
+            "again");
     restartModelCacheTask();
 }
 

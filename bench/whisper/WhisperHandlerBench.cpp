@@ -1,4 +1,4 @@
-// whisper_bench [--real-size] [--rounds N]: on one model, side by side in one run,
+// whisper_bench [--real-size] [--rounds N] [--threads T]: on one model, side by side in one run,
 //   - the encoder's seconds per 30 s window (whisper_encode of one window, spectrogram made once),
 //   - 60 s of speech through WhisperHandler::handle and through bare calls (decode, whisper_full
 //     with the handler's parameters, segment texts), alternating so that machine load falls on
@@ -23,6 +23,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -135,14 +136,17 @@ double median(const std::vector<Timing>& timings, double Timing::*field) {
 int main(int argc, char** argv) {
     bool realSize = false;
     int rounds = 3;
+    std::optional<int> onlyThreads;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         if (option == "--real-size") {
             realSize = true;
         } else if (option == "--rounds" && i + 1 < argc) {
             rounds = std::max(1, std::atoi(argv[++i]));
+        } else if (option == "--threads" && i + 1 < argc) {
+            onlyThreads = std::max(1, std::atoi(argv[++i]));  // one setting: comparing builds
         } else {
-            std::fprintf(stderr, "usage: whisper_bench [--real-size] [--rounds N]\n");
+            std::fprintf(stderr, "usage: whisper_bench [--real-size] [--rounds N] [--threads T]\n");
             return 2;
         }
     }
@@ -187,6 +191,7 @@ int main(int argc, char** argv) {
                          {}};
     std::vector<Row> rows;
     for (int threads : {1, 2, static_cast<int>(all)}) {
+        if (onlyThreads && threads != *onlyThreads) continue;
         if (std::any_of(rows.begin(), rows.end(),
                         [&](const Row& r) { return r.threads == threads; }))
             continue;  // "all" is 2 on a two-processor machine
