@@ -7,14 +7,18 @@ find_library(WHISPER_LIBRARY NAMES whisper
   HINTS ${PROJECT_SOURCE_DIR}/.deps/whisper/lib)
 find_library(WHISPER_GGML_LIBRARY NAMES ggml
   HINTS ${PROJECT_SOURCE_DIR}/.deps/whisper/lib)
+# ggml's tensor types and quantisation (ggml.h) live here; the model generator calls them.
+find_library(WHISPER_GGML_BASE_LIBRARY NAMES ggml-base
+  HINTS ${PROJECT_SOURCE_DIR}/.deps/whisper/lib)
 
 include(FindPackageHandleStandardArgs)
-find_package_handle_standard_args(whisper REQUIRED_VARS WHISPER_LIBRARY WHISPER_INCLUDE_DIR WHISPER_GGML_LIBRARY)
+find_package_handle_standard_args(whisper REQUIRED_VARS WHISPER_LIBRARY WHISPER_INCLUDE_DIR WHISPER_GGML_LIBRARY
+  WHISPER_GGML_BASE_LIBRARY)
 
 if(whisper_FOUND AND NOT TARGET whisper::whisper)
   add_library(whisper::whisper SHARED IMPORTED)
   set_target_properties(whisper::whisper PROPERTIES
     IMPORTED_LOCATION ${WHISPER_LIBRARY}
     INTERFACE_INCLUDE_DIRECTORIES ${WHISPER_INCLUDE_DIR}
-    INTERFACE_LINK_LIBRARIES ${WHISPER_GGML_LIBRARY})
+    INTERFACE_LINK_LIBRARIES "${WHISPER_GGML_LIBRARY};${WHISPER_GGML_BASE_LIBRARY}")
 endif()

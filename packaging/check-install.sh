@@ -57,6 +57,21 @@ check_prefix() {  # PREFIX CONFIG_DIR
       fail "unresolved libraries of $binary: $(ldd "$binary" | grep "not found")"
     fi
   done
+  # The private whisper.cpp: ggml's CPU back-ends sit beside it, the plain x86-64 one among them,
+  # and nothing else there assumes a vector extension, so the program runs on any x86-64 (the
+  # back-end chosen at start uses what the processor has).
+  local private="$top/$libdir/corvane"
+  if [ -d "$private" ] && [ "$(uname -m)" = x86_64 ]; then
+    expect_file "$private/libggml-cpu-x64.so"
+    expect_file "$private/libggml-cpu-haswell.so"
+    local lib
+    for lib in "$private"/libwhisper.so.* "$private"/libggml.so.* "$private"/libggml-base.so.*; do
+      [ -L "$lib" ] && continue
+      if objdump -d --no-show-raw-insn "$lib" | grep -qE '%[yz]mm[0-9]'; then
+        fail "$lib uses AVX registers: it would not run on a processor without them"
+      fi
+    done
+  fi
   # The headless worker must not carry the desktop's libraries.
   if env -u LD_LIBRARY_PATH ldd "$top/$bindir/corvane" 2>/dev/null | grep -q "libQt6"; then
     fail "$top/$bindir/corvane links Qt"

@@ -50,18 +50,26 @@ ensure_apt() {
 
 WHISPER_NPM_PACKAGE="nodejs-whisper@0.3.1"
 WHISPER_SHA256="92041caf2b26c74b7f489fedf37bd093f216eebd61df512045ec2d19d0531d37"
+# Bump when the flags or the patches below change: every existing .deps tree is then rebuilt.
+WHISPER_BUILD_REVISION="cpu-variants-3"
 
-# whisper.cpp 1.9.1 from a pinned, digest-checked source tree, built once into .deps/whisper.
-# Only the whisper library and the ggml libraries it needs are built and copied: that source
-# tree carries other libraries we do not use, and its own install step would want them too.
+# whisper.cpp 1.9.1 from a pinned, digest-checked source tree, patched by scripts/whisper-cpp/,
+# built once into .deps/whisper. Only the whisper library, the ggml libraries it needs and ggml's
+# CPU back-ends are built and copied: that source tree carries other libraries we do not use, and
+# its own install step would want them too.
+#
+# The CPU back-end is built once per instruction-set level (plain x86-64 up to AVX-512 and AMX),
+# each a libggml-cpu-*.so; the best one this processor runs is chosen when the program loads
+# them. So one build runs on any x86-64 and uses the wide vector units where they exist.
 ensure_whisper() {
   local prefix="$DEPS/whisper"
-  if [ -f "$prefix/.built-$WHISPER_SHA256" ]; then return 0; fi
+  if [ -f "$prefix/.built-$WHISPER_SHA256-$WHISPER_BUILD_REVISION" ]; then return 0; fi
   if [ -z "${CORVANE_BUILD_WHISPER:-}" ] && [ -f /usr/include/whisper.h ] \
      && ls /usr/lib/*/libwhisper.so >/dev/null 2>&1; then
     echo "using the system whisper.cpp"; return 0
   fi
   command -v npm >/dev/null 2>&1 || ensure_apt npm
+  command -v patch >/dev/null 2>&1 || ensure_apt patch
   local work="$DEPS/src"
   mkdir -p "$work"
   local tarball="$work/nodejs-whisper-0.3.1.tgz"
@@ -73,21 +81,33 @@ ensure_whisper() {
     echo "whisper.cpp source digest mismatch for $tarball" >&2
     exit 1
   fi
-  echo "building whisper.cpp 1.9.1 into $prefix"
+  echo "building whisper.cpp 1.9.1 into $prefix (a few minutes: one CPU back-end per instruction set)"
   rm -rf "$work/package" "$work/whisper-build"
   tar -xzf "$tarball" -C "$work"
   local src="$work/package/cpp/whisper.cpp"
+  local patch_file
+  for patch_file in "$ROOT"/scripts/whisper-cpp/*.patch; do
+    patch -s -p1 -d "$src" <"$patch_file"
+  done
   cmake -S "$src" -B "$work/whisper-build" -G Ninja \
     -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON \
     -DWHISPER_BUILD_EXAMPLES=OFF -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_SERVER=OFF \
-    -DGGML_NATIVE=OFF -DCMAKE_INSTALL_RPATH='$ORIGIN' -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
+    -DGGML_NATIVE=OFF -DGGML_BACKEND_DL=ON -DGGML_CPU_ALL_VARIANTS=ON \
+    -DCMAKE_INSTALL_RPATH='$ORIGIN' -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
     -DCMAKE_INSTALL_PREFIX="$prefix" \
     $(command -v ccache >/dev/null && echo -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache) >/dev/null
-  cmake --build "$work/whisper-build" --target whisper -j"$(nproc)" >/dev/null
+  local variants
+  variants="$(cmake --build "$work/whisper-build" --target help | sed -n 's/^\(ggml-cpu-[A-Za-z0-9_.]*\):.*/\1/p' | sort -u)"
+  if [ -z "$variants" ]; then
+    echo "whisper.cpp: no CPU back-end variants to build" >&2
+    exit 1
+  fi
+  # shellcheck disable=SC2086 # one target name per word
+  cmake --build "$work/whisper-build" --target whisper $variants -j"$(nproc)" >/dev/null
   rm -rf "$prefix"
   mkdir -p "$prefix/lib" "$prefix/include" "$prefix/bin"
   cp -a "$work/whisper-build/bin/"libwhisper.so* "$work/whisper-build/bin/"libggml*.so* "$prefix/lib/"
   cp "$src/include/whisper.h" "$src/ggml/include/"*.h "$prefix/include/"
   rm -rf "$work/package" "$work/whisper-build"
-  touch "$prefix/.built-$WHISPER_SHA256"
+  touch "$prefix/.built-$WHISPER_SHA256-$WHISPER_BUILD_REVISION"
 }

@@ -20,6 +20,7 @@
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "CorvaneApp/models/ProcMachineProbe.h"
 #include "CorvaneApp/models/WhisperHandler.h"
+#include "CorvaneApp/models/WhisperModelFile.h"
 #include "CorvaneApp/platform/Log.h"
 #include "CorvaneApp/platform/Paths.h"
 #include "CorvaneApp/worker/PerformanceMetadata.h"
@@ -201,12 +202,35 @@ void AppDelegate::buildAndStartWorkerIfPossible() {
         [self = weak_from_this()]() -> std::optional<std::vector<ModelIdentifier>> {
             if (auto delegate = self.lock()) return delegate->modelsOnDisk(true);
             return std::nullopt;
-        }};
+        },
+        whisperReloadFailed()};
     auto deps = assembly.dependencies();
     deps.http = shardFolder_->clearingAfterReports(std::move(deps.http));
     deps.materialiser = shardFolder_->tracking(std::move(deps.materialiser));
     workerController_ = WorkerController::create(std::move(deps));
     workerBridge_ = WorkerControllerBridge::create(workerController_, gate_, main_);
+
+    // A paused worker lets go of the weights after a while; the next shard loads them again.
+    WeightsReleaseTimer::Options release;
+    release.delaySeconds = env_.modelReleaseDelaySeconds;
+    weightsReleaseTimer_ = std::make_unique<WeightsReleaseTimer>(
+        main_,
+        [box = handlerBox_] {
+            auto handler = box->current();
+            return handler ? handler->releaseWeights() : WeightsRelease::nothingHeld;
+        },
+        [store = configStore_.get()] {
+            return WorkerConfigStore::extractKeepModelLoaded(store->currentYAMLForRuntimeReads());
+        },
+        release);
+    auto* gate = gate_.get();
+    auto* releaseTimer = weightsReleaseTimer_.get();
+    gateSubscription_ = gate_->observe([gate, releaseTimer](EligibilityGate::Property property) {
+        if (property == EligibilityGate::Property::isEligible)
+            releaseTimer->setPaused(!gate->isEligible());
+    });
+    releaseTimer->setPaused(!gate_->isEligible());
+
     observers_.notify();
     restartModelCacheTask();
 }
@@ -293,7 +317,7 @@ void AppDelegate::restartModelCacheTask() {
         modelCacheTask_.reset();
     }
     auto machine = env_.machine;
-    auto options = whisperOptions(env_, mirror_);
+    auto options = whisperOptions(env_, mirror_, whisperReloadFailed());
     // The size the catalogue expects, so the row reads "0% · 0 MB / 1.6 GB" before the first byte.
     setModelDownloadProgress(
         ModelDownloadProgress{modelDisplayName(whisperModelIdentifier()),
@@ -329,6 +353,40 @@ void AppDelegate::restartModelCacheTask() {
             });
         }
     });
+}
+
+std::function<void()> AppDelegate::whisperReloadFailed() {
+    return [weak = weak_from_this(), &main = main_] {
+        main.post([weak] {
+            if (auto self = weak.lock()) self->repairWhisperWeights();
+        });
+    };
+}
+
+// The weights a paused worker released could not be loaded again: the file is gone, or is no
+// longer a whole model (a file at the final path counts as complete, so a broken one goes first).
+// The cache fetches it anew and a fresh handler takes the place of the one that failed.
+void AppDelegate::repairWhisperWeights() {
+    if (!workerBridge_ || terminated_) return;
+    const auto whisper = whisperModelIdentifier();
+    if (modelDownloadProgress_ &&
+        modelDownloadProgress_->modelDisplayName == modelDisplayName(whisper) &&
+        std::holds_alternative<ModelDownloadProgress::Downloading>(modelDownloadProgress_->phase)) {
+        return;  // already on its way
+    }
+    if (auto file = modelCache_->cachedFileURL(whisper); file && WhisperModelFile::problem(*file)) {
+        try {
+            modelCache_->remove(whisper);
+        } catch (const std::exception& error) {
+            log::get("AppDelegate")
+                ->error("ModelCache.remove failed for {}: {}", whisper.model, error.what());
+        }
+    }
+    log::get("AppDelegate")
+        ->info(
+            "repairWhisperWeights: the Whisper weights could not be reloaded; fetching them "
+            "again");
+    restartModelCacheTask();
 }
 
 void AppDelegate::modelReadyOnMain(std::shared_ptr<ModelHandler> handler, bool hit,
@@ -485,6 +543,8 @@ std::uint64_t AppDelegate::requestModelRemove(const ModelIdentifier& identifier)
 
 void AppDelegate::teardownWorker() {
     modelRetryTimer_.cancel();
+    gateSubscription_.reset();
+    weightsReleaseTimer_.reset();
     cancelParakeetInstallTask();
     if (modelCacheTask_) {
         modelCacheTask_->cancel();

@@ -29,6 +29,7 @@
 #include "CorvaneApp/models/ModelCache.h"
 #include "CorvaneApp/models/ModelDownloadProgress.h"
 #include "CorvaneApp/models/ParakeetCache.h"
+#include "CorvaneApp/models/WeightsReleaseTimer.h"
 #include "CorvaneApp/models/WhisperHandler.h"
 #include "CorvaneApp/platform/BackgroundRunner.h"
 #include "CorvaneApp/platform/Executor.h"
@@ -81,6 +82,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     // Models whose weights are on disk (Parakeet's even where no runtime can run it).
     std::unordered_set<ModelIdentifier> installedModelIDs() const;
     bool modelReady() const { return modelReady_; }
+    // The handler the worker runs shards on; null before the first model is ready.
+    std::shared_ptr<ModelHandler> currentHandler() const {
+        return handlerBox_ ? handlerBox_->current() : nullptr;
+    }
     [[nodiscard]] Subscription observe(std::function<void()> onChange) {
         return observers_.subscribe(std::move(onChange));
     }
@@ -100,6 +105,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     void startModelCacheStreamSubscription();
     void applyModelCacheState(const ModelCache::State& state);
     void cancelParakeetInstallTask();
+    // What a shard's thread calls when released Whisper weights could not be loaded again: the
+    // repair below, on the main sequence.
+    std::function<void()> whisperReloadFailed();
+    void repairWhisperWeights();
     // Before a worker's first poll: the shard folder made ours and emptied. While that fails, a
     // hold on the gate says why (so no shard is claimed only to fail) and it is tried again.
     void prepareShardFolder();
@@ -133,6 +142,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     TaskHandle parakeetInstallTask_;
     std::uint64_t parakeetInstallGeneration_ = 0;  // reports of older install tasks are dropped
     TimerHandle modelRetryTimer_;
+    std::unique_ptr<WeightsReleaseTimer> weightsReleaseTimer_;
+    Subscription gateSubscription_;  // tells weightsReleaseTimer_ when the worker is paused
     std::optional<ModelDownloadProgress> modelDownloadProgress_;
     bool modelReady_ = false;
     bool terminated_ = false;

@@ -47,6 +47,9 @@ struct AppEnvironment {
     // After a failed model download or load, try again after this many seconds (0: only on
     // request).
     double modelRetrySeconds = 0;
+    // A worker paused this long frees the model's weights, unless the owner keeps them
+    // (resource_policy.keep_model_loaded); the next shard loads them again.
+    double modelReleaseDelaySeconds = 600;
 
     static AppEnvironment system(std::string version);
 };

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <ostream>
 #include <thread>
 
@@ -23,6 +24,16 @@ sigset_t terminationSignals() {
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
     return set;
+}
+
+// A positive number of seconds from the environment variable `name`; absent when unset or not one.
+std::optional<double> positiveSeconds(const char* name) {
+    const char* text = std::getenv(name);
+    if (!text) return std::nullopt;
+    char* end = nullptr;
+    const double seconds = std::strtod(text, &end);
+    if (end == text || *end != '\0' || !(seconds > 0)) return std::nullopt;
+    return seconds;
 }
 
 }  // namespace
@@ -60,12 +71,10 @@ int runHeadless(const std::string& version, std::ostream& out, std::ostream& err
     auto environment = AppEnvironment::system(version);
     // Nobody is at a server to press "retry": a failed model download is tried again by itself,
     // every five minutes unless CORVANE_MODEL_RETRY_SECONDS says otherwise.
-    environment.modelRetrySeconds = 300;
-    if (const char* retry = std::getenv("CORVANE_MODEL_RETRY_SECONDS")) {
-        char* end = nullptr;
-        double seconds = std::strtod(retry, &end);
-        if (end != retry && *end == '\0' && seconds > 0) environment.modelRetrySeconds = seconds;
-    }
+    environment.modelRetrySeconds = positiveSeconds("CORVANE_MODEL_RETRY_SECONDS").value_or(300);
+    // How long a paused worker keeps the weights; for trying the release without the wait.
+    if (auto seconds = positiveSeconds("CORVANE_MODEL_RELEASE_SECONDS"))
+        environment.modelReleaseDelaySeconds = *seconds;
     AppSession session(loop, std::move(environment));
     if (!session.delegate().isWorkerEnrolled()) {
         out << "This computer is not enrolled with a coordinator yet.\n"

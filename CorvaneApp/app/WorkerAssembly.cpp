@@ -4,11 +4,13 @@
 
 #include "CorvaneApp/coordinator/CapabilityAdvertiser.h"
 #include "CorvaneApp/coordinator/WorkerHTTPClient.h"
+#include "CorvaneApp/eligibility/MemoryAdmissionGate.h"
 #include "CorvaneApp/eligibility/RuntimeState.h"
 #include "CorvaneApp/models/ChipTier.h"
 #include "CorvaneApp/models/ClaimMaterialiser.h"
 #include "CorvaneApp/models/HandlerLoader.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
+#include "CorvaneApp/models/WhisperReloadAdmission.h"
 #include "CorvaneApp/worker/PerformanceMetadata.h"
 
 namespace corvane {
@@ -88,16 +90,28 @@ WorkerController::Dependencies WorkerAssembly::dependencies() const {
     deps.handlerLoader = HandlerLoader({box,
                                         modelCache,
                                         [machine] { return currentChipTier(*machine); },
-                                        whisperOptions(environment, settings),
+                                        whisperOptions(environment, settings, whisperReloadFailed),
                                         parakeetCache,
                                         {}});
     return deps;
 }
 
 WhisperHandler::Options whisperOptions(const AppEnvironment& environment,
-                                       std::shared_ptr<WorkerSettingsMirror> settings) {
+                                       std::shared_ptr<WorkerSettingsMirror> settings,
+                                       std::function<void()> reloadFailed) {
     auto machine = environment.machine;
     WhisperHandler::Options options;
+    // Weights released while paused come back only if the machine has room for the real model.
+    options.impl.admitReload = WhisperReloadAdmission{
+        [settings] {
+            std::lock_guard lock(settings->mutex);
+            return WhisperReloadAdmission::Settings{settings->settings.idleMinutes,
+                                                    settings->settings.inUseRamCeilingGB,
+                                                    settings->settings.awayRamCeilingGB};
+        },
+        environment.secondsSinceLastInput,
+        [] { return MemoryAdmissionProbes::machineRAMUsedGB(); }};
+    options.impl.reloadFailed = std::move(reloadFailed);
     options.impl.threadInputs.settings = [settings] {
         std::lock_guard lock(settings->mutex);
         return WhisperThreadInputs::Settings{settings->settings.idleMinutes,

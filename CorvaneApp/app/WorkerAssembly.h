@@ -41,12 +41,17 @@ struct WorkerAssembly {
     std::function<bool()> isEligible;
     // The models the worker may advertise, read at every poll so a model installed later counts.
     std::function<std::optional<std::vector<ModelIdentifier>>()> installedModels;
+    // Told, from a shard's thread, when Whisper weights released while paused could not be loaded
+    // again (see WhisperImpl::Options::reloadFailed).
+    std::function<void()> whisperReloadFailed;
 
     WorkerController::Dependencies dependencies() const;
 };
 
-// How Whisper chooses its threads: the owner's limits, idleness and the runtime-state file.
+// How Whisper chooses its threads (the owner's limits, idleness and the runtime-state file) and
+// when it may load weights it released again (memory admission with the real model's figures).
 WhisperHandler::Options whisperOptions(const AppEnvironment& environment,
-                                       std::shared_ptr<WorkerSettingsMirror> settings);
+                                       std::shared_ptr<WorkerSettingsMirror> settings,
+                                       std::function<void()> reloadFailed);
 
 }  // namespace corvane

@@ -435,6 +435,12 @@ std::optional<std::string> WorkerConfigStore::extractTranscribeQuantization(std:
     return configyaml::extractTranscribeQuantization(yaml);
 }
 
+bool WorkerConfigStore::extractKeepModelLoaded(std::string_view yaml) {
+    bool keep = false;
+    readBool("resource_policy", "keep_model_loaded", yaml, keep);
+    return keep;
+}
+
 std::string WorkerConfigStore::buildYAML(std::string_view base, const WorkerSettings& settings) {
     auto [hasBom, body] = cl::splitBom(base);
     auto lines = cl::split(body);

@@ -141,6 +141,10 @@ class WorkerConfigStore {
     static WorkerSettings parseSettings(std::string_view yaml);
     // handlers.transcribe.quantization of a config text.
     static std::optional<std::string> extractTranscribeQuantization(std::string_view yaml);
+    // resource_policy.keep_model_loaded of a config text: the owner keeps the model's weights in
+    // memory while the worker is paused, for a faster first shard. False when absent or not a
+    // Boolean (logged). Edited by hand; the store never writes it.
+    static bool extractKeepModelLoaded(std::string_view yaml);
     // `base` with every setting of `settings` written by the line editors.
     static std::string buildYAML(std::string_view base, const WorkerSettings& settings);
     std::string buildYAML(std::string_view base) const { return buildYAML(base, settings_); }

@@ -18,6 +18,13 @@ inline const char* rawValue(ModelHandlerStage stage) {
     return stage == ModelHandlerStage::decode ? "decode" : "inference";
 }
 
+// What asking a handler to let go of its weights came to.
+enum class WeightsRelease {
+    released,     // freed; the next job loads them again
+    nothingHeld,  // none in memory (already freed, or the handler keeps none of its own)
+    busy,         // a job is using them; ask again later
+};
+
 // Told the seconds of each stage as the handler finishes it.
 using StageObserver = std::function<void(ModelHandlerStage stage, double seconds)>;
 
@@ -67,6 +74,9 @@ class ModelHandler {
     // at its own pace by throwing.
     virtual JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver,
                              std::stop_token stop) = 0;
+    // Frees the model's weights while no job uses them, for an idle worker; the next job loads
+    // them again (inside its inference stage). Never waits for a running job.
+    virtual WeightsRelease releaseWeights() { return WeightsRelease::nothingHeld; }
 };
 
 }  // namespace corvane

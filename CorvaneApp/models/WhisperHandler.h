@@ -36,6 +36,8 @@ class WhisperHandler final : public SpeechHandler {
     // also when the stage failed. `stop` ends a whisper.cpp run early.
     JobResult handle(const ClaimedJob& job, const StageObserver& stageObserver,
                      std::stop_token stop) override;
+    // The next job reloads them inside its inference stage (see WhisperImpl).
+    WeightsRelease releaseWeights() override { return impl_->releaseWeights(); }
 
     WhisperImpl& impl() { return *impl_; }
 

@@ -1,6 +1,9 @@
 #include "CorvaneApp/models/WhisperImpl.h"
 
+#include <malloc.h>
+
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <random>
@@ -9,6 +12,7 @@
 
 #include "CorvaneApp/models/ModelHandler.h"
 #include "CorvaneApp/models/WhisperBackendError.h"
+#include "CorvaneApp/models/WhisperCpuBackend.h"
 #include "CorvaneApp/models/WhisperLogRouting.h"
 #include "CorvaneApp/models/WhisperModelFile.h"
 #include "CorvaneApp/platform/Log.h"
@@ -48,6 +52,10 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
         !in.activeProcessorCount) {
         throw std::invalid_argument("WhisperImpl needs every thread input");
     }
+    ctx_ = loadContext();
+}
+
+WhisperImpl::Context WhisperImpl::loadContext() const {
     std::error_code error;
     if (!std::filesystem::exists(modelFileURL_, error)) {
         log_->error("Model file missing at {}", modelFileURL_.string());
@@ -59,6 +67,7 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
     }
     routeWhisperLogs();
+    loadWhisperCpuBackend();
     // Acceleration and every other context choice stay at the library's defaults.
     const whisper_context_params params = whisper_context_default_params();
     whisper_context* context = nullptr;
@@ -74,7 +83,48 @@ WhisperImpl::WhisperImpl(std::filesystem::path modelFileURL, Options options)
                     modelFileURL_.string());
         throwBackendCrashed(WhisperBackendError(WhisperBackendError::ContextInitFailed{}));
     }
-    ctx_.reset(context);
+    return Context(context);
+}
+
+void WhisperImpl::reloadWeights() {
+    if (options_.admitReload) {
+        if (auto refusal = options_.admitReload()) {
+            log_->error("Whisper weights not reloaded for {}: {}", modelFileURL_.string(),
+                        *refusal);
+            throw ModelError(ModelError::BackendCrashed{"weights not reloaded: " + *refusal});
+        }
+    }
+    log_->info("reloading the Whisper weights from {}", modelFileURL_.string());
+    const auto started = std::chrono::steady_clock::now();
+    try {
+        ctx_ = loadContext();
+    } catch (const ModelError&) {
+        if (options_.reloadFailed) options_.reloadFailed();
+        throw;
+    }
+    log_->info("Whisper weights reloaded in {:.2f} s",
+               std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+}
+
+WeightsRelease WhisperImpl::releaseWeights() {
+    std::unique_lock lock(contextMutex_, std::try_to_lock);
+    if (!lock.owns_lock()) return WeightsRelease::busy;
+    if (!ctx_) return WeightsRelease::nothingHeld;
+    state_.reset();
+    ctx_.reset();
+    // The weights were one large block and go back at once; this returns what smaller pieces of
+    // the vocabulary and the state left in the heap.
+    ::malloc_trim(0);
+    log_->info(
+        "Whisper weights released while the worker is paused; the next shard loads them "
+        "again from {}",
+        modelFileURL_.string());
+    return WeightsRelease::released;
+}
+
+bool WhisperImpl::weightsLoaded() {
+    std::lock_guard lock(contextMutex_);
+    return static_cast<bool>(ctx_);
 }
 
 std::unique_ptr<WhisperImpl> WhisperImpl::fromDirectory(const std::filesystem::path& modelDirectory,
@@ -92,14 +142,16 @@ std::int64_t WhisperImpl::threadCount(std::int64_t cpuPercent, std::int64_t cpuC
     return static_cast<std::int64_t>(std::clamp(wanted, 1.0, static_cast<double>(count)));
 }
 
+bool WhisperImpl::isInUse(double idleMinutes, std::optional<double> secondsSinceLastInput) {
+    const double minutes = std::isfinite(idleMinutes) ? std::max(idleMinutes, 0.0) : 0.0;
+    const double threshold = minutes * 60.0;
+    return threshold > 0 && secondsSinceLastInput.value_or(0.0) < threshold;
+}
+
 WhisperThreadSelection WhisperImpl::currentThreadCount() const {
     const auto& in = options_.threadInputs;
     const WhisperThreadInputs::Settings settings = in.settings();
-    const double idleMinutes =
-        std::isfinite(settings.idleMinutes) ? std::max(settings.idleMinutes, 0.0) : 0.0;
-    const double threshold = idleMinutes * 60.0;
-    const double idleSeconds = in.secondsSinceLastInput().value_or(0.0);
-    const bool inUse = threshold > 0 && idleSeconds < threshold;
+    const bool inUse = isInUse(settings.idleMinutes, in.secondsSinceLastInput());
 
     WhisperThreadSelection selection;
     selection.resourceMode = inUse ? "in_use" : "away";
@@ -142,6 +194,9 @@ std::string WhisperImpl::transcribe(std::span<const float> pcm, std::stop_token 
     params.abort_callback_user_data = &stop;
 
     std::lock_guard lock(contextMutex_);
+    // A stop that came while another run held the context: this one does not start.
+    if (stop.stop_requested()) throw ModelError(ModelError::BackendCrashed{"inference cancelled"});
+    if (!ctx_) reloadWeights();
     if (!state_) {
         state_.reset(whisper_init_state(ctx_.get()));
         if (!state_) {

@@ -1,8 +1,9 @@
 #pragma once
-// The engine behind WhisperHandler: one whisper.cpp context over one model file, loaded once and
-// used for every shard; its working state (tens of megabytes of buffers) is made at the first
-// shard, so an idle worker doesn't carry it, with the thread count chosen afresh for each run from
-// the owner's CPU limits, the idle time and the runtime-state file.
+// The engine behind WhisperHandler: one whisper.cpp context over one model file, loaded at
+// construction and used for every shard; its working state (tens of megabytes of buffers) is made
+// at the first shard, so an idle worker doesn't carry it, with the thread count chosen afresh for
+// each run from the owner's CPU limits, the idle time and the runtime-state file. A paused worker
+// may release the weights; the next run loads them again from the same file.
 
 #include <cstdint>
 #include <filesystem>
@@ -18,6 +19,7 @@
 #include <whisper.h>
 
 #include "CorvaneApp/coordinator/JobRecords.h"
+#include "CorvaneApp/models/ModelHandler.h"
 
 namespace corvane {
 
@@ -62,6 +64,12 @@ class WhisperImpl {
     struct Options {
         WhisperThreadInputs threadInputs;
         FullFunction full;  // empty: whisper_full_with_state
+        // Asked, on the run's thread, before released weights are loaded again: a text refuses
+        // the reload and says why (memory admission's reason). Empty: always admitted.
+        std::function<std::optional<std::string>()> admitReload;
+        // Told, on the run's thread, when released weights could not be loaded again (the file
+        // is gone or no longer a model), so that the owner can fetch it anew. May be empty.
+        std::function<void()> reloadFailed;
     };
 
     // Loads the model with the library's default context parameters. Throws ModelError:
@@ -77,9 +85,15 @@ class WhisperImpl {
 
     // English transcription of 16 kHz mono samples, segments joined and trimmed. The samples go
     // to whisper.cpp without a copy. Runs of one context take turns: whisper.cpp's context is not
-    // safe for concurrent use. A requested `stop` ends the run early. Throws ModelError
-    // (InvalidInput for no samples, BackendCrashed when whisper.cpp fails or the run was stopped).
+    // safe for concurrent use. A requested `stop` ends the run early, also inside an encoder
+    // window. Released weights are loaded again first. Throws ModelError (InvalidInput for no
+    // samples, BackendCrashed when whisper.cpp fails, the run was stopped or the reload was
+    // refused, and the constructor's errors of a failed reload).
     std::string transcribe(std::span<const float> pcm, std::stop_token stop = {});
+
+    // Frees the weights and the working state, unless a run holds them (busy); never waits.
+    WeightsRelease releaseWeights();
+    bool weightsLoaded();
     // The generic entry: audio input only, at 16 kHz.
     ModelOutput run(const ModelInput& input);
 
@@ -88,6 +102,9 @@ class WhisperImpl {
     static std::int64_t threadCount(std::int64_t cpuPercent, std::int64_t cpuCount);
     // Reads the inputs and logs the choice.
     WhisperThreadSelection currentThreadCount() const;
+    // The computer is in use while the seconds since the last input are under the idle threshold;
+    // a threshold of 0 (or less) is never in use, no reading always is.
+    static bool isInUse(double idleMinutes, std::optional<double> secondsSinceLastInput);
 
     const std::filesystem::path& modelFileURL() const { return modelFileURL_; }
 
@@ -98,12 +115,19 @@ class WhisperImpl {
     struct StateDeleter {
         void operator()(whisper_state* state) const { whisper_free_state(state); }
     };
+    using Context = std::unique_ptr<whisper_context, ContextDeleter>;
+
+    // The file's checks and whisper.cpp's load; throws as the constructor does.
+    Context loadContext() const;
+    // Under contextMutex_: memory admission, then loadContext().
+    void reloadWeights();
 
     const std::filesystem::path modelFileURL_;
     const Options options_;
     const std::shared_ptr<spdlog::logger> log_;
-    std::mutex contextMutex_;  // held for one run: whisper_full and the reading of its segments
-    std::unique_ptr<whisper_context, ContextDeleter> ctx_;  // used only under contextMutex_
+    // Held for one run (a reload, whisper_full and the reading of its segments) and to release.
+    std::mutex contextMutex_;
+    Context ctx_;  // guarded by contextMutex_; empty once released
     // Made at the first run, under contextMutex_; declared after ctx_ so it goes first.
     std::unique_ptr<whisper_state, StateDeleter> state_;
 };

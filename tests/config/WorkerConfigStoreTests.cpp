@@ -180,6 +180,32 @@ TEST_F(WorkerConfigStoreTest, AnUnreadableLineShowsTheDefaultAndNothingIsSavedUn
     EXPECT_EQ(configText(), text);
 }
 
+// The owner's one setting to keep the model in memory while paused: edited by hand, read live,
+// never written by the store, and anything but a Boolean leaves the default (release).
+TEST_F(WorkerConfigStoreTest, KeepModelLoadedIsReadFromResourcePolicyOnly) {
+    const std::pair<const char*, bool> rows[] = {
+        {"", false},
+        {"resource_policy:\n  keep_model_loaded: true\n", true},
+        {"resource_policy:\n  away_cpu_ceiling_pct: 90\n  keep_model_loaded: false # speed\n",
+         false},
+        {"resource_policy:\n  keep_model_loaded: 'true'\n", true},
+        {"resource_policy:\n  keep_model_loaded: sometimes\n", false},
+        {"keep_model_loaded: true\n", false},  // not in its section
+        {"idle_detection:\n  keep_model_loaded: true\n", false},
+    };
+    for (const auto& [yaml, keep] : rows) {
+        EXPECT_EQ(WorkerConfigStore::extractKeepModelLoaded(yaml), keep) << yaml;
+    }
+    auto& store = *store_;
+    std::string text = kEnrolled;
+    writeConfig(text.insert(text.find("  level_percent"), "  keep_model_loaded: true\n"));
+    store.reload();
+    store.setAwayCpuCeiling(50);
+    executor_.advance(0.5);
+    EXPECT_EQ(onDisk("resource_policy", "keep_model_loaded"), "true") << "kept as written";
+    EXPECT_TRUE(WorkerConfigStore::extractKeepModelLoaded(store.currentYAMLForRuntimeReads()));
+}
+
 TEST_F(WorkerConfigStoreTest, DemoModeNeverTouchesTheFile) {
     auto& store = makeStore(DataMode::dummy);
     store.setPayoutMethod("paypal");

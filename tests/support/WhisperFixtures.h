@@ -87,6 +87,13 @@ struct ThreadKnobs {
         return {[this] { return settings; }, [this] { return idleSeconds; },
                 [this] { return runtimePercent; }, [this] { return cpuCount; }};
     }
+    // Engine options on these inputs, whisper_full wrapped by `full` when one is given.
+    WhisperImpl::Options options(WhisperImpl::FullFunction full = {}) {
+        WhisperImpl::Options engine;
+        engine.threadInputs = inputs();
+        engine.full = std::move(full);
+        return engine;
+    }
 };
 
 }  // namespace corvane::testing

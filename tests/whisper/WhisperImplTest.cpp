@@ -7,11 +7,13 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include <atomic>
 #include <cstring>
 #include <stdexcept>
 
 #include <whisper.h>
 
+#include "CorvaneApp/models/WhisperCpuBackend.h"
 #include "CorvaneApp/models/WhisperModelFile.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WhisperFixtures.h"
@@ -36,7 +38,7 @@ class WhisperImplTest : public ::testing::Test {
   protected:
     std::unique_ptr<WhisperImpl> load(WhisperImpl::FullFunction full = {}) {
         return std::make_unique<WhisperImpl>(whisperTestModelFile(),
-                                             WhisperImpl::Options{knobs.inputs(), std::move(full)});
+                                             knobs.options(std::move(full)));
     }
     ThreadKnobs knobs;
 };
@@ -133,14 +135,14 @@ TEST_F(WhisperImplTest, FailuresInsideWhisperAreBackendCrashedAndTheContextServe
     auto impl = load([&](whisper_context* ctx, whisper_state* state, whisper_full_params params,
                          const float* samples, int count) {
         if (++call == 1)
-            params.abort_callback = [](void*) { return true; };  // the encoder then fails
+            params.abort_callback = [](void*) { return true; };  // the spectrogram then fails
         if (call == 2) throw std::out_of_range("map::at");       // C++ through the C interface
         if (call == 4) stopping.request_stop();                  // the worker stops mid-run
         return whisper_full_with_state(ctx, state, params, samples, count);
     });
     const std::vector<float> pcm = sineSamples(2);
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }),
-              "backendCrashed(underlying: inferenceFailed(status: -6))");
+              "backendCrashed(underlying: inferenceFailed(status: -2))");
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm); }), "backendCrashed(underlying: map::at)");
     EXPECT_FALSE(impl->transcribe(pcm).empty());
     EXPECT_EQ(modelErrorOf([&] { impl->transcribe(pcm, stopping.get_token()); }),
@@ -178,9 +180,7 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
         const auto path = folder.write("model.bin", bytes);
         EXPECT_EQ(WhisperModelFile::problem(path), problem);
         LogCapture logs;
-        EXPECT_EQ(modelErrorOf([&] {
-                      WhisperImpl(path, {knobs.inputs(), {}});
-                  }),
+        EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, knobs.options()); }),
                   "backendCrashed(underlying: contextInitFailed)");
         EXPECT_TRUE(logs.contains("is not a whole whisper model: " + problem)) << problem;
     }
@@ -193,9 +193,7 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
     LogCapture logs;
     {
         [[maybe_unused]] LeakCheckPause pause;
-        EXPECT_EQ(modelErrorOf([&] {
-                      WhisperImpl(path, {knobs.inputs(), {}});
-                  }),
+        EXPECT_EQ(modelErrorOf([&] { WhisperImpl(path, knobs.options()); }),
                   "backendCrashed(underlying: contextInitFailed)");
     }
     EXPECT_TRUE(logs.contains(
@@ -203,6 +201,62 @@ TEST_F(WhisperImplTest, ModelFilesThatCannotLoadAreModelErrorsWithTheirProblemLo
         path.string()));
     EXPECT_TRUE(
         logs.contains("whisper.cpp error: whisper_model_load: unknown tensor 'decoder.ln.bian'"));
+}
+
+// A stopping worker must not wait for a phase of the run to end: the spectrogram of all the audio
+// (seconds for an hour of it) or the window being encoded (seconds at the real model's size). The
+// stop is checked inside both, so a stop asked for at their start ends the run there.
+TEST_F(WhisperImplTest, AStopLandsInsideTheSpectrogramAndInsideTheEncoderWindow) {
+    loadWhisperCpuBackend();
+    std::unique_ptr<whisper_context, void (*)(whisper_context*)> ctx(
+        whisper_init_from_file_with_params(whisperTestModelFile().c_str(),
+                                           whisper_context_default_params()),
+        whisper_free);
+    ASSERT_TRUE(ctx);
+    const std::vector<float> pcm = sineSamples(3);
+    std::atomic<bool> stop = false;
+    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
+    params.n_threads = 2;
+    params.language = "en";
+    params.abort_callback = [](void* flag) {
+        return static_cast<std::atomic<bool>*>(flag)->load();
+    };
+    params.abort_callback_user_data = &stop;
+    auto run = [&] {
+        return whisper_full(ctx.get(), params, pcm.data(), static_cast<int>(pcm.size()));
+    };
+
+    stop = true;  // before the spectrogram's first frame
+    EXPECT_EQ(run(), -2) << "the spectrogram stops; no window is encoded";
+
+    stop = false;
+    params.encoder_begin_callback = [](whisper_context*, whisper_state*, void* flag) {
+        static_cast<std::atomic<bool>*>(flag)->store(true);  // asked for as the window begins
+        return true;
+    };
+    params.encoder_begin_callback_user_data = &stop;
+    EXPECT_EQ(run(), -6);
+    const std::unique_ptr<whisper_timings> timings(whisper_get_timings(ctx.get()));
+    EXPECT_EQ(timings->encode_ms, 0.0f) << "no window was encoded to its end";
+}
+
+// The generator's quantised weights (what the real-size model is made of), on a small shape.
+TEST_F(WhisperImplTest, AGeneratedModelQuantisedToQ5_0LoadsAndTranscribes) {
+    ScratchFolder folder;
+    tools::WhisperTestModelShape shape;
+    shape.weights = tools::WhisperWeightType::q5_0;
+    const std::string bytes = tools::makeWhisperTestModel(shape);
+    std::int32_t ftype = 0;
+    std::memcpy(&ftype, bytes.data() + 4 + 4 * 10, 4);
+    EXPECT_EQ(ftype, 2008) << "q5_0 (8) of quantisation version 2, as whisper.cpp writes it";
+    EXPECT_LT(bytes.size(), tools::makeWhisperTestModel({}).size()) << "smaller than f16";
+    const auto path = folder.write("q5_0.bin", bytes);
+    EXPECT_EQ(WhisperModelFile::problem(path), std::nullopt);
+    WhisperImpl impl(path, knobs.options());  // whisper.cpp checks every tensor's size
+    EXPECT_FALSE(impl.transcribe(sineSamples(3)).empty());
+
+    shape.nAudioState = shape.nTextState = 48;  // not whole blocks of 32
+    EXPECT_THROW(tools::makeWhisperTestModel(shape), std::invalid_argument);
 }
 
 }  // namespace

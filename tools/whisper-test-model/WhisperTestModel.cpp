@@ -1,61 +1,53 @@
 #include "tools/whisper-test-model/WhisperTestModel.h"
 
+#include <unistd.h>
+
 #include <bit>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <random>
+#include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <vector>
 
-#include "CorvaneApp/platform/AtomicFile.h"
+#include <ggml.h>
 
 namespace corvane::tools {
 namespace {
 
 constexpr std::uint32_t kMagic = 0x67676d6c;  // "ggml"
-constexpr std::int32_t kFtypeF16 = 1;
-constexpr std::int32_t kTypeF32 = 0;
-constexpr std::int32_t kTypeF16 = 1;
-constexpr std::int32_t kFftBins = 201;  // WHISPER_N_FFT / 2 + 1
+constexpr std::int32_t kFftBins = 201;        // WHISPER_N_FFT / 2 + 1
 constexpr int kSampleRate = 16000;
 
-// Round-to-nearest-even conversion to IEEE half precision, with subnormals and infinities.
-std::uint16_t toHalf(float value) {
-    const std::uint32_t bits = std::bit_cast<std::uint32_t>(value);
-    const std::uint32_t sign = (bits >> 16) & 0x8000u;
-    const std::int32_t exponent = static_cast<std::int32_t>((bits >> 23) & 0xff) - 127 + 15;
-    std::uint32_t mantissa = bits & 0x7fffffu;
-    if (((bits >> 23) & 0xff) == 0xff)
-        return static_cast<std::uint16_t>(sign | 0x7c00u | (mantissa ? 0x200u : 0));
-    if (exponent >= 31) return static_cast<std::uint16_t>(sign | 0x7c00u);
-    if (exponent <= 0) {
-        if (exponent < -10) return static_cast<std::uint16_t>(sign);
-        mantissa |= 0x800000u;
-        const int shift = 14 - exponent;
-        std::uint32_t half = mantissa >> shift;
-        const std::uint32_t rest = mantissa & ((1u << shift) - 1);
-        const std::uint32_t midpoint = 1u << (shift - 1);
-        if (rest > midpoint || (rest == midpoint && (half & 1u))) ++half;
-        return static_cast<std::uint16_t>(sign | half);
-    }
-    std::uint32_t half = (static_cast<std::uint32_t>(exponent) << 10) | (mantissa >> 13);
-    const std::uint32_t rest = mantissa & 0x1fffu;
-    if (rest > 0x1000u || (rest == 0x1000u && (half & 1u))) ++half;  // may carry into the exponent
-    return static_cast<std::uint16_t>(sign | half);
+// The header's ftype: ggml's file type of the big matrices, plus the quantisation format's version
+// times GGML_QNT_VERSION_FACTOR for quantised files, as whisper.cpp's quantiser writes it.
+std::int32_t headerFtype(WhisperWeightType weights) {
+    if (weights == WhisperWeightType::f16) return GGML_FTYPE_MOSTLY_F16;
+    return GGML_QNT_VERSION * GGML_QNT_VERSION_FACTOR + GGML_FTYPE_MOSTLY_Q5_0;
+}
+
+ggml_type matrixType(WhisperWeightType weights) {
+    return weights == WhisperWeightType::f16 ? GGML_TYPE_F16 : GGML_TYPE_Q5_0;
 }
 
 class Writer {
   public:
+    explicit Writer(std::ostream& out) : out_(out) {}
+
     void u32(std::uint32_t value) { raw(&value, sizeof value); }
     void i32(std::int32_t value) { raw(&value, sizeof value); }
     void f32(float value) { raw(&value, sizeof value); }
-    void text(const std::string& value) { bytes_.append(value); }
+    void text(const std::string& value) { raw(value.data(), value.size()); }
 
-    // One tensor with ggml's dimension order (ne0 first, the fastest-moving index).
-    void tensor(const std::string& name, const std::vector<std::int32_t>& ne, bool f16,
+    // One tensor with ggml's dimension order (ne0 first, the fastest-moving index), its values
+    // converted to `type` by ggml itself.
+    void tensor(const std::string& name, const std::vector<std::int32_t>& ne, ggml_type type,
                 const std::vector<float>& values) {
         i32(static_cast<std::int32_t>(ne.size()));
         i32(static_cast<std::int32_t>(name.size()));
-        i32(f16 ? kTypeF16 : kTypeF32);
+        i32(type);
         std::size_t count = 1;
         for (std::int32_t n : ne) {
             i32(n);
@@ -64,26 +56,37 @@ class Writer {
         if (values.size() != count)
             throw std::logic_error("whisper test model: wrong value count for " + name);
         text(name);
-        for (float value : values) {
-            if (f16) {
-                const std::uint16_t half = toHalf(value);
-                raw(&half, sizeof half);
-            } else {
-                f32(value);
+        const auto rowLength = static_cast<std::int64_t>(ne[0]);
+        const auto rows = static_cast<std::int64_t>(count) / rowLength;
+        switch (type) {
+            case GGML_TYPE_F32:
+                raw(values.data(), count * sizeof(float));
+                break;
+            case GGML_TYPE_F16: {
+                std::vector<ggml_fp16_t> halves(count);
+                ggml_fp32_to_fp16_row(values.data(), halves.data(),
+                                      static_cast<std::int64_t>(count));
+                raw(halves.data(), count * sizeof(ggml_fp16_t));
+                break;
+            }
+            default: {
+                std::vector<char> blocks(ggml_row_size(type, rowLength) *
+                                         static_cast<std::size_t>(rows));
+                const std::size_t written = ggml_quantize_chunk(type, values.data(), blocks.data(),
+                                                                0, rows, rowLength, nullptr);
+                raw(blocks.data(), written);
             }
         }
     }
-
-    std::string take() { return std::move(bytes_); }
 
   private:
     // The format is little-endian, as are the machines we build on.
     void raw(const void* data, std::size_t size) {
         static_assert(std::endian::native == std::endian::little);
-        bytes_.append(static_cast<const char*>(data), size);
+        out_.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
     }
 
-    std::string bytes_;
+    std::ostream& out_;
 };
 
 // The weights of one model: uniform random numbers from one seeded generator.
@@ -156,33 +159,35 @@ std::size_t area(std::int32_t rows, std::int32_t columns) {
 }
 
 void writeNorm(Writer& out, const std::string& prefix, std::int32_t width) {
-    out.tensor(prefix + ".weight", {width}, false, Weights::filled(area(width, 1), 1.0f));
-    out.tensor(prefix + ".bias", {width}, false, Weights::filled(area(width, 1), 0.0f));
+    out.tensor(prefix + ".weight", {width}, GGML_TYPE_F32, Weights::filled(area(width, 1), 1.0f));
+    out.tensor(prefix + ".bias", {width}, GGML_TYPE_F32, Weights::filled(area(width, 1), 0.0f));
 }
 
-void writeAttention(Writer& out, Weights& w, const std::string& prefix, std::int32_t width) {
+void writeAttention(Writer& out, Weights& w, const std::string& prefix, std::int32_t width,
+                    ggml_type matrices) {
     const float scale = 1.0f / std::sqrt(static_cast<float>(width));
+    const auto square = area(width, width);
     writeNorm(out, prefix + "_ln", width);
-    out.tensor(prefix + ".query.weight", {width, width}, true,
-               w.uniform(area(width, width), scale));
-    out.tensor(prefix + ".query.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
-    out.tensor(prefix + ".key.weight", {width, width}, true, w.uniform(area(width, width), scale));
-    out.tensor(prefix + ".value.weight", {width, width}, true,
-               w.uniform(area(width, width), scale));
-    out.tensor(prefix + ".value.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
-    out.tensor(prefix + ".out.weight", {width, width}, true, w.uniform(area(width, width), scale));
-    out.tensor(prefix + ".out.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
+    out.tensor(prefix + ".query.weight", {width, width}, matrices, w.uniform(square, scale));
+    out.tensor(prefix + ".query.bias", {width}, GGML_TYPE_F32, w.uniform(area(width, 1), 0.02f));
+    out.tensor(prefix + ".key.weight", {width, width}, matrices, w.uniform(square, scale));
+    out.tensor(prefix + ".value.weight", {width, width}, matrices, w.uniform(square, scale));
+    out.tensor(prefix + ".value.bias", {width}, GGML_TYPE_F32, w.uniform(area(width, 1), 0.02f));
+    out.tensor(prefix + ".out.weight", {width, width}, matrices, w.uniform(square, scale));
+    out.tensor(prefix + ".out.bias", {width}, GGML_TYPE_F32, w.uniform(area(width, 1), 0.02f));
 }
 
-void writeMlp(Writer& out, Weights& w, const std::string& prefix, std::int32_t width) {
+void writeMlp(Writer& out, Weights& w, const std::string& prefix, std::int32_t width,
+              ggml_type matrices) {
     const float scale = 1.0f / std::sqrt(static_cast<float>(width));
     writeNorm(out, prefix + ".mlp_ln", width);
-    out.tensor(prefix + ".mlp.0.weight", {width, 4 * width}, true,
+    out.tensor(prefix + ".mlp.0.weight", {width, 4 * width}, matrices,
                w.uniform(area(width, 4 * width), scale));
-    out.tensor(prefix + ".mlp.0.bias", {4 * width}, false, w.uniform(area(4 * width, 1), 0.02f));
-    out.tensor(prefix + ".mlp.2.weight", {4 * width, width}, true,
+    out.tensor(prefix + ".mlp.0.bias", {4 * width}, GGML_TYPE_F32,
+               w.uniform(area(4 * width, 1), 0.02f));
+    out.tensor(prefix + ".mlp.2.weight", {4 * width, width}, matrices,
                w.uniform(area(4 * width, width), scale / 2));
-    out.tensor(prefix + ".mlp.2.bias", {width}, false, w.uniform(area(width, 1), 0.02f));
+    out.tensor(prefix + ".mlp.2.bias", {width}, GGML_TYPE_F32, w.uniform(area(width, 1), 0.02f));
 }
 
 // The decoder's positional embedding and token embedding (which also projects to the logits).
@@ -200,8 +205,9 @@ void writeDecoderEmbeddings(Writer& out, Weights& w, const WhisperTestModelShape
     const std::int32_t width = shape.nTextState;
     const bool multilingual = shape.nVocab >= 51865;
     const std::int32_t endOfText = multilingual ? 50257 : 50256;
-    const std::int32_t firstTimestamp = multilingual ? 50364 : 50363;
+    // The vocabulary ends with the 1501 timestamps, 0 to 30 s in steps of 20 ms.
     const std::int32_t lastTimestamp = shape.nVocab - 1;
+    const std::int32_t firstTimestamp = lastTimestamp - 1500;
     const float tokenScale = 2.5f;
     const float positionScale =
         12.0f * tokenScale;  // per component: about ten times a token's norm
@@ -230,7 +236,7 @@ void writeDecoderEmbeddings(Writer& out, Weights& w, const WhisperTestModelShape
         if (k % kCycle == kTimestampSlot) addAlong(row, stamp, 2.0 * norm);
         if (k % kCycle == kEndSlot) addAlong(row, end, 2.0 * norm);
     }
-    out.tensor("decoder.positional_embedding", {width, shape.nTextCtx}, false, positions);
+    out.tensor("decoder.positional_embedding", {width, shape.nTextCtx}, GGML_TYPE_F32, positions);
 
     std::vector<float> tokens = w.uniform(area(width, shape.nVocab), tokenScale);
     const float strong = 4.0f * tokenScale * std::sqrt(static_cast<float>(width));
@@ -243,7 +249,8 @@ void writeDecoderEmbeddings(Writer& out, Weights& w, const WhisperTestModelShape
     // A window may only open with a timestamp of the first second; these take the slot then.
     for (std::int32_t token = firstTimestamp; token <= firstTimestamp + 50; ++token)
         setRow(token, stamp, strong / 2);
-    out.tensor("decoder.token_embedding.weight", {width, shape.nVocab}, true, tokens);
+    out.tensor("decoder.token_embedding.weight", {width, shape.nVocab}, matrixType(shape.weights),
+               tokens);
 }
 
 void validate(const WhisperTestModelShape& s) {
@@ -259,17 +266,42 @@ void validate(const WhisperTestModelShape& s) {
     if (s.nVocab < 51864)
         throw std::invalid_argument(
             "whisper test model: the vocabulary needs at least 51864 tokens");
+    // Quantised rows are whole blocks of 32 values.
+    const auto block = static_cast<std::int32_t>(ggml_blck_size(matrixType(s.weights)));
+    if (s.nAudioState % block != 0 || s.nTextState % block != 0) {
+        throw std::invalid_argument("whisper test model: a quantised width must be a multiple of " +
+                                    std::to_string(block));
+    }
 }
 
 }  // namespace
 
-std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
+WhisperTestModelShape WhisperTestModelShape::largeV3Turbo() {
+    // whisper.cpp's loader reads eleven header integers in this order (whisper_model_load); these
+    // are large-v3 turbo's, the dimensions of OpenAI's checkpoint that whisper.cpp's converter
+    // writes there.
+    WhisperTestModelShape shape;
+    shape.nVocab = 51866;      // v3's vocabulary: 100 languages, one more than v2's 51865
+    shape.nAudioCtx = 1500;    // 30 s of 10 ms mel frames, halved by the second convolution
+    shape.nAudioState = 1280;  // the large models' width
+    shape.nAudioHead = 20;     // 64 per head
+    shape.nAudioLayer = 32;    // the loader calls 32 layers with 51866 tokens "large v3"
+    shape.nTextCtx = 448;      // tokens per window
+    shape.nTextState = 1280;   // the loader requires the decoder as wide as the encoder
+    shape.nTextHead = 20;
+    shape.nTextLayer = 4;  // turbo: large-v3 with its 32 decoder layers pruned to 4
+    shape.nMels = 128;     // v3's spectrogram (v2 and before: 80)
+    shape.weights = WhisperWeightType::q5_0;  // ftype 2008: q5_0, quantisation version 2
+    return shape;
+}
+
+void writeWhisperTestModel(std::ostream& stream, const WhisperTestModelShape& shape) {
     validate(shape);
-    Writer out;
+    Writer out(stream);
     out.u32(kMagic);
     for (std::int32_t v : {shape.nVocab, shape.nAudioCtx, shape.nAudioState, shape.nAudioHead,
                            shape.nAudioLayer, shape.nTextCtx, shape.nTextState, shape.nTextHead,
-                           shape.nTextLayer, shape.nMels, kFtypeF16}) {
+                           shape.nTextLayer, shape.nMels, headerFtype(shape.weights)}) {
         out.i32(v);
     }
     writeMelFilters(out, shape.nMels);
@@ -284,20 +316,21 @@ std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
     }
 
     Weights w(shape.seed);
+    const ggml_type matrices = matrixType(shape.weights);
     const std::int32_t a = shape.nAudioState;
-    out.tensor("encoder.positional_embedding", {a, shape.nAudioCtx}, false,
+    out.tensor("encoder.positional_embedding", {a, shape.nAudioCtx}, GGML_TYPE_F32,
                w.uniform(area(a, shape.nAudioCtx), 0.1f));
-    out.tensor("encoder.conv1.weight", {3, shape.nMels, a}, true,
+    out.tensor("encoder.conv1.weight", {3, shape.nMels, a}, GGML_TYPE_F16,
                w.uniform(area(3 * shape.nMels, a),
                          1.0f / std::sqrt(3.0f * static_cast<float>(shape.nMels))));
-    out.tensor("encoder.conv1.bias", {1, a}, false, w.uniform(area(a, 1), 0.02f));
-    out.tensor("encoder.conv2.weight", {3, a, a}, true,
+    out.tensor("encoder.conv1.bias", {1, a}, GGML_TYPE_F32, w.uniform(area(a, 1), 0.02f));
+    out.tensor("encoder.conv2.weight", {3, a, a}, GGML_TYPE_F16,
                w.uniform(area(3 * a, a), 1.0f / std::sqrt(3.0f * static_cast<float>(a))));
-    out.tensor("encoder.conv2.bias", {1, a}, false, w.uniform(area(a, 1), 0.02f));
+    out.tensor("encoder.conv2.bias", {1, a}, GGML_TYPE_F32, w.uniform(area(a, 1), 0.02f));
     for (std::int32_t layer = 0; layer < shape.nAudioLayer; ++layer) {
         const std::string block = "encoder.blocks." + std::to_string(layer);
-        writeMlp(out, w, block, a);
-        writeAttention(out, w, block + ".attn", a);
+        writeMlp(out, w, block, a, matrices);
+        writeAttention(out, w, block + ".attn", a, matrices);
     }
     writeNorm(out, "encoder.ln_post", a);
 
@@ -305,18 +338,58 @@ std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
     writeDecoderEmbeddings(out, w, shape);
     for (std::int32_t layer = 0; layer < shape.nTextLayer; ++layer) {
         const std::string block = "decoder.blocks." + std::to_string(layer);
-        writeMlp(out, w, block, t);
-        writeAttention(out, w, block + ".attn", t);
-        writeAttention(out, w, block + ".cross_attn", t);
+        writeMlp(out, w, block, t, matrices);
+        writeAttention(out, w, block + ".attn", t, matrices);
+        writeAttention(out, w, block + ".cross_attn", t, matrices);
     }
     writeNorm(out, "decoder.ln", t);
-    return out.take();
+}
+
+std::string makeWhisperTestModel(const WhisperTestModelShape& shape) {
+    std::ostringstream out;
+    writeWhisperTestModel(out, shape);
+    return std::move(out).str();
 }
 
 void writeWhisperTestModel(const std::filesystem::path& path, const WhisperTestModelShape& shape) {
-    const std::string bytes = makeWhisperTestModel(shape);
     if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
-    writeFileAtomically(path, bytes);
+    // Hundreds of megabytes at the real size: streamed to a file, never held whole.
+    std::filesystem::path partial = path;
+    partial += ".writing-" + std::to_string(::getpid());
+    try {
+        std::ofstream out;
+        out.exceptions(std::ios::failbit | std::ios::badbit);
+        out.open(partial, std::ios::binary | std::ios::trunc);
+        writeWhisperTestModel(out, shape);
+        out.close();
+        std::filesystem::rename(partial, path);
+    } catch (...) {
+        std::error_code ignored;
+        std::filesystem::remove(partial, ignored);
+        throw;
+    }
+}
+
+bool ensureWhisperTestModel(const std::filesystem::path& path, const WhisperTestModelShape& shape) {
+    // Bump kRevision when the bytes written for a shape change.
+    constexpr int kRevision = 2;
+    std::ostringstream note;
+    note << "revision " << kRevision << "; header";
+    for (std::int32_t v : {shape.nVocab, shape.nAudioCtx, shape.nAudioState, shape.nAudioHead,
+                           shape.nAudioLayer, shape.nTextCtx, shape.nTextState, shape.nTextHead,
+                           shape.nTextLayer, shape.nMels, headerFtype(shape.weights)}) {
+        note << ' ' << v;
+    }
+    note << "; seed " << shape.seed << '\n';
+    std::filesystem::path notePath = path;
+    notePath += ".shape";
+    std::ifstream existing(notePath);
+    const std::string previous((std::istreambuf_iterator<char>(existing)), {});
+    std::error_code error;
+    if (previous == note.str() && std::filesystem::exists(path, error)) return false;
+    writeWhisperTestModel(path, shape);
+    std::ofstream(notePath, std::ios::trunc) << note.str();
+    return true;
 }
 
 }  // namespace corvane::tools
