@@ -7,7 +7,6 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QInputDevice>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -32,19 +31,6 @@ namespace corvane {
 namespace {
 
 constexpr const char* kMethods = "/api/v1/workers/me/payout-methods";
-
-// Qt makes a stand-in pointer and keyboard the first time a shown widget needs one, as children
-// of the application. Made after the application, they would be torn down at exit after the
-// registry they sign out of is gone; they go while it is still there.
-class InputDevicesCleanup final : public ::testing::Environment {
-  public:
-    void TearDown() override {
-        for (const auto* device : QInputDevice::devices())
-            if (device->parent() == QCoreApplication::instance()) delete device;
-    }
-};
-const auto* const kInputDevicesCleanup =
-    ::testing::AddGlobalTestEnvironment(new InputDevicesCleanup);  // gtest owns it
 
 // An enrolled session whose account is the local coordinator and whose settings live in a
 // scratch config.yaml; calls run inline and answer through the Qt loop.
