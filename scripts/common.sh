@@ -51,7 +51,7 @@ ensure_apt() {
 WHISPER_NPM_PACKAGE="nodejs-whisper@0.3.1"
 WHISPER_SHA256="92041caf2b26c74b7f489fedf37bd093f216eebd61df512045ec2d19d0531d37"
 # Bump when the flags or the patches below change: every existing .deps tree is then rebuilt.
-WHISPER_BUILD_REVISION="cpu-variants-3"
+WHISPER_BUILD_REVISION="cpu-variants-4"
 
 # whisper.cpp 1.9.1 from a pinned, digest-checked source tree, patched by scripts/whisper-cpp/,
 # built once into .deps/whisper. Only the whisper library, the ggml libraries it needs and ggml's
@@ -97,7 +97,12 @@ ensure_whisper() {
     -DCMAKE_INSTALL_PREFIX="$prefix" \
     $(command -v ccache >/dev/null && echo -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache) >/dev/null
   local variants
-  variants="$(cmake --build "$work/whisper-build" --target help | sed -n 's/^\(ggml-cpu-[A-Za-z0-9_.]*\):.*/\1/p' | sort -u)"
+  # One back-end per step in instruction sets that matters to the kernels: plain x86-64, SSE4.2,
+  # AVX, AVX2 (most desktops and laptops), AVX2 with VNNI (recent Intel desktops), AVX-512 and
+  # AMX. The other variants ggml offers differ little from one of these and cost minutes to build.
+  local wanted='^ggml-cpu-(x64|sse42|sandybridge|haswell|alderlake|skylakex|sapphirerapids)$'
+  variants="$(cmake --build "$work/whisper-build" --target help \
+    | sed -n 's/^\(ggml-cpu-[A-Za-z0-9_.]*\):.*/\1/p' | sort -u | grep -E "$wanted" || true)"
   if [ -z "$variants" ]; then
     echo "whisper.cpp: no CPU back-end variants to build" >&2
     exit 1

@@ -42,5 +42,5 @@ if [ "${CORVANE_RELEASE_CHECK:-1}" != 0 ]; then
   cmake --build "$ROOT/build-release" -j"$jobs"
 fi
 
-echo "== Fuzzing: every target for ${CORVANE_FUZZ_SECONDS:-15} s"
-bash "$ROOT/scripts/fuzz.sh" "${CORVANE_FUZZ_SECONDS:-15}"
+echo "== Fuzzing: every target for ${CORVANE_FUZZ_SECONDS:-10} s"
+bash "$ROOT/scripts/fuzz.sh" "${CORVANE_FUZZ_SECONDS:-10}"
