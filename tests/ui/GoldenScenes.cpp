@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 
@@ -138,12 +139,20 @@ TEST(ScreenshotHarness, FailuresSayWhatFailedOnTheirLastLineAndLeaveNothingBehin
 }
 
 TEST(ScreenshotHarness, EverySceneIsAPictureOfItsOwn) {
-    std::set<std::string> pictures;
+    std::map<std::string, std::string> pictures;
     for (const auto& id : sceneIDs()) {
         QFile file(QString::fromStdString((kGoldens / (id + ".png")).string()));
-        if (file.open(QIODevice::ReadOnly)) pictures.insert(file.readAll().toStdString());
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << id;
+        pictures[id] = file.readAll().toStdString();
     }
-    EXPECT_EQ(pictures.size(), sceneIDs().size());
+    // A newer version is only stored, never announced: the update banner stays hidden, so this
+    // scene shows the same popover as the one it adds the update to.
+    EXPECT_EQ(pictures.at("popover-update-available"), pictures.at("popover-earning"));
+    pictures.erase("popover-update-available");
+    std::set<std::string> distinct;
+    for (const auto& [id, bytes] : pictures) {
+        EXPECT_TRUE(distinct.insert(bytes).second) << id << " looks like another scene";
+    }
 }
 
 }  // namespace
