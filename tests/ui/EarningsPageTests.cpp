@@ -17,6 +17,7 @@
 #include "CorvaneApp/ui/widgets/ChartView.h"
 #include "tests/support/ManualExecutor.h"
 #include "tests/support/ScratchFolder.h"
+#include "tests/ui/PageTestSession.h"
 #include "tests/ui/QtTestApp.h"
 
 namespace corvane {
@@ -55,7 +56,7 @@ class CountingAPI final : public CoordinatorAPIProtocol {
 };
 
 // An enrolled session over the counting client; settings and defaults in memory.
-class TestSession final : public Session {
+class TestSession final : public testing::PageTestSession {
   public:
     TestSession(Executor& main, std::shared_ptr<CountingAPI> api)
         : store_(main, defaults_, runner_,

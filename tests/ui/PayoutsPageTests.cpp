@@ -24,6 +24,7 @@
 #include "CorvaneApp/ui/shell/DesktopShell.h"
 #include "CorvaneApp/ui/shell/QtExecutor.h"
 #include "tests/support/ScratchFolder.h"
+#include "tests/ui/PageTestSession.h"
 #include "tests/ui/QtTestApp.h"
 #include "tools/dev-coordinator/DevCoordinator.h"
 
@@ -34,7 +35,7 @@ constexpr const char* kMethods = "/api/v1/workers/me/payout-methods";
 
 // An enrolled session whose account is the local coordinator and whose settings live in a
 // scratch config.yaml; calls run inline and answer through the Qt loop.
-class LoopbackSession final : public Session {
+class LoopbackSession final : public testing::PageTestSession {
   public:
     LoopbackSession(Executor& main, const dev::DevCoordinator& coordinator,
                     const std::filesystem::path& config)

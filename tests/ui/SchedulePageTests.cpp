@@ -20,6 +20,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualExecutor.h"
 #include "tests/support/ScratchFolder.h"
+#include "tests/ui/PageTestSession.h"
 #include "tests/ui/QtTestApp.h"
 
 namespace corvane {
@@ -29,7 +30,7 @@ using Field = WorkerConfigStore::Field;
 const std::filesystem::path kCorpus = CORVANE_CONFIG_CORPUS_DIR;
 
 // The sample session's model beside a settings store over a real config.yaml.
-class FileBackedSession final : public Session {
+class FileBackedSession final : public testing::PageTestSession {
   public:
     FileBackedSession(Executor& main, std::filesystem::path config)
         : demo_(main, demoOptions()),

@@ -325,7 +325,7 @@ void ModelsPage::render(const ModelsPageState& state) {
     std::vector<SegmentedControl::Segment> segments;
     for (const auto& option : state.filters) {
         segments.push_back(
-            {option.title, "filter-" + std::string(rawValue(option.filter)), option.selected});
+            {option.title, "filter-" + std::string(rawValue(option.filter)), option.selected, {}});
     }
     filters_->render(segments);
     setText(*empty_, state.emptyText.value_or(""));

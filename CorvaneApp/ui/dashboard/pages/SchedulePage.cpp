@@ -363,8 +363,8 @@ void SchedulePage::render(const SchedulePageState& state) {
         setText(*(*labels)[1], rate->title);
         setText(*(*labels)[2], rate->line);
     }
-    tabs_->render({{state.tabTitles[0], "awayTab", state.tab == SchedulePageTab::away},
-                   {state.tabTitles[1], "inUseTab", state.tab == SchedulePageTab::inUse}});
+    tabs_->render({{state.tabTitles[0], "awayTab", state.tab == SchedulePageTab::away, {}},
+                   {state.tabTitles[1], "inUseTab", state.tab == SchedulePageTab::inUse, {}}});
     // A hidden tab takes no room: the card is as tall as the tab shown.
     const std::size_t shown = state.tab == SchedulePageTab::away ? 0 : 1;
     for (std::size_t i = 0; i < tabPages_.size(); ++i) {
