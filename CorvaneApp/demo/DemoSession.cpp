@@ -50,8 +50,9 @@ DemoSession::DemoSession(Executor& mainSequence, Options options)
     // A sample disk, so that every computer shows the same figures.
     deps.volumeInfo = [] { return std::optional<VolumeInfo>(VolumeInfo{465.6, 171.2}); };
     // The sample account is always up to date.
-    deps.fetchAppVersion = [version = options_.version](std::stop_token) {
-        return AppVersion{version, std::nullopt, {}, std::nullopt};
+    *publishedVersion_ = options_.version;
+    deps.fetchAppVersion = [version = publishedVersion_](std::stop_token) {
+        return AppVersion{*version, std::nullopt, {}, std::nullopt};
     };
     model_ = std::make_unique<AppModel>(main_, std::move(deps));
     model_->setCurrentDateOverride(options_.referenceDate);  // the demo keeps its own day

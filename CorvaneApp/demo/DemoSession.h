@@ -69,6 +69,8 @@ class DemoSession final : public Session, public DemoTools {
     void setSessionElapsedOverride(std::optional<double> seconds);
     const DummyDataProvider& provider() const { return *provider_; }
     EligibilityGate& eligibilityGate() { return *gate_; }
+    // The version the sample coordinator publishes; the running one until a scene says otherwise.
+    void publishVersion(std::string version) { *publishedVersion_ = std::move(version); }
 
   private:
     std::optional<WorkerControllerSnapshot> workerSnapshot() const;
@@ -77,6 +79,7 @@ class DemoSession final : public Session, public DemoTools {
 
     Executor& main_;
     Options options_;
+    std::shared_ptr<std::string> publishedVersion_ = std::make_shared<std::string>();
     std::shared_ptr<EligibilityGate> gate_;
     UserDefaults userDefaults_;  // in memory
     InlineBackgroundRunner runner_;

@@ -268,8 +268,9 @@ void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& m
 }
 
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, DemoSession& session) {
+    if (scenario.offersUpdate)  // so that asking the sample coordinator again keeps the update
+        session.publishVersion(nextMinorVersion(session.model().machine().appVersion));
     applyScreenshotScenario(scenario, session.model());
-    if (scenario.prepare) scenario.prepare(session);
 }
 
 }  // namespace corvane

@@ -67,7 +67,9 @@ bool advanceOnboardingScene(const ScreenshotSurface& surface, OnboardingViewMode
 // keeps the one the model has; a paused scene is the owner's own pause, and any other status lifts
 // it.
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, AppModel& model);
-// The same, then the scene's own preparation of the session.
+// The same, with the sample coordinator publishing the update the scene shows (asked again, it
+// would otherwise answer the running version). The scene's own `prepare` is the caller's to run,
+// once the account's answers have landed.
 void applyScreenshotScenario(const ScreenshotScenarioInfo& scenario, DemoSession& session);
 
 }  // namespace corvane

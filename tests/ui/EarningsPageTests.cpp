@@ -59,7 +59,8 @@ class CountingAPI final : public CoordinatorAPIProtocol {
 class TestSession final : public testing::PageTestSession {
   public:
     TestSession(Executor& main, std::shared_ptr<CountingAPI> api)
-        : store_(main, defaults_, runner_,
+        : PageTestSession(main),
+          store_(main, defaults_, runner_,
                  {{}, [] { return std::optional<double>(0.0); }, DataMode::dummy}) {
         AppModel::Dependencies deps;
         deps.eligibilityGate = EligibilityGate::create(main, true);
@@ -70,6 +71,7 @@ class TestSession final : public testing::PageTestSession {
         model_ = std::make_unique<AppModel>(main, std::move(deps));
         model_->setCurrentDateOverride(dateFromUnixSeconds(kReference));
     }
+    ~TestSession() override { dropNotifications(); }
     void launch() override {}
     void terminate() override { store_.cancelPendingSave(); }
     AppModel& model() override { return *model_; }
@@ -87,7 +89,6 @@ class TestSession final : public testing::PageTestSession {
 class DashboardPagesTest : public ::testing::Test {
   protected:
     DashboardPagesTest() {
-        testing::qtTestApp();
         ::setenv("TZ", "UTC", 1);
         ::tzset();
         window.setAttribute(Qt::WA_DontShowOnScreen);
@@ -110,6 +111,7 @@ class DashboardPagesTest : public ::testing::Test {
         executor.runUntilIdle();
     }
 
+    QApplication& app = testing::qtTestApp();  // before any widget of the fixture
     std::shared_ptr<CountingAPI> api = std::make_shared<CountingAPI>();
     testing::ManualExecutor executor;
     TestSession session{executor, api};

@@ -39,7 +39,8 @@ class LoopbackSession final : public testing::PageTestSession {
   public:
     LoopbackSession(Executor& main, const dev::DevCoordinator& coordinator,
                     const std::filesystem::path& config)
-        : api_(std::make_shared<const CoordinatorAPI>(coordinator.baseURL(), "dev-token", "w1")),
+        : PageTestSession(main),
+          api_(std::make_shared<const CoordinatorAPI>(coordinator.baseURL(), "dev-token", "w1")),
           store_(main, defaults_, runner_,
                  WorkerConfigStore::Options{config, [] { return std::optional<double>(0.0); },
                                             DataMode::real}) {
@@ -52,6 +53,7 @@ class LoopbackSession final : public testing::PageTestSession {
         deps.backgroundRunner = std::make_shared<InlineBackgroundRunner>();
         model_ = std::make_unique<AppModel>(main, std::move(deps));
     }
+    ~LoopbackSession() override { dropNotifications(); }
     void launch() override {}
     void terminate() override { store_.cancelPendingSave(); }
     AppModel& model() override { return *model_; }

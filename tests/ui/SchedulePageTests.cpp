@@ -33,10 +33,12 @@ const std::filesystem::path kCorpus = CORVANE_CONFIG_CORPUS_DIR;
 class FileBackedSession final : public testing::PageTestSession {
   public:
     FileBackedSession(Executor& main, std::filesystem::path config)
-        : demo_(main, demoOptions()),
+        : PageTestSession(main),
+          demo_(main, demoOptions()),
           store_(main, defaults_, runner_,
                  WorkerConfigStore::Options{
                      std::move(config), [] { return std::optional<double>(0); }, DataMode::real}) {}
+    ~FileBackedSession() override { dropNotifications(); }
     void launch() override {}
     void terminate() override {}
     AppModel& model() override { return demo_.model(); }

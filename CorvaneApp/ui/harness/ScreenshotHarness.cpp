@@ -32,7 +32,7 @@ void settle() {
 
 QImage renderScene(const ScreenshotScenarioInfo& scenario, DemoSession& session,
                    Executor& mainSequence) {
-    applyScreenshotScenario(scenario, session.model());
+    applyScreenshotScenario(scenario, session);
     settle();
     // After the account's answers have landed, or they would overwrite the records a scene sets.
     if (scenario.prepare) {
