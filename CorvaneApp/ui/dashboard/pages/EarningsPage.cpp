@@ -17,6 +17,7 @@
 
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/widgets/Cards.h"
 #include "CorvaneApp/ui/widgets/ChartView.h"
 #include "CorvaneApp/ui/widgets/MetricCard.h"
 #include "CorvaneApp/ui/widgets/PageHeader.h"
@@ -25,20 +26,6 @@
 
 namespace corvane {
 namespace {
-
-QFrame* card(QWidget* parent) {
-    auto* frame = new QFrame(parent);
-    frame->setObjectName(QStringLiteral("card"));
-    return frame;
-}
-
-QLabel* label(QWidget* parent, const char* objectName, std::string_view role = {}) {
-    auto* text = new QLabel(parent);
-    text->setObjectName(QString::fromLatin1(objectName));
-    text->setWordWrap(true);
-    if (!role.empty()) theme::setRole(*text, role);
-    return text;
-}
 
 std::optional<std::string> askWithDialog(QWidget* parent, const std::string& suggested) {
     QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
@@ -87,8 +74,8 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     column->addWidget(header);
 
     auto* status = new QHBoxLayout;
-    loading_ = label(content, "rangeLoading", "muted");
-    exportOutcome_ = label(content, "exportOutcome", "muted");
+    loading_ = makeNamedLabel(content, "rangeLoading", "muted");
+    exportOutcome_ = makeNamedLabel(content, "exportOutcome", "muted");
     exportOutcome_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     status->addWidget(loading_);
     status->addWidget(exportOutcome_, 1);
@@ -110,12 +97,12 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     for (MetricCard* metric : {today_, range_, pace_, month_}) metrics->addWidget(metric, 1);
     column->addLayout(metrics);
 
-    projectionNote_ = label(content, "projectionNote", "muted");
-    lagNote_ = label(content, "recentUnpaidLagNote", "muted");
+    projectionNote_ = makeNamedLabel(content, "projectionNote", "muted");
+    lagNote_ = makeNamedLabel(content, "recentUnpaidLagNote", "muted");
     column->addWidget(projectionNote_);
     column->addWidget(lagNote_);
 
-    auto* areaCard = card(content);
+    auto* areaCard = makeCard(content);
     auto* areaColumn = new QVBoxLayout(areaCard);
     areaColumn->setContentsMargins(14, 12, 14, 10);
     area_ = new ChartView(areaCard);
@@ -126,7 +113,7 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
 
     auto* bottom = new QHBoxLayout;
     bottom->setSpacing(12);
-    auto* hoursCard = card(content);
+    auto* hoursCard = makeCard(content);
     auto* hoursColumn = new QVBoxLayout(hoursCard);
     hoursColumn->setContentsMargins(14, 12, 14, 10);
     hours_ = new ChartView(hoursCard);
@@ -135,18 +122,18 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     hoursColumn->addWidget(hours_);
     bottom->addWidget(hoursCard, 11);
 
-    auto* jobsCard = card(content);
+    auto* jobsCard = makeCard(content);
     jobsCard->setObjectName(QStringLiteral("card"));
     jobsCard->setAccessibleName(QStringLiteral("Recent jobs"));
     auto* jobsColumn = new QVBoxLayout(jobsCard);
     jobsColumn->setContentsMargins(14, 12, 14, 12);
     jobsColumn->setSpacing(2);
-    jobsTitle_ = label(jobsCard, "jobsTitle", "heading");
-    jobsCaption_ = label(jobsCard, "jobsCaption", "muted");
+    jobsTitle_ = makeNamedLabel(jobsCard, "jobsTitle", "heading");
+    jobsCaption_ = makeNamedLabel(jobsCard, "jobsCaption", "muted");
     jobsColumn->addWidget(jobsTitle_);
     jobsColumn->addWidget(jobsCaption_);
     jobsColumn->addSpacing(6);
-    jobsEmpty_ = label(jobsCard, "jobsEmpty", "muted");
+    jobsEmpty_ = makeNamedLabel(jobsCard, "jobsEmpty", "muted");
     jobsColumn->addWidget(jobsEmpty_);
     jobsGrid_ = new QGridLayout;
     jobsGrid_->setHorizontalSpacing(12);

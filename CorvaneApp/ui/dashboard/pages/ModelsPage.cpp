@@ -17,6 +17,7 @@
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/models/ModelCatalogue.h"
 #include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/widgets/Cards.h"
 #include "CorvaneApp/ui/widgets/DiskAllocationBarView.h"
 #include "CorvaneApp/ui/widgets/ModelRowView.h"
 #include "CorvaneApp/ui/widgets/PageHeader.h"
@@ -47,19 +48,6 @@ class Swatch final : public QWidget {
   private:
     Kind kind_;
 };
-
-QFrame* card(QWidget* parent) {
-    auto* frame = new QFrame(parent);
-    frame->setObjectName(QStringLiteral("card"));
-    return frame;
-}
-
-QLabel* label(QWidget* parent, std::string_view role, bool wrap = false) {
-    auto* text = new QLabel(parent);
-    if (!role.empty()) theme::setRole(*text, role);
-    text->setWordWrap(wrap);
-    return text;
-}
 
 constexpr std::array kFilters{ModelsPageFilter::all, ModelsPageFilter::installed,
                               ModelsPageFilter::available, ModelsPageFilter::update};
@@ -97,11 +85,11 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     columns->addLayout(side, 0);
 
     // The disk.
-    auto* hero = card(body);
+    auto* hero = makeCard(body);
     auto* heroColumn = new QVBoxLayout(hero);
     heroColumn->setContentsMargins(18, 14, 18, 14);
     heroColumn->setSpacing(8);
-    diskTitle_ = label(hero, "heading");
+    diskTitle_ = makeLabel(hero, "heading");
     heroColumn->addWidget(diskTitle_);
     diskBar_ = new DiskAllocationBarView(hero);
     heroColumn->addWidget(diskBar_);
@@ -113,14 +101,14 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     for (std::size_t i = 0; i < kinds.size(); ++i) {
         const int line = int(i / 2), at = int(i % 2) * 2;
         legend->addWidget(new Swatch(kinds[i], hero), line, at);
-        diskLegend_[i] = label(hero, "muted");
+        diskLegend_[i] = makeLabel(hero, "muted");
         diskLegend_[i]->setObjectName(QStringLiteral("diskLegend"));
         legend->addWidget(diskLegend_[i], line, at + 1);
     }
     legend->setColumnMinimumWidth(1, 200);
     legend->setColumnStretch(3, 1);
     heroColumn->addLayout(legend);
-    removal_ = label(hero, "muted", true);
+    removal_ = makeLabel(hero, "muted", true);
     removal_->setObjectName(QStringLiteral("removalText"));
     heroColumn->addWidget(removal_);
     mainColumn->addWidget(hero);
@@ -135,20 +123,20 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
         body);
     filters_->setObjectName(QStringLiteral("modelFilters"));
     mainColumn->addWidget(filters_);
-    empty_ = label(body, "muted");
+    empty_ = makeLabel(body, "muted");
     empty_->setObjectName(QStringLiteral("emptyText"));
     mainColumn->addWidget(empty_);
     for (int i = 0; i < 4; ++i) {
         const bool first = i == 0;
-        auto* section = card(body);
+        auto* section = makeCard(body);
         auto* sectionColumn = new QVBoxLayout(section);
         sectionColumn->setContentsMargins(18, first ? 14 : 10, 18, first ? 14 : 10);
         sectionColumn->setSpacing(4);
         CategoryView view;
         auto* top = new QHBoxLayout;
-        view.name = label(section, "heading");
+        view.name = makeLabel(section, "heading");
         top->addWidget(view.name);
-        view.usage = label(section, "muted");
+        view.usage = makeLabel(section, "muted");
         top->addWidget(view.usage);
         top->addStretch(1);
         view.allow = new QCheckBox(QStringLiteral("Serve"), section);
@@ -156,9 +144,9 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
                                         : QStringLiteral("allowCategory"));
         top->addWidget(view.allow);
         sectionColumn->addLayout(top);
-        view.line = label(section, "muted", true);
+        view.line = makeLabel(section, "muted", true);
         sectionColumn->addWidget(view.line);
-        view.paused = label(section, "error", true);
+        view.paused = makeLabel(section, "error", true);
         sectionColumn->addWidget(view.paused);
         view.rows = new QVBoxLayout;
         view.rows->setSpacing(6);
@@ -175,12 +163,12 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     mainColumn->addStretch(1);
 
     // Who picks the models.
-    auto* mode = card(body);
+    auto* mode = makeCard(body);
     mode->setFixedWidth(kSideWidth);
     auto* modeColumn = new QVBoxLayout(mode);
     modeColumn->setContentsMargins(16, 14, 16, 14);
     modeColumn->setSpacing(6);
-    modeQuestion_ = label(mode, "heading");
+    modeQuestion_ = makeLabel(mode, "heading");
     modeColumn->addWidget(modeQuestion_);
     auto* modeGroup = new QButtonGroup(mode);
     for (std::size_t i = 0; i < modes_.size(); ++i) {
@@ -188,7 +176,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
         modes_[i]->setObjectName(i == 0 ? QStringLiteral("modeAuto")
                                         : QStringLiteral("modeManual"));
         modeGroup->addButton(modes_[i], int(i));
-        modeLines_[i] = label(mode, "muted", true);
+        modeLines_[i] = makeLabel(mode, "muted", true);
         modeLines_[i]->setContentsMargins(22, 0, 0, 4);
         modeColumn->addWidget(modes_[i]);
         modeColumn->addWidget(modeLines_[i]);
@@ -200,20 +188,20 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
             refresh();
         });
     }
-    modeLine_ = label(mode, "", true);
+    modeLine_ = makeLabel(mode, "", true);
     modeLine_->setObjectName(QStringLiteral("modeLine"));
     modeColumn->addWidget(modeLine_);
     side->addWidget(mode);
 
     // The budget.
-    auto* budget = card(body);
+    auto* budget = makeCard(body);
     budget->setFixedWidth(kSideWidth);
     auto* budgetColumn = new QVBoxLayout(budget);
     budgetColumn->setContentsMargins(16, 14, 16, 14);
     budgetColumn->setSpacing(6);
-    budgetTitle_ = label(budget, "muted", true);
+    budgetTitle_ = makeLabel(budget, "muted", true);
     budgetColumn->addWidget(budgetTitle_);
-    budgetText_ = label(budget, "", true);
+    budgetText_ = makeLabel(budget, "", true);
     budgetColumn->addWidget(budgetText_);
     auto* budgetRow = new QHBoxLayout;
     budget_ = new QSlider(Qt::Horizontal, budget);
@@ -221,11 +209,11 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     budget_->setAccessibleName(QStringLiteral("Maximum space Corvane can use"));
     budget_->setFocusPolicy(Qt::StrongFocus);
     budgetRow->addWidget(budget_, 1);
-    budgetValue_ = label(budget, "heading");
+    budgetValue_ = makeLabel(budget, "heading");
     budgetValue_->setObjectName(QStringLiteral("diskBudgetValue"));
     budgetRow->addWidget(budgetValue_);
     budgetColumn->addLayout(budgetRow);
-    freeText_ = label(budget, "muted", true);
+    freeText_ = makeLabel(budget, "muted", true);
     freeText_->setObjectName(QStringLiteral("freeText"));
     budgetColumn->addWidget(freeText_);
     QObject::connect(budget_, &QSlider::valueChanged, this, [this](int gigabytes) {
@@ -233,7 +221,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
         refresh();
     });
     budgetColumn->addSpacing(6);
-    purgeTitle_ = label(budget, "heading");
+    purgeTitle_ = makeLabel(budget, "heading");
     budgetColumn->addWidget(purgeTitle_);
     purge_ = new QComboBox(budget);
     purge_->setObjectName(QStringLiteral("purgeDays"));
@@ -245,12 +233,12 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
                                                    purge_->itemData(index).toInt());
         refresh();
     });
-    purgeText_ = label(budget, "muted", true);
+    purgeText_ = makeLabel(budget, "muted", true);
     budgetColumn->addWidget(purgeText_);
     budgetColumn->addSpacing(6);
-    integrityTitle_ = label(budget, "heading");
+    integrityTitle_ = makeLabel(budget, "heading");
     budgetColumn->addWidget(integrityTitle_);
-    integrityText_ = label(budget, "muted", true);
+    integrityText_ = makeLabel(budget, "muted", true);
     budgetColumn->addWidget(integrityText_);
     side->addWidget(budget);
     side->addStretch(1);

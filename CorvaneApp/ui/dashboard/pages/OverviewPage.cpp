@@ -13,6 +13,7 @@
 
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/widgets/Cards.h"
 #include "CorvaneApp/ui/widgets/ChartView.h"
 #include "CorvaneApp/ui/widgets/MetricCard.h"
 #include "CorvaneApp/ui/widgets/PageHeader.h"
@@ -20,23 +21,7 @@
 #include "CorvaneApp/ui/widgets/Text.h"
 
 namespace corvane {
-namespace {
-
-QFrame* card(QWidget* parent) {
-    auto* frame = new QFrame(parent);
-    frame->setObjectName(QStringLiteral("card"));
-    return frame;
-}
-
-QLabel* label(QWidget* parent, const char* objectName, std::string_view role = {}) {
-    auto* text = new QLabel(parent);
-    text->setObjectName(QString::fromLatin1(objectName));
-    text->setWordWrap(true);
-    if (!role.empty()) theme::setRole(*text, role);
-    return text;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     : DashboardPage(parent), context_(context) {
@@ -57,7 +42,7 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     column->addWidget(new PageHeader(qt(info.title), qt(info.line), content));
 
     // The hero: the status on the left, today's earnings on the right.
-    auto* hero = card(content);
+    auto* hero = makeCard(content);
     auto* heroRow = new QHBoxLayout(hero);
     heroRow->setContentsMargins(18, 16, 18, 16);
     heroRow->setSpacing(24);
@@ -65,18 +50,18 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     statusColumn->setSpacing(6);
     status_ = new StatusBlock(hero);
     statusColumn->addWidget(status_);
-    explanation_ = label(hero, "statusExplanation", "muted");
+    explanation_ = makeNamedLabel(hero, "statusExplanation", "muted");
     statusColumn->addWidget(explanation_);
     statusColumn->addStretch(1);
     heroRow->addLayout(statusColumn, 1);
     auto* todayColumn = new QVBoxLayout;
     todayColumn->setSpacing(2);
-    todayTitle_ = label(hero, "todayTitle", "muted");
-    today_ = label(hero, "todayEarnings", "hero");
+    todayTitle_ = makeNamedLabel(hero, "todayTitle", "muted");
+    today_ = makeNamedLabel(hero, "todayEarnings", "hero");
     today_->setWordWrap(false);
-    todayDelta_ = label(hero, "todayDelta", "muted");
-    pace_ = label(hero, "recentPace");
-    activity_ = label(hero, "todayActivity", "muted");
+    todayDelta_ = makeNamedLabel(hero, "todayDelta", "muted");
+    pace_ = makeNamedLabel(hero, "recentPace");
+    activity_ = makeNamedLabel(hero, "todayActivity", "muted");
     for (QLabel* text : {todayTitle_, today_, todayDelta_, pace_, activity_}) {
         text->setAlignment(Qt::AlignRight);
         todayColumn->addWidget(text);
@@ -94,18 +79,18 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     column->addLayout(balances);
 
     // A model download on its way, or failed with its retry.
-    downloadCard_ = card(content);
+    downloadCard_ = makeCard(content);
     downloadCard_->setAccessibleName(QStringLiteral("Model download"));
     auto* download = new QGridLayout(downloadCard_);
     download->setContentsMargins(18, 14, 18, 14);
     download->setHorizontalSpacing(16);
     download->setVerticalSpacing(4);
-    downloadTitle_ = label(downloadCard_, "downloadTitle", "heading");
-    downloadBody_ = label(downloadCard_, "downloadBody");
+    downloadTitle_ = makeNamedLabel(downloadCard_, "downloadTitle", "heading");
+    downloadBody_ = makeNamedLabel(downloadCard_, "downloadBody");
     downloadBar_ = new QProgressBar(downloadCard_);
     downloadBar_->setObjectName(QStringLiteral("downloadProgress"));
     downloadBar_->setTextVisible(false);
-    downloadDetail_ = label(downloadCard_, "downloadDetail", "muted");
+    downloadDetail_ = makeNamedLabel(downloadCard_, "downloadDetail", "muted");
     retry_ = new QPushButton(downloadCard_);
     retry_->setObjectName(QStringLiteral("retryDownload"));
     QObject::connect(retry_, &QPushButton::clicked, this,
@@ -123,7 +108,7 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     auto* charts = new QHBoxLayout;
     charts->setSpacing(14);
     for (ChartView** chart : {&memory_, &cpu_}) {
-        auto* frame = card(content);
+        auto* frame = makeCard(content);
         auto* inner = new QVBoxLayout(frame);
         inner->setContentsMargins(14, 12, 14, 10);
         *chart = new ChartView(frame);

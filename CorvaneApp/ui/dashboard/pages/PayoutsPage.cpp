@@ -18,25 +18,12 @@
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/ui/dashboard/pages/AddPayoutMethodSheet.h"
 #include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/widgets/Cards.h"
 #include "CorvaneApp/ui/widgets/PageHeader.h"
 #include "CorvaneApp/ui/widgets/Text.h"
 
 namespace corvane {
 namespace {
-
-QFrame* card(QWidget* parent, const char* accessibleName) {
-    auto* frame = new QFrame(parent);
-    frame->setObjectName(QStringLiteral("card"));
-    frame->setAccessibleName(QString::fromUtf8(accessibleName));
-    return frame;
-}
-
-QLabel* label(QWidget* parent, std::string_view role, bool wrap = true) {
-    auto* text = new QLabel(parent);
-    text->setWordWrap(wrap);
-    if (!role.empty()) theme::setRole(*text, role);
-    return text;
-}
 
 QPushButton* button(QWidget* parent, const char* objectName) {
     auto* push = new QPushButton(parent);
@@ -95,18 +82,18 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     QObject::connect(add_, &QPushButton::clicked, this, [this] { sheet_->open(); });
     column->addWidget(header);
 
-    auto* banner = card(content, "Payout schedule");
+    auto* banner = makeCard(content, "Payout schedule");
     auto* bannerColumn = new QVBoxLayout(banner);
     bannerColumn->setContentsMargins(16, 12, 16, 12);
     bannerColumn->setSpacing(4);
-    scheduleBanner_ = label(banner, "heading");
+    scheduleBanner_ = makeLabel(banner, "heading", true);
     scheduleBanner_->setObjectName(QStringLiteral("payoutScheduleBanner"));
-    intro_ = label(banner, "muted");
+    intro_ = makeLabel(banner, "muted", true);
     bannerColumn->addWidget(scheduleBanner_);
     bannerColumn->addWidget(intro_);
-    setupBanner_ = label(banner, "error");
+    setupBanner_ = makeLabel(banner, "error", true);
     setupBanner_->setObjectName(QStringLiteral("payoutSetupBanner"));
-    syncBanner_ = label(banner, "error");
+    syncBanner_ = makeLabel(banner, "error", true);
     syncBanner_->setObjectName(QStringLiteral("payoutSyncBanner"));
     bannerColumn->addWidget(setupBanner_);
     bannerColumn->addWidget(syncBanner_);
@@ -117,20 +104,20 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     for (auto [widgets, name] :
          {std::pair{&available_, "availableBalance"}, std::pair{&held_, "heldBalance"},
           std::pair{&estimated_, "estimatedBalance"}}) {
-        auto* frame = card(content, name);
+        auto* frame = makeCard(content, name);
         *widgets = makeBalanceCard(frame, name);
         balances->addWidget(frame, 1);
     }
     column->addLayout(balances);
 
-    auto* methodsCard = card(content, "Payout methods");
+    auto* methodsCard = makeCard(content, "Payout methods");
     auto* methods = new QVBoxLayout(methodsCard);
     methods->setContentsMargins(16, 14, 16, 14);
     methods->setSpacing(8);
-    methodsHeading_ = label(methodsCard, "heading");
-    methodsStatus_ = label(methodsCard, "muted");
+    methodsHeading_ = makeLabel(methodsCard, "heading", true);
+    methodsStatus_ = makeLabel(methodsCard, "muted", true);
     methodsStatus_->setObjectName(QStringLiteral("payoutMethodsStatus"));
-    methodActionError_ = label(methodsCard, "error");
+    methodActionError_ = makeLabel(methodsCard, "error", true);
     methodActionError_->setObjectName(QStringLiteral("payoutMethodActionError"));
     methods->addWidget(methodsHeading_);
     methods->addWidget(methodsStatus_);
@@ -138,16 +125,16 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     methodRows_ = new QVBoxLayout;
     methodRows_->setSpacing(0);
     methods->addLayout(methodRows_);
-    emptyTitle_ = label(methodsCard, "");
+    emptyTitle_ = makeLabel(methodsCard, "", true);
     emptyTitle_->setObjectName(QStringLiteral("payoutMethodsEmpty"));
-    emptyBody_ = label(methodsCard, "muted");
+    emptyBody_ = makeLabel(methodsCard, "muted", true);
     emptyAdd_ = button(methodsCard, "addFirstPayoutMethod");
     QObject::connect(emptyAdd_, &QPushButton::clicked, this, [this] { sheet_->open(); });
     methods->addWidget(emptyTitle_);
     methods->addWidget(emptyBody_);
     methods->addWidget(emptyAdd_, 0, Qt::AlignLeft);
     methods->addSpacing(6);
-    optionsHeading_ = label(methodsCard, "muted");
+    optionsHeading_ = makeLabel(methodsCard, "muted", true);
     methods->addWidget(optionsHeading_);
     options_ = new QWidget(methodsCard);
     options_->setObjectName(QStringLiteral("payoutOptions"));
@@ -155,21 +142,21 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     methods->addWidget(options_);
     column->addWidget(methodsCard);
 
-    auto* preferences = card(content, "Payout preferences");
+    auto* preferences = makeCard(content, "Payout preferences");
     auto* prefsColumn = new QVBoxLayout(preferences);
     prefsColumn->setContentsMargins(16, 14, 16, 14);
     prefsColumn->setSpacing(8);
-    preferencesHeading_ = label(preferences, "heading");
-    preferencesCaption_ = label(preferences, "muted");
+    preferencesHeading_ = makeLabel(preferences, "heading", true);
+    preferencesCaption_ = makeLabel(preferences, "muted", true);
     prefsColumn->addWidget(preferencesHeading_);
     prefsColumn->addWidget(preferencesCaption_);
     auto* pickers = new QHBoxLayout;
     pickers->setSpacing(10);
-    methodPickerLabel_ = label(preferences, "", false);
+    methodPickerLabel_ = makeLabel(preferences, "", false);
     methodPicker_ = new QComboBox(preferences);
     methodPicker_->setObjectName(QStringLiteral("payoutMethodPicker"));
     methodPickerLabel_->setBuddy(methodPicker_);
-    schedulePickerLabel_ = label(preferences, "", false);
+    schedulePickerLabel_ = makeLabel(preferences, "", false);
     schedulePicker_ = new QComboBox(preferences);
     schedulePicker_->setObjectName(QStringLiteral("payoutSchedulePicker"));
     schedulePickerLabel_->setBuddy(schedulePicker_);
@@ -197,19 +184,19 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     });
     column->addWidget(preferences);
 
-    auto* historyCard = card(content, "Payout history");
+    auto* historyCard = makeCard(content, "Payout history");
     auto* history = new QVBoxLayout(historyCard);
     history->setContentsMargins(16, 14, 16, 14);
     history->setSpacing(8);
     auto* historyTop = new QHBoxLayout;
-    historyHeading_ = label(historyCard, "heading", false);
+    historyHeading_ = makeLabel(historyCard, "heading", false);
     export_ = button(historyCard, "exportPayouts");
     QObject::connect(export_, &QPushButton::clicked, this, [this] { exportHistory(); });
     historyTop->addWidget(historyHeading_);
     historyTop->addStretch(1);
     historyTop->addWidget(export_);
     history->addLayout(historyTop);
-    exportStatus_ = label(historyCard, "muted");
+    exportStatus_ = makeLabel(historyCard, "muted", true);
     exportStatus_->setObjectName(QStringLiteral("exportPayoutsStatus"));
     exportStatus_->hide();
     history->addWidget(exportStatus_);
@@ -225,7 +212,7 @@ PayoutsPage::PayoutsPage(PageContext& context, QWidget* parent)
     history_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     history_->setFrameShape(QFrame::NoFrame);
     history->addWidget(history_);
-    historyEmpty_ = label(historyCard, "muted");
+    historyEmpty_ = makeLabel(historyCard, "muted", true);
     historyEmpty_->setObjectName(QStringLiteral("payoutHistoryEmpty"));
     history->addWidget(historyEmpty_);
     column->addWidget(historyCard);
@@ -257,8 +244,8 @@ PayoutsPage::BalanceWidgets PayoutsPage::makeBalanceCard(QWidget* parent, const 
     auto* column = new QVBoxLayout(parent);
     column->setContentsMargins(16, 12, 16, 12);
     column->setSpacing(4);
-    BalanceWidgets widgets{label(parent, "muted", false), label(parent, "hero", false),
-                           label(parent, "heading"), label(parent, "muted")};
+    BalanceWidgets widgets{makeLabel(parent, "muted", false), makeLabel(parent, "hero", false),
+                           makeLabel(parent, "heading", true), makeLabel(parent, "muted", true)};
     widgets.value->setObjectName(QString::fromLatin1(objectName) + QStringLiteral("Value"));
     widgets.headline->setObjectName(QString::fromLatin1(objectName) + QStringLiteral("Headline"));
     widgets.caption->setAlignment(Qt::AlignLeft | Qt::AlignTop);
@@ -319,9 +306,9 @@ void PayoutsPage::renderMethods(const PayoutsPageState& state) {
         grid->setHorizontalSpacing(16);
         for (std::size_t i = 0; i < state.options.size(); ++i) {
             const auto& option = state.options[i];
-            auto* name = label(options_, "", false);
-            auto* note = label(options_, "muted", false);
-            auto* minimum = label(options_, "muted", false);
+            auto* name = makeLabel(options_, "", false);
+            auto* note = makeLabel(options_, "muted", false);
+            auto* minimum = makeLabel(options_, "muted", false);
             setText(*name, option.label);
             setText(*note, option.note);
             setText(*minimum, option.minimum);
@@ -350,7 +337,7 @@ void PayoutsPage::renderMethods(const PayoutsPageState& state) {
         auto* texts = new QVBoxLayout;
         texts->setSpacing(2);
         auto* titleLine = new QHBoxLayout;
-        auto* title = label(row, "heading", false);
+        auto* title = makeLabel(row, "heading", false);
         setText(*title, rowState.title);
         titleLine->addWidget(title);
         if (!rowState.primaryBadge.empty()) {
@@ -363,10 +350,10 @@ void PayoutsPage::renderMethods(const PayoutsPageState& state) {
         }
         titleLine->addStretch(1);
         texts->addLayout(titleLine);
-        auto* detail = label(row, "", false);
+        auto* detail = makeLabel(row, "", false);
         detail->setText(qt(rowState.detail));
         detail->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        auto* terms = label(row, "muted", false);
+        auto* terms = makeLabel(row, "muted", false);
         terms->setText(qt(rowState.terms));
         texts->addWidget(detail);
         texts->addWidget(terms);

@@ -15,6 +15,7 @@
 
 #include "CorvaneApp/dashboard/ShellState.h"
 #include "CorvaneApp/ui/style/Theme.h"
+#include "CorvaneApp/ui/widgets/Cards.h"
 #include "CorvaneApp/ui/widgets/LimitSlider.h"
 #include "CorvaneApp/ui/widgets/PageHeader.h"
 #include "CorvaneApp/ui/widgets/ScheduleHeatmap.h"
@@ -52,19 +53,6 @@ class Swatch final : public QWidget {
     CellState state_;
 };
 
-QFrame* card(QWidget* parent) {
-    auto* frame = new QFrame(parent);
-    frame->setObjectName(QStringLiteral("card"));
-    return frame;
-}
-
-QLabel* label(QWidget* parent, std::string_view role, bool wrap = false) {
-    auto* text = new QLabel(parent);
-    if (!role.empty()) theme::setRole(*text, role);
-    text->setWordWrap(wrap);
-    return text;
-}
-
 }  // namespace
 
 SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
@@ -93,16 +81,16 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     column->addWidget(new PageHeader(qt(info.title), qt(info.line), body));
 
     // The head: the estimate and the two rates.
-    auto* head = card(body);
+    auto* head = makeCard(body);
     auto* headRow = new QHBoxLayout(head);
     headRow->setContentsMargins(18, 14, 18, 14);
     headRow->setSpacing(28);
     auto* estimateColumn = new QVBoxLayout;
     estimateColumn->setSpacing(2);
-    estimateTitle_ = label(head, "muted");
-    estimate_ = label(head, "hero");
+    estimateTitle_ = makeLabel(head, "muted");
+    estimate_ = makeLabel(head, "hero");
     estimate_->setObjectName(QStringLiteral("monthlyEstimate"));
-    estimateBasis_ = label(head, "muted");
+    estimateBasis_ = makeLabel(head, "muted");
     estimateColumn->addWidget(estimateTitle_);
     estimateColumn->addWidget(estimate_);
     estimateColumn->addWidget(estimateBasis_);
@@ -110,9 +98,9 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     for (auto* rate : {&awayRate_, &inUseRate_}) {
         auto* box = new QVBoxLayout;
         box->setSpacing(2);
-        (*rate)[1] = label(head, "muted");
-        (*rate)[0] = label(head, "title");
-        (*rate)[2] = label(head, "muted");
+        (*rate)[1] = makeLabel(head, "muted");
+        (*rate)[0] = makeLabel(head, "title");
+        (*rate)[2] = makeLabel(head, "muted");
         box->addWidget((*rate)[1]);
         box->addWidget((*rate)[0]);
         box->addWidget((*rate)[2]);
@@ -127,7 +115,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     middle->setSpacing(14);
 
     // The limits, in two tabs.
-    auto* limits = card(body);
+    auto* limits = makeCard(body);
     auto* limitsColumn = new QVBoxLayout(limits);
     limitsColumn->setContentsMargins(18, 14, 18, 16);
     limitsColumn->setSpacing(10);
@@ -144,8 +132,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     auto* away = new QVBoxLayout(awayPage);
     away->setContentsMargins(0, 4, 0, 0);
     away->setSpacing(8);
-    awayHeading_ = label(awayPage, "heading");
-    awayLine_ = label(awayPage, "muted", true);
+    awayHeading_ = makeLabel(awayPage, "heading");
+    awayLine_ = makeLabel(awayPage, "muted", true);
     away->addWidget(awayHeading_);
     away->addWidget(awayLine_);
     idle_ = new LimitSlider([this](int v) { change(ScheduleSetting::idleMinutes, v); }, awayPage);
@@ -160,7 +148,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
         const auto setting = toggleSettings[i].first;
         QObject::connect(toggle, &QCheckBox::toggled, this,
                          [this, setting](bool on) { change(setting, on ? 1 : 0); });
-        auto* detail = label(awayPage, "muted", true);
+        auto* detail = makeLabel(awayPage, "muted", true);
         detail->setContentsMargins(24, 0, 0, 0);
         away->addWidget(toggle);
         away->addWidget(detail);
@@ -168,8 +156,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
         toggleDetails_[i] = detail;
     }
     away->addSpacing(6);
-    awayLimitsHeading_ = label(awayPage, "heading");
-    awayLimitsLine_ = label(awayPage, "muted", true);
+    awayLimitsHeading_ = makeLabel(awayPage, "heading");
+    awayLimitsLine_ = makeLabel(awayPage, "muted", true);
     away->addWidget(awayLimitsHeading_);
     away->addWidget(awayLimitsLine_);
     awayCpu_ =
@@ -187,8 +175,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     auto* inUse = new QVBoxLayout(inUsePage);
     inUse->setContentsMargins(0, 4, 0, 0);
     inUse->setSpacing(8);
-    inUseHeading_ = label(inUsePage, "heading");
-    inUseLine_ = label(inUsePage, "muted", true);
+    inUseHeading_ = makeLabel(inUsePage, "heading");
+    inUseLine_ = makeLabel(inUsePage, "muted", true);
     inUse->addWidget(inUseHeading_);
     inUse->addWidget(inUseLine_);
     inUseCpu_ =
@@ -204,12 +192,12 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     middle->addWidget(limits);
 
     // The quiet hours.
-    auto* quiet = quietCard_ = card(body);
+    auto* quiet = quietCard_ = makeCard(body);
     auto* quietColumn = new QVBoxLayout(quiet);
     quietColumn->setContentsMargins(18, 14, 18, 16);
     quietColumn->setSpacing(8);
-    quietTitle_ = label(quiet, "heading");
-    quietLine_ = label(quiet, "muted", true);
+    quietTitle_ = makeLabel(quiet, "heading");
+    quietLine_ = makeLabel(quiet, "muted", true);
     quietColumn->addWidget(quietTitle_);
     quietColumn->addWidget(quietLine_);
     heatmap_ = new ScheduleHeatmap(
@@ -223,7 +211,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
         auto* entry = new QHBoxLayout;
         entry->setSpacing(8);
         entry->addWidget(new Swatch(legendStates[i], quiet));
-        legend_[i] = label(quiet, "");
+        legend_[i] = makeLabel(quiet, "");
         legend_[i]->setObjectName(QStringLiteral("legendEntry"));
         entry->addWidget(legend_[i], 1);
         quietColumn->addLayout(entry);
@@ -233,7 +221,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     banner->setFrameShape(QFrame::StyledPanel);
     auto* bannerRow = new QHBoxLayout(banner);
     bannerRow->setContentsMargins(10, 8, 10, 8);
-    banner_ = label(banner, "", true);
+    banner_ = makeLabel(banner, "", true);
     banner_->setObjectName(QStringLiteral("suggestionText"));
     bannerRow->addWidget(banner_, 1);
     apply_ = new QPushButton(banner);
@@ -247,11 +235,11 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     column->addLayout(middle);
 
     // What other settings would earn.
-    auto* scenarios = card(body);
+    auto* scenarios = makeCard(body);
     auto* scenarioColumn = new QVBoxLayout(scenarios);
     scenarioColumn->setContentsMargins(18, 14, 18, 16);
     scenarioColumn->setSpacing(8);
-    scenarioTitle_ = label(scenarios, "heading");
+    scenarioTitle_ = makeLabel(scenarios, "heading");
     scenarioColumn->addWidget(scenarioTitle_);
     scenarioGrid_ = new QGridLayout;
     scenarioGrid_->setHorizontalSpacing(24);
@@ -408,7 +396,7 @@ void SchedulePage::render(const SchedulePageState& state) {
     setText(*scenarioTitle_, state.scenarioTitle);
     if (scenarioCells_.empty()) {
         for (std::size_t c = 0; c < state.scenarioColumns.size(); ++c) {
-            auto* header = label(this, "muted");
+            auto* header = makeLabel(this, "muted");
             setText(*header, state.scenarioColumns[c]);
             scenarioGrid_->addWidget(header, 0, int(c), c == 0 ? Qt::AlignLeft : Qt::AlignRight);
         }
@@ -417,7 +405,7 @@ void SchedulePage::render(const SchedulePageState& state) {
         std::array<QLabel*, 4> cells{};
         const int row = int(scenarioCells_.size()) + 1;
         for (int c = 0; c < 4; ++c) {
-            cells[std::size_t(c)] = label(this, "");
+            cells[std::size_t(c)] = makeLabel(this, "");
             scenarioGrid_->addWidget(cells[std::size_t(c)], row, c,
                                      c == 0 ? Qt::AlignLeft : Qt::AlignRight);
         }
