@@ -40,15 +40,7 @@ class HeatmapCellButton final : public QAbstractButton {
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
         const QRectF box = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(ScheduleHeatmap::colorFor(state_, palette()));
-        painter.drawRoundedRect(box, 3, 3);
-        if (state_ == CellState::quietSuggest) {
-            // A suggestion reads as an outline in the colour it would take.
-            painter.setPen(QPen(ScheduleHeatmap::colorFor(CellState::allowed, palette()), 1.6));
-            painter.setBrush(Qt::NoBrush);
-            painter.drawRoundedRect(box.adjusted(1, 1, -1, -1), 2.5, 2.5);
-        }
+        ScheduleHeatmap::paintCell(painter, box, state_, palette());
         if (hasFocus()) {
             painter.setPen(QPen(palette().color(QPalette::WindowText), 1.5));
             painter.setBrush(Qt::NoBrush);
@@ -94,6 +86,19 @@ ScheduleHeatmap::ScheduleHeatmap(Actions actions, QWidget* parent)
 
 QAbstractButton& ScheduleHeatmap::cell(HeatmapCell at) {
     return *cells_.at(std::size_t(at.day)).at(std::size_t(at.hour));
+}
+
+void ScheduleHeatmap::paintCell(QPainter& painter, const QRectF& box, CellState state,
+                                const QPalette& palette) {
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colorFor(state, palette));
+    painter.drawRoundedRect(box, 3, 3);
+    if (state == CellState::quietSuggest) {
+        // A suggestion reads as an outline in the colour it would take.
+        painter.setPen(QPen(colorFor(CellState::allowed, palette), 1.6));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(box.adjusted(1, 1, -1, -1), 2.5, 2.5);
+    }
 }
 
 QColor ScheduleHeatmap::colorFor(CellState state, const QPalette& palette) {

@@ -20,6 +20,8 @@
 
 class QAbstractButton;
 class QLabel;
+class QPainter;
+class QRectF;
 
 namespace corvane {
 
@@ -43,6 +45,9 @@ class ScheduleHeatmap final : public QWidget {
     std::optional<HeatmapCell> cellAt(const QPoint& point) const;
     // A state's colour on `palette`; the legend uses the same.
     static QColor colorFor(HeatmapState::CellState state, const QPalette& palette);
+    // One cell (or a legend's swatch) of `state` filling `box`.
+    static void paintCell(QPainter& painter, const QRectF& box, HeatmapState::CellState state,
+                          const QPalette& palette);
 
     // Called by the cells, which forward their keys here.
     void cellKeyPressed(QKeyEvent& event);

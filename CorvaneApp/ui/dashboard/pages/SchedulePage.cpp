@@ -38,15 +38,8 @@ class Swatch final : public QWidget {
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
-        const QRectF box = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(ScheduleHeatmap::colorFor(state_, palette()));
-        painter.drawRoundedRect(box, 3, 3);
-        if (state_ == CellState::quietSuggest) {
-            painter.setPen(QPen(ScheduleHeatmap::colorFor(CellState::allowed, palette()), 1.6));
-            painter.setBrush(Qt::NoBrush);
-            painter.drawRoundedRect(box.adjusted(1, 1, -1, -1), 2.5, 2.5);
-        }
+        ScheduleHeatmap::paintCell(painter, QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), state_,
+                                   palette());
     }
 
   private:
