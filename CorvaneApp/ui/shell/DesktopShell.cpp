@@ -78,13 +78,14 @@ void DesktopShell::start() {
         tray_->show();
         return;
     }
-    log::get("DesktopApp")
-        ->warn("No system tray is available: the dashboard stands in for the tray icon");
-    openDashboard();
+    // Listening before saying so: whoever reads the line may bring a host at once.
     trayHost_ = std::make_unique<TrayHost>([this] {
         log::get("DesktopApp")->info("a tray host appeared; the icon registers with it");
         tray_->show();
     });
+    log::get("DesktopApp")
+        ->warn("No system tray is available: the dashboard stands in for the tray icon");
+    openDashboard();
 }
 
 void DesktopShell::modelChanged(ModelParts parts) {

@@ -5,6 +5,7 @@
 #include <QDBusInterface>
 #include <QDBusServiceWatcher>
 #include <QGuiApplication>
+#include <QTimer>
 
 #include <xcb/xcb.h>
 
@@ -54,6 +55,8 @@ TrayHost::TrayHost(std::function<void()> onAppeared) : onAppeared_(std::move(onA
                      [this] { checkHost(); });
     bus.connect(kWatcher, QStringLiteral("/StatusNotifierWatcher"), kWatcher,
                 QStringLiteral("StatusNotifierHostRegistered"), this, SLOT(checkHost()));
+    // A host that came between the owner's look and these connections sent its signals unheard.
+    QTimer::singleShot(0, this, [this] { checkHost(); });
 }
 
 void TrayHost::checkHost() {
