@@ -3,7 +3,9 @@
 
 #include <QFrame>
 #include <QLabel>
+#include <QScrollArea>
 #include <QString>
+#include <QVBoxLayout>
 #include <QWidget>
 
 #include <string_view>
@@ -18,6 +20,17 @@ inline QFrame* makeCard(QWidget* parent, const char* accessibleName = nullptr) {
     frame->setObjectName(QStringLiteral("card"));
     if (accessibleName) frame->setAccessibleName(QString::fromUtf8(accessibleName));
     return frame;
+}
+
+// A page's scroll area filling the page, frameless, its content sized to its width.
+inline QScrollArea* makePageScroll(QWidget& page) {
+    auto* outer = new QVBoxLayout(&page);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea(&page);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    outer->addWidget(scroll);
+    return scroll;
 }
 
 // A label in a theme role ("" for body text).

@@ -47,12 +47,7 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     const auto& info = dashPageInfo(DashPage::earnings);
     setObjectName(QStringLiteral("earningsPage"));
     setAccessibleName(qt(info.title));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setWidgetResizable(true);
-    outer->addWidget(scroll);
+    auto* scroll = makePageScroll(*this);
     auto* content = new QWidget(scroll);
     scroll->setWidget(content);
     auto* column = new QVBoxLayout(content);

@@ -60,13 +60,8 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     setObjectName(QStringLiteral("modelsPage"));
     setAccessibleName(qt(info.title));
 
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
+    auto* scroll = makePageScroll(*this);
     scroll->setObjectName(QStringLiteral("modelsScroll"));
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    outer->addWidget(scroll);
     auto* body = new QWidget(scroll);
     scroll->setWidget(body);
     auto* page = new QVBoxLayout(body);

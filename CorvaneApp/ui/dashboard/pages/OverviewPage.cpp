@@ -28,12 +28,7 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     const auto& info = dashPageInfo(DashPage::overview);
     setObjectName(QStringLiteral("overviewPage"));
     setAccessibleName(qt(info.title));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setWidgetResizable(true);
-    outer->addWidget(scroll);
+    auto* scroll = makePageScroll(*this);
     auto* content = new QWidget(scroll);
     scroll->setWidget(content);
     auto* column = new QVBoxLayout(content);

@@ -58,13 +58,8 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     setObjectName(QStringLiteral("schedulePage"));
     setAccessibleName(qt(info.title));
 
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = scroll_ = new QScrollArea(this);
+    auto* scroll = scroll_ = makePageScroll(*this);
     scroll->setObjectName(QStringLiteral("scheduleScroll"));
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    outer->addWidget(scroll);
     auto* body = new QWidget(scroll);
     body->setObjectName(QStringLiteral("scheduleBody"));
     scroll->setWidget(body);
