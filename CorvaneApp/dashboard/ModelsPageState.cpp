@@ -51,8 +51,8 @@ ModelsPageRow makeRow(const AppModel& model, ModelsPageMode mode, const ModelIde
         row.quant = "q5_0";
         row.desc =
             "Transcribes audio in 99 languages — strong on accented speech and noisy recordings. "
-            "Runs ~12–18× realtime on M-series via Metal. This is the model Corvane uses to earn "
-            "you money from transcription jobs.";
+            "Runs on this computer's processor. This is the model Corvane uses to earn you money "
+            "from transcription jobs.";
         row.license = "MIT · OpenAI";
         row.published = "Nov 2023";
         row.contextSec = 30;
@@ -60,8 +60,8 @@ ModelsPageRow makeRow(const AppModel& model, ModelsPageMode mode, const ModelIde
         row.id = kParakeetRowID;
         row.name = "Parakeet TDT v2";
         row.desc =
-            "Transcribes English audio. Faster than Whisper on Apple Silicon and more accurate on "
-            "English speech. English-only — multilingual jobs route to Whisper instead.";
+            "Transcribes English audio. Faster than Whisper and more accurate on English speech. "
+            "English-only — multilingual jobs route to Whisper instead.";
         row.license = "Apache-2.0 · NVIDIA";
         row.published = "Jul 2024";
     }
