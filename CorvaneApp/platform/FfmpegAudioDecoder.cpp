@@ -37,10 +37,18 @@ std::string errorText(int code) {
     throw FfmpegAudioDecoder::Failure(stage, errorText(code));
 }
 
-// FFmpeg's own chatter goes to our log at debug level instead of stderr.
-void routeLibraryLogOnce() {
+// A header may declare a chunk of gigabytes in a file of a few hundred bytes, and some demuxers
+// allocate (and zero) what is declared before they read it: a WAV's LIST INFO tags did. No single
+// allocation that audio needs comes near this bound: packets take kilobytes, a cover picture a few
+// megabytes, the seek index of ten hours of 48 kHz AAC about 40 MB.
+constexpr std::size_t kLargestLibraryAllocation = 128u << 20;
+
+// Once per process: FFmpeg's own chatter goes to our log at debug level instead of stderr, and
+// no allocation of its may pass the bound above (it then fails as out of memory).
+void configureLibraryOnce() {
     static std::once_flag once;
     std::call_once(once, [] {
+        av_max_alloc(kLargestLibraryAllocation);
         av_log_set_level(AV_LOG_WARNING);
         av_log_set_callback([](void* object, int level, const char* format, va_list args) {
             if (level > av_log_get_level()) return;
@@ -446,7 +454,7 @@ Result decodeSource(const Source& source, int targetSampleRate) {
 
 FfmpegAudioDecoder::FfmpegAudioDecoder(int targetSampleRate) : targetSampleRate_(targetSampleRate) {
     if (targetSampleRate_ <= 0) throw std::invalid_argument("target sample rate must be positive");
-    routeLibraryLogOnce();
+    configureLibraryOnce();
 }
 
 FfmpegAudioDecoder::Result FfmpegAudioDecoder::decodeFile(const std::filesystem::path& path) const {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -211,6 +212,41 @@ TEST(AudioPipeline, AHeaderPromisingGigabytesFailsAsTheShortFileItIs) {
                   "AudioDecodeError.readFailure(promises-gigabytes.wav): End of file after 1000 of "
                   "4294967280 frames");
     }
+}
+
+// A tag whose header claims gigabytes, in a file of a few kilobytes, costs no more than the file:
+// FFmpeg allocated and zeroed the 1.8 GB an INFO tag behind the audio claimed.
+TEST(AudioPipeline, ATagClaimingGigabytesIsNotAllocated) {
+    auto le = [](std::uint32_t value) {
+        std::string out;
+        for (int i = 0; i < 4; ++i) out += static_cast<char>(value >> (8 * i) & 0xFF);
+        return out;
+    };
+    auto samples = [](std::size_t count) {  // a 500 Hz square wave, 8-bit
+        std::string out(count, '\0');
+        for (std::size_t i = 0; i < count; ++i) out[i] = (i / 8) % 2 ? '\xC0' : '\x40';
+        return out;
+    };
+    const std::string audio = samples(16000);
+    // The tag comes after the audio, where a seekable file's metadata is still looked for.
+    const auto text = wavClaiming(static_cast<std::uint32_t>(audio.size()), 16000, audio) + "LIST" +
+                      le(0xFFFFFF00u) + "INFO" + "ISFT" + le(0x6D00000Eu) + "Lavf";
+    auto file = AudioFixtures::bytes("tag-claims-gigabytes.wav", text);
+    auto bytes = bytesOf(file);
+    auto peakMegabytes = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss / 1024;
+    };
+    const long before = peakMegabytes();
+    const auto fromFile = outcome([&] { return AudioPipeline::decodeTo16kMonoPCM(file); });
+    const auto fromMemory =
+        outcome([&] { return AudioPipeline::decodeBytesTo16kMonoPCM(bytes, file); });
+    EXPECT_LT(peakMegabytes() - before, 400);
+    ASSERT_TRUE(std::holds_alternative<std::vector<float>>(fromFile))
+        << std::get<std::string>(fromFile);
+    EXPECT_EQ(fromMemory, fromFile);
+    EXPECT_EQ(std::get<std::vector<float>>(fromFile).size(), 16000u);
 }
 
 // Sample rates no audio uses are refused before the resampler is built: from 1.4 GHz it took half
