@@ -51,7 +51,12 @@ ensure_apt() {
 WHISPER_NPM_PACKAGE="nodejs-whisper@0.3.1"
 WHISPER_SHA256="92041caf2b26c74b7f489fedf37bd093f216eebd61df512045ec2d19d0531d37"
 # Bump when the flags or the patches below change: every existing .deps tree is then rebuilt.
-WHISPER_BUILD_REVISION="cpu-variants-4"
+WHISPER_BUILD_REVISION="cpu-variants-5"
+# One CPU back-end per step in instruction sets that matters to the kernels: plain x86-64, SSE4.2,
+# AVX, AVX2 (most desktops and laptops), AVX2 with VNNI (recent Intel desktops), AVX-512 and AMX.
+# The other variants ggml offers differ little from one of these and cost minutes to build
+# (scripts/whisper-cpp/cpu-variants-subset.patch leaves them out).
+WHISPER_CPU_VARIANTS="x64;sse42;sandybridge;haswell;alderlake;skylakex;sapphirerapids"
 
 # whisper.cpp 1.9.1 from a pinned, digest-checked source tree, patched by scripts/whisper-cpp/,
 # built once into .deps/whisper. Only the whisper library, the ggml libraries it needs and ggml's
@@ -93,22 +98,18 @@ ensure_whisper() {
     -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON \
     -DWHISPER_BUILD_EXAMPLES=OFF -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_SERVER=OFF \
     -DGGML_NATIVE=OFF -DGGML_BACKEND_DL=ON -DGGML_CPU_ALL_VARIANTS=ON \
+    -DGGML_CPU_VARIANTS="$WHISPER_CPU_VARIANTS" \
     -DCMAKE_INSTALL_RPATH='$ORIGIN' -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
     -DCMAKE_INSTALL_PREFIX="$prefix" \
     $(command -v ccache >/dev/null && echo -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache) >/dev/null
-  local variants
-  # One back-end per step in instruction sets that matters to the kernels: plain x86-64, SSE4.2,
-  # AVX, AVX2 (most desktops and laptops), AVX2 with VNNI (recent Intel desktops), AVX-512 and
-  # AMX. The other variants ggml offers differ little from one of these and cost minutes to build.
-  local wanted='^ggml-cpu-(x64|sse42|sandybridge|haswell|alderlake|skylakex|sapphirerapids)$'
-  variants="$(cmake --build "$work/whisper-build" --target help \
-    | sed -n 's/^\(ggml-cpu-[A-Za-z0-9_.]*\):.*/\1/p' | sort -u | grep -E "$wanted" || true)"
-  if [ -z "$variants" ]; then
-    echo "whisper.cpp: no CPU back-end variants to build" >&2
+  cmake --build "$work/whisper-build" --target whisper -j"$(nproc)" >/dev/null
+  local built wanted
+  built="$(find "$work/whisper-build/bin" -name 'libggml-cpu-*.so' | wc -l)"
+  wanted="$(tr ';' '\n' <<<"$WHISPER_CPU_VARIANTS" | wc -l)"
+  if [ "$built" -ne "$wanted" ]; then
+    echo "whisper.cpp: built $built CPU back-end variants, wanted $wanted ($WHISPER_CPU_VARIANTS)" >&2
     exit 1
   fi
-  # shellcheck disable=SC2086 # one target name per word
-  cmake --build "$work/whisper-build" --target whisper $variants -j"$(nproc)" >/dev/null
   rm -rf "$prefix"
   mkdir -p "$prefix/lib" "$prefix/include" "$prefix/bin"
   cp -a "$work/whisper-build/bin/"libwhisper.so* "$work/whisper-build/bin/"libggml*.so* "$prefix/lib/"
