@@ -144,9 +144,13 @@ void WorkerConfigWriter::replaceWorkerTokenKeychainBlock(std::vector<std::string
             continue;
         size_t end = i + 1;
         while (end < lines.size() && !cl::isEmpty(lines[end]) && cl::isIndented(lines[end])) ++end;
-        lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i),
-                    lines.begin() + static_cast<std::ptrdiff_t>(end));
+        // The new block goes in before the old one is erased: were the old block the end of the
+        // file, inserting after erasing would append past the end and give the line above it a
+        // CR its line break (a bare LF in a file of mixed line ends) never had.
+        const auto count = static_cast<std::ptrdiff_t>(block.size());
         cl::insertLines(lines, i, std::move(block), crlf);
+        lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i) + count,
+                    lines.begin() + static_cast<std::ptrdiff_t>(end) + count);
         return;
     }
     cl::insertLines(lines, cl::isEmpty(lines.back()) ? lines.size() - 1 : lines.size(),

@@ -260,7 +260,8 @@ TEST(ConfigCorpusTest, EditsChangeOnlyTheirOwnLinesAloneAndInSequence) {
 
 // Lines added past the end of a CRLF file: the empty line after the final line break (or a last
 // line without one) gets its CR once a line follows it, so that no line break turns into a bare
-// LF. (Found by fuzzing the editors.)
+// LF. A token block that ended the file is replaced, not appended: the line above keeps its own
+// line break, a bare LF too. (Both found by fuzzing the editors.)
 TEST(ConfigCorpusTest, LinesAddedPastTheEndOfACrlfFileKeepEveryLineBreakCrlf) {
     const WorkerConfigWriter writer{"u", "w", {"S", "A"}, {}, [] { return Date{}; }};
     struct Row {
@@ -293,6 +294,10 @@ TEST(ConfigCorpusTest, LinesAddedPastTheEndOfACrlfFileKeepEveryLineBreakCrlf) {
         {"token block after a last line without a break", "a: 1\r\nb: 2",
          [&](Lines& l) { writer.replaceWorkerTokenKeychainBlock(l); },
          "a: 1\r\nb: 2\r\nworker_token_keychain:\r\n  service: 'S'\r\n  account: 'A'\r"},
+        {"token block that ended the file, below a bare LF",
+         "a: 1\r\nb: 2\nworker_token_keychain:\r\n  x:",
+         [&](Lines& l) { writer.replaceWorkerTokenKeychainBlock(l); },
+         "a: 1\r\nb: 2\nworker_token_keychain:\r\n  service: 'S'\r\n  account: 'A'\r"},
     };
     for (const auto& row : rows) {
         auto lines = cl::split(row.before);
