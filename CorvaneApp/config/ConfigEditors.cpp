@@ -1,5 +1,6 @@
 #include "CorvaneApp/config/ConfigEditors.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "CorvaneApp/config/ConfigLines.h"
@@ -55,10 +56,14 @@ std::optional<size_t> findNestedKey(const std::vector<std::string>& lines, const
     return std::nullopt;
 }
 
-// One past the last line of the grid that starts at `header`: its rows (flow or block, at the
-// header's depth or deeper) and blank lines between them, not blank lines after them.
+// One past the last line of the grid that starts at `header`: its rows (flow or block) and blank
+// lines between them, not blank lines after them. A row counts from the depth of the header or
+// of the two-space header written in its place, whichever is shallower: a row below a deeper
+// header but not below the written one would otherwise stay and join the new grid.
 size_t gridEnd(const std::vector<std::string>& lines, size_t header, size_t limit) {
-    int depth = static_cast<int>(cl::content(lines[header]).find_first_not_of(" \t"));
+    constexpr int kWrittenHeaderDepth = 2;
+    int depth = std::min(static_cast<int>(cl::content(lines[header]).find_first_not_of(" \t")),
+                         kWrittenHeaderDepth);
     size_t end = header + 1;
     for (size_t i = header + 1; i < limit; ++i) {
         auto line = cl::content(lines[i]);
