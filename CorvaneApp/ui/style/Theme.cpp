@@ -1,8 +1,10 @@
 #include "CorvaneApp/ui/style/Theme.h"
 
 #include <QApplication>
+#include <QProxyStyle>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QStyleOptionButton>
 #include <QWidget>
 
 #include <memory>
@@ -33,6 +35,28 @@ QPushButton#sidebarEntry:focus { outline: none; border: 1px solid palette(highli
 QProgressBar { border: none; border-radius: 3px; background: palette(midlight); max-height: 6px; }
 QProgressBar::chunk { border-radius: 3px; background: #2fb864; }
 )";
+
+// Fusion outlines check boxes and radio buttons in the window colour darkened, which on the dark
+// palette is near-black on a near-black card: the controls all but vanish. There they are
+// outlined in the grey of secondary marks instead; the light palette is drawn as Fusion draws it.
+class IndicatorContrastStyle final : public QProxyStyle {
+  public:
+    using QProxyStyle::QProxyStyle;
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override {
+        const auto* button = qstyleoption_cast<const QStyleOptionButton*>(option);
+        if (!button || !isDark(option->palette) ||
+            (element != PE_IndicatorCheckBox && element != PE_IndicatorRadioButton)) {
+            QProxyStyle::drawPrimitive(element, option, painter, widget);
+            return;
+        }
+        QStyleOptionButton outlined = *button;
+        // Fusion's outline is the window colour darker by 140 %: undo that for the grey wanted.
+        outlined.palette.setColor(QPalette::Window, otherColor(option->palette).lighter(140));
+        QProxyStyle::drawPrimitive(element, &outlined, painter, widget);
+    }
+};
 
 }  // namespace
 
@@ -76,7 +100,7 @@ QPalette darkPalette() {
 void apply(QApplication& app, Variant variant) {
     // Fusion draws from the palette alone, so light and dark read the same way everywhere.
     if (auto* fusion = QStyleFactory::create(QStringLiteral("Fusion")))
-        QApplication::setStyle(fusion);
+        QApplication::setStyle(new IndicatorContrastStyle(fusion));  // owned: app, then proxy
     if (variant == Variant::light) QApplication::setPalette(lightPalette());
     if (variant == Variant::dark) QApplication::setPalette(darkPalette());
     app.setStyleSheet(QString::fromLatin1(kStyleSheet));
@@ -124,6 +148,10 @@ void setRole(QWidget& widget, std::string_view role) {
     const QString name = QString::fromUtf8(role.data(), qsizetype(role.size()));
     if (widget.property("role").toString() == name) return;
     widget.setProperty("role", name);
+    // A changed property takes effect in the stylesheet only once the widget is polished again.
+    // Unpolishing first: the stylesheet's unpolish puts back the palette the widget had when it
+    // was polished, which would undo a colour set before it.
+    widget.style()->unpolish(&widget);
     QPalette palette = widget.palette();
     const QPalette application = QApplication::palette();
     palette.setColor(QPalette::WindowText, role == "muted" ? mutedText(application)
@@ -132,8 +160,6 @@ void setRole(QWidget& widget, std::string_view role) {
                                                                       : QColor(0xb4, 0x23, 0x18))
                                                : application.color(QPalette::WindowText));
     widget.setPalette(palette);
-    // A changed property takes effect in the stylesheet only once the widget is polished again.
-    widget.style()->unpolish(&widget);
     widget.style()->polish(&widget);
 }
 
