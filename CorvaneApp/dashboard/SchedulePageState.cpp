@@ -151,9 +151,10 @@ SchedulePageState schedulePageState(const AppModel& model, const WorkerSettings&
 
     state.inUseCpu = slider(ScheduleSetting::inUseCpuCeiling, "Computer CPU Allowed",
                             settings.inUseCpuCeiling, 0, kCpuTop, 20, "%");
-    state.inUseCpu.hint = std::to_string(state.inUseCpu.value) + "% of " + cores +
-                          " cores. Below 25% is invisible on M-series; above 40% may show up on "
-                          "fans during video calls.";
+    state.inUseCpu.hint =
+        std::to_string(state.inUseCpu.value) + "% of " + cores +
+        " cores. Below 25% goes unnoticed while you work; above 40% may show up on "
+        "fans during video calls.";
     state.inUseRam =
         slider(ScheduleSetting::inUseRamCeilingGB, "Max RAM Allowed", settings.inUseRamCeilingGB, 0,
                ramTop, std::min(int(std::lround(ram * 0.15625)), ramTop), " GB");

@@ -132,8 +132,8 @@ TEST_F(SchedulePageStateTest, SliderRangesRecommendedMarksAndHintsAtTheRamThresh
                                 "95% of 12 cores. Capped at 95% so the system stays "
                                 "responsive in the background."}));
     EXPECT_EQ(page.inUseCpu.hint,
-              "20% of 12 cores. Below 25% is invisible on M-series; above 40% may show up on fans "
-              "during video calls.");
+              "20% of 12 cores. Below 25% goes unnoticed while you work; above 40% may show up on "
+              "fans during video calls.");
     EXPECT_EQ(page.inUseCpu.recommended, 20);
     EXPECT_EQ(page.idle.minimum, 1);
     EXPECT_EQ(page.idle.maximum, 30);
