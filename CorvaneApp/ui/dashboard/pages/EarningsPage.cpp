@@ -117,9 +117,7 @@ EarningsPage::EarningsPage(PageContext& context, QWidget* parent)
     hoursColumn->addWidget(hours_);
     bottom->addWidget(hoursCard, 11);
 
-    auto* jobsCard = makeCard(content);
-    jobsCard->setObjectName(QStringLiteral("card"));
-    jobsCard->setAccessibleName(QStringLiteral("Recent jobs"));
+    auto* jobsCard = makeCard(content, "Recent jobs");
     auto* jobsColumn = new QVBoxLayout(jobsCard);
     jobsColumn->setContentsMargins(14, 12, 14, 12);
     jobsColumn->setSpacing(2);

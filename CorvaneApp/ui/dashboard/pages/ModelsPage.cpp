@@ -103,8 +103,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     legend->setColumnMinimumWidth(1, 200);
     legend->setColumnStretch(3, 1);
     heroColumn->addLayout(legend);
-    removal_ = makeLabel(hero, "muted", true);
-    removal_->setObjectName(QStringLiteral("removalText"));
+    removal_ = makeNamedLabel(hero, "removalText", "muted");
     heroColumn->addWidget(removal_);
     mainColumn->addWidget(hero);
 
@@ -183,8 +182,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
             refresh();
         });
     }
-    modeLine_ = makeLabel(mode, "", true);
-    modeLine_->setObjectName(QStringLiteral("modeLine"));
+    modeLine_ = makeNamedLabel(mode, "modeLine");
     modeColumn->addWidget(modeLine_);
     side->addWidget(mode);
 
@@ -208,8 +206,7 @@ ModelsPage::ModelsPage(PageContext& context, QWidget* parent)
     budgetValue_->setObjectName(QStringLiteral("diskBudgetValue"));
     budgetRow->addWidget(budgetValue_);
     budgetColumn->addLayout(budgetRow);
-    freeText_ = makeLabel(budget, "muted", true);
-    freeText_->setObjectName(QStringLiteral("freeText"));
+    freeText_ = makeNamedLabel(budget, "freeText", "muted");
     budgetColumn->addWidget(freeText_);
     QObject::connect(budget_, &QSlider::valueChanged, this, [this](int gigabytes) {
         context_.session.userDefaults().setNumber(ModelsPagePrefs::diskBudgetKey, gigabytes);

@@ -21,8 +21,6 @@
 #include "CorvaneApp/ui/widgets/Text.h"
 
 namespace corvane {
-namespace {}  // namespace
-
 OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     : DashboardPage(parent), context_(context) {
     const auto& info = dashPageInfo(DashPage::overview);
@@ -74,8 +72,7 @@ OverviewPage::OverviewPage(PageContext& context, QWidget* parent)
     column->addLayout(balances);
 
     // A model download on its way, or failed with its retry.
-    downloadCard_ = makeCard(content);
-    downloadCard_->setAccessibleName(QStringLiteral("Model download"));
+    downloadCard_ = makeCard(content, "Model download");
     auto* download = new QGridLayout(downloadCard_);
     download->setContentsMargins(18, 14, 18, 14);
     download->setHorizontalSpacing(16);

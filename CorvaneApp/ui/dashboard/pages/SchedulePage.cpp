@@ -209,8 +209,7 @@ SchedulePage::SchedulePage(PageContext& context, QWidget* parent)
     banner->setFrameShape(QFrame::StyledPanel);
     auto* bannerRow = new QHBoxLayout(banner);
     bannerRow->setContentsMargins(10, 8, 10, 8);
-    banner_ = makeLabel(banner, "", true);
-    banner_->setObjectName(QStringLiteral("suggestionText"));
+    banner_ = makeNamedLabel(banner, "suggestionText");
     bannerRow->addWidget(banner_, 1);
     apply_ = new QPushButton(banner);
     apply_->setObjectName(QStringLiteral("applySuggestions"));
